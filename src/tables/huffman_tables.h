@@ -1,0 +1,41 @@
+// How tuples of quantized values index the public Huffman tables; shared by the bit counter and the spectral writer.
+#pragma once
+
+#include <algorithm>
+
+#include "quant/fixed_point.h"
+
+namespace tavik::tables {
+
+inline constexpr u32 zero_codebook = 0;  // a band without coded values
+inline constexpr u32 escape_codebook = 11;
+inline constexpr i32 escape_flag = 16;  // in codebook 11: this magnitude or a larger one, an escape sequence follows
+inline constexpr i32 scale_factor_bias = 60;  // index of scale-factor difference 0
+
+// Codebooks 1 and 2, values -1 ... 1.
+constexpr u32 signed_quad_index(const i32 *q) {
+    return static_cast<u32>(27 * q[0] + 9 * q[1] + 3 * q[2] + q[3] + 40);
+}
+
+// Codebooks 3 and 4, magnitudes 0 ... 2.
+constexpr u32 quad_index(const i32 *q) {
+    return static_cast<u32>(27 * q[0] + 9 * q[1] + 3 * q[2] + q[3]);
+}
+
+// Codebooks 5 and 6, values -4 ... 4.
+constexpr u32 signed_pair_index(const i32 *q) {
+    return static_cast<u32>(9 * q[0] + q[1] + 40);
+}
+
+// Codebooks 7 and 8 (magnitudes 0 ... 7, radix 8), 9 and 10 (magnitudes 0 ... 12, radix 13).
+template <i32 Radix>
+constexpr u32 pair_index(const i32 *q) {
+    return static_cast<u32>(Radix * q[0] + q[1]);
+}
+
+// Codebook 11, any magnitudes.
+constexpr u32 escape_pair_index(const i32 *q) {
+    return static_cast<u32>(17 * std::min(q[0], escape_flag) + std::min(q[1], escape_flag));
+}
+
+}  // namespace tavik::tables

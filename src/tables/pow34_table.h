@@ -1,0 +1,19 @@
+// Tables of the 3/4 power.
+#pragma once
+
+#include <array>
+
+#include "quant/fixed_point.h"
+
+namespace tavik::tables {
+
+// Entry n stands for n^(3/4) = m 2^(e - 23): m in bits 31 ... 8, e in bits 7 ... 0. For 1 <= n < 16384 m is normalised
+// to [2^22, 2^23); from 16384 on e is 12.
+inline constexpr u32 pow34_entries = 32768;
+extern const std::array<u32, pow34_entries> pow34_table;
+
+// For a magnitude 2^j times the table's range: ceil(3 j / 4), and round(16 2^(3 j / 4)).
+inline constexpr std::array<u32, 13> pow34_shift = {0, 1, 2, 3, 3, 4, 5, 6, 6, 7, 8, 9, 9};
+inline constexpr std::array<u32, 13> pow34_scale = {16, 27, 45, 76, 128, 215, 362, 609, 1024, 1722, 2896, 4871, 8192};
+
+}  // namespace tavik::tables

@@ -1,0 +1,21 @@
+// Tables of temporal noise shaping that stay inside the library, by sampling_frequency_index.
+#pragma once
+
+#include <array>
+
+#include "quant/fixed_point.h"
+
+namespace tavik::tables {
+
+inline constexpr u32 tns_max_order = 12;
+
+// First long-window scale-factor band that is filtered.
+extern const std::array<u32, 12> tns_start_band;
+
+// The standard's TNS_MAX_BANDS for long windows of AAC LC.
+extern const std::array<u32, 12> tns_max_band;
+
+// Smallest bit rate per channel, in bit/s, at which temporal noise shaping is attempted.
+extern const std::array<u32, 12> tns_min_bitrate;
+
+}  // namespace tavik::tables
