@@ -1,0 +1,140 @@
+// Attacks are found in the time domain, from the peaks of sub-blocks of 128 samples, at three resolutions: half frames
+// (groups of four sub-blocks), pairs of sub-blocks, single sub-blocks. The first that finds one ends the search.
+#include "filterbank/block_switching.h"
+
+#include <algorithm>
+#include <optional>
+
+namespace tavik {
+namespace {
+
+// Ratios in units of 1/128.
+struct Thresholds {
+    i32 group;          // between the two half frames, either way
+    i32 pair_rise;      // left neighbour of an attack
+    i32 pair_fall;      // right neighbour
+    i32 subblock_rise;  //
+    i32 subblock_fall;  //
+};
+
+constexpr std::array<Thresholds, 12> block_switch_thresholds = {{
+    {29, 21, 76, 15, 64},    // 96000 Hz
+    {29, 21, 76, 15, 64},    // 88200
+    {29, 21, 76, 15, 64},    // 64000
+    {29, 21, 76, 15, 64},    // 48000
+    {29, 21, 76, 15, 64},    // 44100
+    {30, 23, 89, 19, 70},    // 32000
+    {31, 25, 108, 21, 76},   // 24000
+    {32, 28, 108, 21, 76},   // 22050
+    {37, 30, 126, 25, 96},   // 16000
+    {37, 31, 126, 25, 126},  // 12000
+    {37, 32, 126, 28, 126},  // 11025
+    {38, 37, 126, 30, 126},  // 8000
+}};
+
+// At these rates and above an attack must also fall off again.
+constexpr u32 last_index_with_fall = 7;
+
+// a / b < threshold / 128
+bool is_below(i32 a, i32 threshold, i32 b) {
+    return a < (i64{threshold} * b) >> 7;
+}
+
+// The largest peak of some sub-blocks, and the sub-block that has it (the earlier one of equals).
+struct Peak {
+    i32 value;
+    u32 subblock;
+};
+
+Peak larger(Peak earlier, Peak later) {
+    return later.value > earlier.value ? later : earlier;
+}
+
+struct Neighbour {
+    i32 left;
+    i32 right;
+};
+
+struct Ratios {
+    i32 rise;
+    i32 fall;
+    bool needs_fall;
+};
+
+// The strength of a candidate that stands out from its neighbours, otherwise 0.
+i32 strength(i32 value, Neighbour neighbour, Ratios ratios) {
+    if (!is_below(neighbour.left, ratios.rise, value)) return 0;
+    const i32 rise = wrap_abs(wrap_sub(value, neighbour.left));
+    if (!ratios.needs_fall) return rise;
+    if (!is_below(neighbour.right, ratios.fall, value)) return 0;
+    return std::max(rise, wrap_abs(wrap_sub(value, neighbour.right)));
+}
+
+// The strongest candidate of `candidates`, whose first and last entries are neighbours only. Candidate 1 is examined
+// before candidate 0, then the others in order; of equals the first examined wins.
+template <std::size_t N>
+std::optional<u32> strongest(const std::array<Peak, N> &peaks, Ratios ratios) {
+    std::optional<u32> attack;
+    i32 best = 0;
+    const auto examine = [&](std::size_t i) {
+        const i32 s = strength(peaks[i].value, {peaks[i - 1].value, peaks[i + 1].value}, ratios);
+        if (s > best) {
+            best = s;
+            attack = peaks[i].subblock;
+        }
+    };
+    examine(2);
+    examine(1);
+    for (std::size_t i = 3; i < N - 1; ++i) examine(i);
+    return attack;
+}
+
+// The sub-block of an attack in the newer history half, if there is one.
+std::optional<u32> find_attack(u32 sampling_rate_index, std::span<const i32, 2 * subblocks> peaks,
+                               const TavikAttackDetectorState &previous) {
+    const Thresholds &thresholds = block_switch_thresholds[sampling_rate_index];
+    const bool needs_fall = sampling_rate_index <= last_index_with_fall;
+
+    std::array<Peak, subblocks + 2> single{Peak{previous.last_subblock_peak, 0}};
+    for (u32 i = 0; i <= subblocks; ++i) single[i + 1] = {peaks[i], i};
+    std::array<Peak, subblocks / 2 + 2> pair{Peak{previous.last_pair_peak, 0}};
+    for (u32 j = 0; j <= subblocks / 2; ++j) {
+        pair[j + 1] = larger({peaks[2 * j], 2 * j}, {peaks[2 * j + 1], 2 * j + 1});
+    }
+
+    const Peak first_half = larger(pair[1], pair[2]);
+    const Peak second_half = larger(pair[3], pair[4]);
+    if (std::max(first_half.value, second_half.value) == 0) return std::nullopt;
+    if (is_below(first_half.value, thresholds.group, second_half.value)) return second_half.subblock;
+    if (is_below(second_half.value, thresholds.group, first_half.value)) return first_half.subblock;
+
+    const auto attack = strongest(pair, {thresholds.pair_rise, thresholds.pair_fall, needs_fall});
+    if (attack) return attack;
+    return strongest(single, {thresholds.subblock_rise, thresholds.subblock_fall, needs_fall});
+}
+
+}  // namespace
+
+void measure_peaks(std::span<const i32, frame_length> block, std::span<i32, subblocks> peaks) {
+    constexpr u32 length = frame_length / subblocks;
+    for (u32 b = 0; b < subblocks; ++b) {
+        i32 peak = 0;
+        for (u32 n = b * length; n < (b + 1) * length; ++n) peak = std::max(peak, wrap_abs(block[n]));
+        peaks[b] = peak;
+    }
+}
+
+WindowSequence decide_window(u32 sampling_rate_index, std::span<const i32, 2 * subblocks> peaks, u32 &short_run_active,
+                             u32 &attack_index, TavikAttackDetectorState &previous) {
+    const std::optional<u32> attack = find_attack(sampling_rate_index, peaks, previous);
+    previous.last_subblock_peak = peaks[subblocks - 1];
+    previous.last_pair_peak = std::max(peaks[subblocks - 2], peaks[subblocks - 1]);
+
+    const bool in_short_run = short_run_active != 0;
+    short_run_active = attack.has_value() ? 1 : 0;
+    if (!attack) return in_short_run ? WindowSequence::long_stop : WindowSequence::only_long;
+    attack_index = *attack;
+    return in_short_run ? WindowSequence::eight_short : WindowSequence::long_start;
+}
+
+}  // namespace tavik

@@ -1,0 +1,126 @@
+// A band prefers mid/side where the magnitude sum of the difference signal is small against that of both channels. The
+// share of such bands then decides for the frame: all bands, none, or band by band.
+#include "tools/ms_stereo.h"
+
+#include <algorithm>
+
+namespace tavik {
+namespace {
+
+struct MsThresholds {
+    i32 side_factor;  // mid/side if side_factor x side <= 10 x (left + right)
+    u32 low_share;    // per cent of bands: below it no band is coded as mid/side
+    u32 high_share;   // above it all are
+};
+
+constexpr MsThresholds thresholds_of(u32 sampling_rate_index) {
+    if (sampling_rate_index <= 5) return {12, 30, 55};  // 32 kHz and above
+    if (sampling_rate_index <= 8) return {19, 27, 52};  // 16 to 24 kHz
+    return {19, 25, 50};
+}
+
+// Magnitude sums of a band: |l| + |r| and |l - r| of the halved lines, / 32.
+struct BandSums {
+    i32 both;
+    i32 side;
+};
+
+BandSums band_sums(ConstSpectrum left, ConstSpectrum right, u32 begin, u32 end) {
+    i32 both = 0;
+    i32 side = 0;
+    for (u32 k = begin; k < end; ++k) {
+        const i32 l = left[k] >> 1;
+        const i32 r = right[k] >> 1;
+        both = wrap_add(both, wrap_add(wrap_abs(l), wrap_abs(r)));
+        side = wrap_add(side, wrap_abs(wrap_sub(l, r)));
+    }
+    return {both >> 5, side >> 5};
+}
+
+// What the bands say together.
+struct Survey {
+    MsMask mask = MsMask::all;  // per_band unless band 0, or no band, prefers left/right
+    u32 ms_band_count = 0;
+    u32 lr_total = 0;
+    u32 side_total = 0;
+};
+
+Survey survey_bands(ConstSpectrum left, ConstSpectrum right, std::span<const u32> offsets, i32 side_factor,
+                    std::span<u32> ms_used) {
+    Survey survey;
+    for (u32 b = 0; b < ms_used.size(); ++b) {
+        const BandSums sums = band_sums(left, right, offsets[b], offsets[b + 1]);
+        const bool mid_side = wrap_mul(side_factor, sums.side) <= wrap_mul(10, sums.both);
+        ms_used[b] = mid_side ? 1 : 0;
+        if (mid_side) {
+            ++survey.ms_band_count;
+            survey.lr_total += static_cast<u32>(sums.both);
+            survey.side_total += static_cast<u32>(sums.side);
+        } else {
+            const auto mean = static_cast<u32>(wrap_add(sums.both, sums.side) >> 1);
+            survey.lr_total += mean;
+            survey.side_total += mean;
+            if (survey.mask == MsMask::all) survey.mask = b == 0 ? MsMask::none : MsMask::per_band;
+        }
+    }
+    return survey;
+}
+
+MsMask decide_mask(const Survey &survey, const MsThresholds &thresholds, u32 bands) {
+    if (100 * survey.ms_band_count > thresholds.high_share * bands) return MsMask::all;
+    if (100 * survey.ms_band_count < thresholds.low_share * bands) return MsMask::none;
+    return survey.mask;
+}
+
+void transform_band(Spectrum left, Spectrum right, u32 begin, u32 end) {
+    for (u32 k = begin; k < end; ++k) {
+        const i32 mid = wrap_add(left[k], right[k]) >> 1;
+        const i32 side = wrap_sub(left[k], right[k]) >> 1;
+        left[k] = mid;
+        right[k] = side;
+    }
+}
+
+// Per cent of its target that each channel keeps; 200 in all.
+struct BitShares {
+    u32 mid;
+    u32 side;
+};
+
+BitShares bit_shares(MsMask mask, const Survey &survey, bool tns_data_present) {
+    const u32 total = survey.side_total + survey.lr_total;
+    u32 q = total == 0 ? 0 : 200 * survey.side_total / total;
+    if (mask == MsMask::per_band) {
+        if (q <= 89) return {110, 90};
+        return q <= 100 ? BitShares{200 - q, q} : BitShares{100, 100};
+    }
+    if (survey.side_total == 0 || total == 0) return {190, 10};
+    if (tns_data_present && q < 35) q += 4;
+    q = std::max(q, 14u);
+    return {200 - q, q};
+}
+
+i32 percent_of(u32 percent, i32 bits) {
+    return wrap_mul(static_cast<i32>(percent), bits) / 100;
+}
+
+}  // namespace
+
+MsMask ms_stereo(Spectrum left, Spectrum right, u32 sampling_rate_index, std::span<u32, max_bands> ms_used,
+                 std::span<i32, max_channels> bits_target, u32 max_sfb, bool tns_data_present) {
+    const MsThresholds thresholds = thresholds_of(sampling_rate_index);
+    const std::span<const u32> offsets = TAVIK_SwbOffsetLong[sampling_rate_index];
+    const Survey survey = survey_bands(left, right, offsets, thresholds.side_factor, ms_used.first(max_sfb));
+    const MsMask mask = decide_mask(survey, thresholds, max_sfb);
+    if (mask == MsMask::none) return mask;
+
+    for (u32 b = 0; b < max_sfb; ++b) {
+        if (mask == MsMask::all || ms_used[b] != 0) transform_band(left, right, offsets[b], offsets[b + 1]);
+    }
+    const BitShares shares = bit_shares(mask, survey, tns_data_present);
+    bits_target[0] = percent_of(shares.mid, bits_target[0]);
+    bits_target[1] = percent_of(shares.side, bits_target[1]);
+    return mask;
+}
+
+}  // namespace tavik

@@ -1,0 +1,171 @@
+// Levinson-Durbin recursion in Q47 on normalised 64-bit values, quantization of the reflection coefficients as the
+// standard's 4-bit indices, and the moving-average filter whose inverse the decoder applies.
+#include "tools/tns.h"
+
+#include <algorithm>
+
+namespace tavik {
+namespace {
+
+using tables::tns_max_order;
+
+using Autocorrelation = std::array<i64, tns_lags>;
+
+// Coefficient m, 1 <= m <= 12, stands at index m - 1.
+template <typename T>
+using Coefficients = std::array<T, tns_max_order>;
+
+// a b / 2^47 for Q47 values of any size, to about 47 significant bits: both are normalised to 2^46 ... 2^47 and split
+// at bit 24; the product of the low parts is left out.
+i64 q47_mul(i64 a, i64 b) {
+    const i32 exponent_a = q47_exponent(a);
+    const i32 exponent_b = q47_exponent(b);
+    const i64 normal_a = norm_shift(a, exponent_a);
+    const i64 normal_b = norm_shift(b, exponent_b);
+    constexpr i64 low_mask = 0xFFFFFF;
+    const i64 high_a = normal_a >> 24;
+    const i64 high_b = normal_b >> 24;
+    const i64 product =
+        2 * high_a * high_b + (((normal_b & low_mask) * high_a) >> 23) + (((normal_a & low_mask) * high_b) >> 23);
+    return norm_shift(product, -(exponent_a + exponent_b));
+}
+
+// (a / b) 2^(q + 24), b != 0: the dividend has its top bit at 62, the divisor at 30.
+i64 q47_div(i64 a, i64 b, i32 q) {
+    const i32 exponent_a = q47_exponent(a);
+    const i32 exponent_b = q47_exponent(b);
+    const i64 quotient = norm_shift(a, exponent_a + 16) / norm_shift(b, exponent_b - 16);
+    return norm_shift(quotient, exponent_b - exponent_a + q - 8);
+}
+
+// Brings r[0], the largest, to 0.5 ... 1 in Q47.
+void normalise(Autocorrelation &r) {
+    i32 shift = 47;
+    for (const i64 value : r) shift = std::min(shift, q47_exponent(value));
+    for (i64 &value : r) value = norm_shift(value, shift);
+}
+
+struct Prediction {
+    Coefficients<i32> reflection_q23;
+    i64 error;  // energy left, Q47
+};
+
+// One step of the order recursion: a_i += scaled(a_(m - i)) for 1 <= i < m, all on the values from before the step.
+template <typename Scale>
+void extend(Coefficients<i64> &a, u32 m, Scale scaled) {
+    for (u32 i = 1; 2 * i <= m; ++i) {
+        i64 &low = a[i - 1];
+        i64 &high = a[m - i - 1];
+        const i64 new_low = wrap_add(low, scaled(high));
+        high = wrap_add(high, scaled(low));
+        low = new_low;
+    }
+}
+
+// Levinson-Durbin recursion to order 12 on a normalised autocorrelation; sums wrap at 64 bits.
+Prediction predict(const Autocorrelation &r) {
+    constexpr i64 limit = (i64{1} << 47) - 1;  // |k| < 1
+    Prediction result{{}, r[0]};
+    Coefficients<i64> a{};
+    i64 acc = r[1];
+    for (u32 m = 1; m <= tns_max_order; ++m) {
+        i64 k = wrap_neg(acc);
+        if (acc != 0 && result.error != 0) k = q47_div(k, result.error, 23);
+        k = std::clamp(k, -limit, limit);
+        result.reflection_q23[m - 1] = static_cast<i32>(k >> 24);
+
+        extend(a, m, [k](i64 other) { return q47_mul(k, other); });
+        a[m - 1] = k;
+        result.error = wrap_sub(result.error, q47_mul(result.error, q47_mul(k, k)));
+
+        if (m == tns_max_order) break;
+        acc = r[m + 1];
+        for (u32 i = 1; i <= m; ++i) acc = wrap_add(acc, q47_mul(a[i - 1], r[m + 1 - i]));
+    }
+    return result;
+}
+
+// Energy / prediction error above 129/64. The gain is in Q30, 64ths from bit 24 on.
+bool prediction_pays(i64 energy, i64 error) {
+    const i64 gain_q30 = error != 0 ? q47_div(energy, error, 6) : energy;
+    return gain_q30 >> 24 > 128;
+}
+
+// Stores the index of a reflection coefficient (Q23) and returns the value that it stands for (Q23).
+i32 quantize_coefficient(i32 k_q23, i32 &index) {
+    const u32 a = std::min(magnitude(k_q23) >> 13, 1023u);  // in 1/1024; 1023 is the last whose index has 4 bits
+    if (k_q23 >= 0) {
+        index = TAVIK_asinf_index_p[a];
+        return TAVIK_sin_table_p[index];
+    }
+    index = TAVIK_asinf_index_m[a];
+    return TAVIK_sin_table_m[-index];
+}
+
+// Direct-form coefficients (Q24) of the filter with the given reflection coefficients (Q23).
+Coefficients<i32> direct_form(std::span<const i32> reflection_q23) {
+    Coefficients<i64> b_q45{};
+    for (u32 m = 1; m <= reflection_q23.size(); ++m) {
+        const i64 k = reflection_q23[m - 1];
+        extend(b_q45, m, [k](i64 other) { return 2 * k * static_cast<i32>(other >> 24); });
+        b_q45[m - 1] = k << 22;
+    }
+    Coefficients<i32> c_q24{};
+    for (u32 i = 0; i < reflection_q23.size(); ++i) c_q24[i] = static_cast<i32>(b_q45[i] >> 21);
+    return c_q24;
+}
+
+// x[j] += sum of c[i - 1] x[j - i] / 2^24 over the unfiltered x, 0 before the range: from the top down, in place.
+void filter(std::span<i32> x, std::span<const i32> c_q24) {
+    for (std::size_t j = x.size(); j-- > 0;) {
+        i64 sum = 0;
+        for (std::size_t i = 1; i <= std::min(c_q24.size(), j); ++i) sum = wrap_add(sum, i64{c_q24[i - 1]} * x[j - i]);
+        x[j] = wrap_add(x[j], static_cast<i32>(sum >> 24));
+    }
+}
+
+bool fits_three_bits(i32 coef) {
+    return coef >= -4 && coef <= 3;
+}
+
+}  // namespace
+
+void autocorrelation(std::span<const i32> x, std::span<i64, tns_lags> r) {
+    for (std::size_t lag = 0; lag < tns_lags; ++lag) {
+        r[lag] = 0;
+        for (std::size_t i = lag; i < x.size(); ++i) r[lag] = wrap_add(r[lag], i64{x[i - lag]} * x[i]);
+    }
+}
+
+void temporal_noise_shaping(TavikTnsData &tns, Spectrum spectrum, u32 sampling_rate_index, u32 band_count,
+                            u32 coded_band_count) {
+    const u32 start_band = tables::tns_start_band[sampling_rate_index];
+    const u32 top_band = std::min(tables::tns_max_band[sampling_rate_index], coded_band_count);
+    const u32 start = TAVIK_SwbOffsetLong[sampling_rate_index][start_band];
+    const u32 end = TAVIK_SwbOffsetLong[sampling_rate_index][top_band];
+    const auto range = std::span<i32>(spectrum).subspan(start, end - start);
+
+    Autocorrelation r;
+    autocorrelation(range, r);
+    if (r[0] == 0) return;
+    normalise(r);
+    const Prediction prediction = predict(r);
+    if (!prediction_pays(r[0], prediction.error)) return;
+
+    Coefficients<i32> reflection_q23;
+    u32 order = 0;
+    for (u32 i = 0; i < tns_max_order; ++i) {
+        reflection_q23[i] = quantize_coefficient(prediction.reflection_q23[i], tns.coef[i]);
+        if (reflection_q23[i] != 0) order = i + 1;
+    }
+    tns.tns_data_present = 1;
+    tns.length = band_count - start_band;
+    tns.order = order;
+    tns.coef_compress = std::all_of(tns.coef, tns.coef + order, fits_three_bits) ? 1 : 0;
+    if (order == 0) return;
+
+    const Coefficients<i32> c_q24 = direct_form(std::span(reflection_q23).first(order));
+    filter(range, std::span(c_q24).first(order));
+}
+
+}  // namespace tavik
