@@ -1,0 +1,27 @@
+// Bit writer: appends fields to a frame, most significant bit first.
+#pragma once
+
+#include "quant/fixed_point.h"
+#include "tavik.h"
+
+namespace tavik {
+
+inline constexpr BitWriter fresh_bit_writer{0, 0, 0, 8};
+
+// One frame's output: its buffer, which the caller made large enough, and the position in it. A byte is stored when it
+// is complete; bit position p is bit 7 - p mod 8 of byte p / 8.
+struct BitOutput {
+    u8 *buffer;
+    BitWriter &writer;
+};
+
+// Appends the low `nbits` bits of value < 2^nbits; a run of zeros (value 0) may have any length, other fields up to 32.
+void put_bits(BitOutput out, u32 value, u32 nbits);
+
+// Appends zeros up to a multiple of 8 bits since the start of the buffer; returns their number.
+u32 byte_align(BitOutput out);
+
+// ORs the low `nbits` <= 32 bits of value into stored, zero bits from position bit_offset on.
+void put_bits_at(u8 *buffer, u32 value, u32 nbits, u32 bit_offset);
+
+}  // namespace tavik

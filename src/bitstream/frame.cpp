@@ -1,0 +1,199 @@
+// raw_data_block: one SCE (mono), one CPE (stereo) or, for two independent channels, a PCE in ADTS frames and two SCEs;
+// then fill elements at constant rate, and END.
+#include "bitstream/frame.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "bitstream/channel_stream.h"
+#include "bitstream/headers.h"
+#include "quant/rate_loop.h"
+
+namespace tavik {
+namespace {
+
+// id_syn_ele.
+enum class Element : u32 { sce = 0, cpe = 1, pce = 5, fil = 6, end = 7 };
+
+constexpr u32 element_id_bits = 3;
+constexpr u32 element_tag_bits = 4;
+
+// What every channel sends besides section, scale-factor, spectral and TNS data and ics_info.
+constexpr u32 fixed_channel_bits = global_gain_bits + ics_flag_bits;
+
+// The second channel of a pair is left at least this much, at the cost of the first.
+constexpr i32 minimum_second_target = 148;
+
+u32 put_element(BitOutput out, Element element) {
+    put_bits(out, static_cast<u32>(element), element_id_bits);
+    return element_id_bits;
+}
+
+void deduct(CodingBlock &block, u32 channel, u32 bits) {
+    block.bits_target[channel] = wrap_sub(block.bits_target[channel], static_cast<i32>(bits));
+}
+
+// Runs the rate loop of a channel and writes its channel stream. `codebooks` is cleared, or holds another channel's.
+u32 code_channel(BitOutput out, CodingBlock &block, const FrameData &data, BandArray codebooks, u32 channel) {
+    const ConstSpectrum spectrum(data.spectrum + channel * history_length, frame_length);
+    const ConstPow34 pow34(data.pow34 + channel * frame_length, frame_length);
+    const ConstBandArray band_sf_offset = block.band_sf_offset[channel];
+    const u32 global_gain = run_rate_loop(block, {spectrum, pow34, band_sf_offset, codebooks, data.quantized}, channel);
+    const CodedChannel coded{global_gain, codebooks, band_sf_offset, data.quantized, spectrum};
+    return write_channel_stream(out, block, coded, block.scale_factor_grouping[channel], channel);
+}
+
+// common_window, and with it ics_info and the mid/side flags. Returns their bits, element tag included.
+u32 write_pair_side_info(BitOutput out, const CodingBlock &block) {
+    const u32 start = out.writer.bit_count;
+    put_bits(out, 0, element_tag_bits);
+    put_bits(out, block.common_window == 1 ? 1 : 0, 1);
+    if (block.common_window == 1) {
+        write_ics_info(out, block.window_sequence[0], block.max_sfb[0], block.scale_factor_grouping[0]);
+        put_bits(out, static_cast<u32>(block.ms_mask_present), 2);
+        if (block.ms_mask_present == MsMask::per_band) {
+            for (u32 b = 0; b < block.max_sfb[0]; ++b) put_bits(out, block.ms_used[b], 1);
+        }
+    }
+    return out.writer.bit_count - start;
+}
+
+// Takes share and side information off the targets of a pair; an odd bit of the side information goes to channel 0.
+void deduct_from_pair(CodingBlock &block, u32 share, u32 side_bits) {
+    deduct(block, 0, share + (side_bits + 1) / 2);
+    deduct(block, 1, share + side_bits / 2);
+    for (u32 channel = 0; channel < 2; ++channel) {
+        if (block.common_window == 0) deduct(block, channel, ics_info_bits(block.window_sequence[channel]));
+        deduct(block, channel, tns_data_bits(block.tns_data[channel]));
+    }
+    if (block.bits_target[1] < minimum_second_target) {
+        const i32 missing = wrap_sub(minimum_second_target, block.bits_target[1]);
+        block.bits_target[0] = wrap_sub(block.bits_target[0], missing);
+        block.bits_target[1] = minimum_second_target;
+    }
+}
+
+// fill_element with `bytes` <= 270 bytes of payload, all zero: extension type 0, fill bytes 0. Returns its bits.
+u32 write_fill_element(BitOutput out, u32 bytes) {
+    constexpr u32 escape_count = 15;
+    const u32 start = out.writer.bit_count;
+    put_element(out, Element::fil);
+    put_bits(out, std::min(bytes, escape_count), 4);  // count
+    if (bytes >= escape_count) {
+        put_bits(out, bytes - escape_count, 8);  // esc_count: the payload has count + esc_count - 1 bytes ...
+        --bytes;                                 // ... because this field takes one
+    }
+    put_bits(out, 0, 8 * bytes);
+    return out.writer.bit_count - start;
+}
+
+// The header, where this frame has one, with its byte alignment. Returns its bits.
+u32 write_header(BitOutput out, EncoderState &state) {
+    CodingBlock &block = state.coding;
+    u32 bits = 0;
+    if (state.config.header_type == HeaderType::adts) {
+        write_adts_header(out, block.adts_header, block.sampling_rate_index, state.config.channel_configuration,
+                          state.config.constant_rate == 1);
+        bits = adts_header_bits;
+    } else if (state.config.header_type == HeaderType::adif && block.first_frame_pending == 1) {
+        bits = write_adif_header(out, block.adif_header, block.program_config);
+        bits += byte_align(out);
+    }
+    block.first_frame_pending = 0;
+    return bits;
+}
+
+// Two single channel elements, described by a program config element in every ADTS frame.
+u32 write_two_single_channels(BitOutput out, EncoderState &state, const FrameData &data, u32 header_bits) {
+    CodingBlock &block = state.coding;
+    u32 bits = 0;
+    if (state.config.header_type == HeaderType::adts) {
+        bits += put_element(out, Element::pce);
+        bits += write_program_config(out, block.program_config);
+    }
+    // The first channel also bears the END identifier.
+    u32 share = (header_bits + bits) / 2 + element_id_bits + element_tag_bits + fixed_channel_bits + element_id_bits;
+    for (u32 channel = 0; channel < block.num_channels; ++channel) {
+        bits += put_element(out, Element::sce);
+        bits += write_single_channel_element(out, block, data, share, channel);
+        share -= element_id_bits;
+    }
+    return bits;
+}
+
+// The channel elements. A share holds the bits of the frame that the rate loop does not count and that no element
+// deducts itself: header, element identifiers, single channel tags, END, and the fixed part of each channel stream.
+u32 write_channel_elements(BitOutput out, EncoderState &state, const FrameData &data, u32 header_bits) {
+    CodingBlock &block = state.coding;
+    switch (state.config.channel_configuration) {
+        case channel_configuration_stereo: {
+            const u32 share = header_bits / 2 + fixed_channel_bits + element_id_bits;  // half of CPE and END each
+            const u32 bits = put_element(out, Element::cpe);
+            return bits + write_channel_pair_element(out, block, data, share);
+        }
+        case channel_configuration_mono: {
+            const u32 share = header_bits + element_id_bits + element_tag_bits + fixed_channel_bits + element_id_bits;
+            const u32 bits = put_element(out, Element::sce);
+            return bits + write_single_channel_element(out, block, data, share, 0);
+        }
+        default:
+            return write_two_single_channels(out, state, data, header_bits);
+    }
+}
+
+}  // namespace
+
+u32 write_single_channel_element(BitOutput out, CodingBlock &block, const FrameData &data, u32 share, u32 channel) {
+    std::array<u32, band_array_size> codebooks;
+    std::memset(codebooks.data(), 0, sizeof(codebooks));
+    put_bits(out, channel, element_tag_bits);
+    deduct(block, channel, share);
+    deduct(block, channel, ics_info_bits(block.window_sequence[channel]));
+    deduct(block, channel, tns_data_bits(block.tns_data[channel]));
+    return element_tag_bits + code_channel(out, block, data, codebooks, channel);
+}
+
+u32 write_channel_pair_element(BitOutput out, CodingBlock &block, const FrameData &data, u32 share) {
+    std::array<u32, band_array_size> codebooks;
+    std::memset(codebooks.data(), 0, sizeof(codebooks));
+    u32 bits = write_pair_side_info(out, block);
+    deduct_from_pair(block, share, bits);
+    for (u32 channel = 0; channel < 2; ++channel) bits += code_channel(out, block, data, codebooks, channel);
+    return bits;
+}
+
+u32 write_fill(BitOutput out, u32 bits_so_far, u32 target_bits) {
+    constexpr u32 smallest_element = 7;
+    constexpr u32 largest_bytes = 270;
+    constexpr u32 most_full_elements = 5;
+    const u32 used = bits_so_far + element_id_bits;  // with END
+    if (used + smallest_element > target_bits) return 0;
+
+    constexpr u32 largest_element = smallest_element + 8 * largest_bytes;
+    u32 gap = target_bits - used;
+    const u32 full_elements = std::min(most_full_elements, (gap - smallest_element) / largest_element);
+    u32 bits = 0;
+    for (u32 i = 0; i < full_elements; ++i) bits += write_fill_element(out, largest_bytes);
+    gap -= bits;
+    return bits + write_fill_element(out, (gap - smallest_element) / 8);
+}
+
+u32 constant_rate_frame_bits(const CodingBlock &block) {
+    return 8 * block.mean_channel_bytes * block.num_channels;
+}
+
+u32 write_frame(EncoderState &state, u8 *buffer, const FrameData &data) {
+    BitWriter writer = fresh_bit_writer;
+    const BitOutput out{buffer, writer};
+    u32 bits = write_header(out, state);
+    bits += write_channel_elements(out, state, data, bits);
+    if (state.config.constant_rate == 1) bits += write_fill(out, bits, constant_rate_frame_bits(state.coding));
+    bits += put_element(out, Element::end);
+    bits += byte_align(out);
+    if (state.config.header_type == HeaderType::adts) {
+        put_bits_at(buffer, (bits + 7) / 8, adts_frame_length_bits, adts_frame_length_offset);
+    }
+    return writer.bit_count;
+}
+
+}  // namespace tavik

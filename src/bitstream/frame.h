@@ -1,0 +1,34 @@
+// Channel elements and the frame around them. Quantization is part of writing: a channel is fitted into what its target
+// leaves after the side information, and written, before the next channel is quantized.
+#pragma once
+
+#include "bitstream/bit_writer.h"
+#include "interface/encoder_context.h"
+
+namespace tavik {
+
+// Start of channel 0's arrays; channel 1's follow. `quantized` is scratch shared by the channels.
+struct FrameData {
+    const i32 *spectrum;  // 2048 per channel
+    const u32 *pow34;     // 1024 per channel
+    std::span<i32, frame_length> quantized;
+};
+
+// single_channel_element of a channel (its number is also the tag), without the element identifier. `share`: bits
+// charged to the channel's target for headers and fixed syntax. Returns the bits written.
+u32 write_single_channel_element(BitOutput out, CodingBlock &block, const FrameData &data, u32 share, u32 channel);
+
+// channel_pair_element of channels 0 and 1, without the element identifier. `share` is charged to each channel.
+u32 write_channel_pair_element(BitOutput out, CodingBlock &block, const FrameData &data, u32 share);
+
+// Fill elements that bring a constant-rate frame of `bits_so_far` bits to its mean size of `target_bits`, END and byte
+// alignment (3 to 10 bits) still to come; nothing when the frame is that long already. Returns their bits.
+u32 write_fill(BitOutput out, u32 bits_so_far, u32 target_bits);
+
+// Mean size of a constant-rate frame.
+u32 constant_rate_frame_bits(const CodingBlock &block);
+
+// One whole frame: header, raw_data_block, byte alignment, ADTS frame length. Returns its bits, a multiple of 8.
+u32 write_frame(EncoderState &state, u8 *buffer, const FrameData &data);
+
+}  // namespace tavik

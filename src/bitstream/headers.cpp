@@ -1,0 +1,81 @@
+// One put_bits call per syntax element, in the standard's order and under its names.
+#include "bitstream/headers.h"
+
+namespace tavik {
+namespace {
+
+constexpr u32 low_complexity_profile = 1;
+constexpr u32 copyright_id_bytes = 9;
+
+// The identifier's next bit, first byte first, most significant bit first; 0 when all 72 are sent.
+u32 next_copyright_bit(TavikAdtsHeader &header) {
+    if (header.copyright_bits_left == 0) return 0;
+    const u32 position = 8 * copyright_id_bytes - header.copyright_bits_left--;
+    return header.copyright_id[position / 8] >> (7 - position % 8) & 1;
+}
+
+}  // namespace
+
+void write_adts_header(BitOutput out, TavikAdtsHeader &header, u32 sampling_frequency_index, u32 channel_configuration,
+                       bool constant_rate) {
+    constexpr u32 variable_rate_fullness = 0x7FF;
+    put_bits(out, 0xFFF, 12);                      // syncword
+    put_bits(out, 1, 1);                           // ID: MPEG-2 AAC
+    put_bits(out, 0, 2);                           // layer
+    put_bits(out, 1, 1);                           // protection_absent
+    put_bits(out, low_complexity_profile, 2);      // profile
+    put_bits(out, sampling_frequency_index, 4);    //
+    put_bits(out, 0, 1);                           // private_bit
+    put_bits(out, channel_configuration, 3);       //
+    put_bits(out, header.original_copy, 1);        //
+    put_bits(out, header.home, 1);                 //
+    put_bits(out, next_copyright_bit(header), 1);  // copyright_identification_bit
+    put_bits(out, header.copyright_identification_start, 1);
+    header.copyright_identification_start = 0;
+    put_bits(out, 0, adts_frame_length_bits);  // aac_frame_length, filled in when the frame is complete
+    put_bits(out, constant_rate ? header.adts_buffer_fullness : variable_rate_fullness, 11);
+    put_bits(out, 0, 2);  // number_of_raw_data_blocks_in_frame: one
+}
+
+u32 write_adif_header(BitOutput out, const TavikAdifHeader &header, const TavikProgramConfig &program) {
+    const u32 start = out.writer.bit_count;
+    put_bits(out, 0x41444946, 32);  // adif_id: "ADIF"
+    put_bits(out, header.copyright_id_present, 1);
+    if (header.copyright_id_present != 0) {
+        for (const u8 byte : header.copyright_id) put_bits(out, byte, 8);
+    }
+    put_bits(out, header.original_copy, 1);
+    put_bits(out, header.home, 1);
+    put_bits(out, header.bitstream_type, 1);
+    put_bits(out, header.bitrate, 23);
+    put_bits(out, 0, 4);  // num_program_config_elements: one
+    if (header.bitstream_type == 0) put_bits(out, header.adif_buffer_fullness, 20);
+    write_program_config(out, program);
+    return out.writer.bit_count - start;
+}
+
+u32 write_program_config(BitOutput out, const TavikProgramConfig &program) {
+    constexpr u32 element_instance_tag = 5;
+    const u32 start = out.writer.bit_count;
+    put_bits(out, element_instance_tag, 4);
+    put_bits(out, low_complexity_profile, 2);  // object_type
+    put_bits(out, program.sampling_frequency_index, 4);
+    put_bits(out, program.num_front_channel_elements, 4);
+    put_bits(out, 0, 4);  // num_side_channel_elements
+    put_bits(out, 0, 4);  // num_back_channel_elements
+    put_bits(out, 0, 2);  // num_lfe_channel_elements
+    put_bits(out, 0, 3);  // num_assoc_data_elements
+    put_bits(out, 0, 4);  // num_valid_cc_elements
+    put_bits(out, 0, 1);  // mono_mixdown_present
+    put_bits(out, 0, 1);  // stereo_mixdown_present
+    put_bits(out, 0, 1);  // matrix_mixdown_idx_present
+    for (u32 i = 0; i < program.num_front_channel_elements; ++i) {
+        put_bits(out, program.front_element_is_cpe[i], 1);
+        put_bits(out, program.front_element_tag_select[i], 4);
+    }
+    byte_align(out);      // counted from the start of the frame, or of the ADIF header
+    put_bits(out, 0, 8);  // comment_field_bytes
+    return out.writer.bit_count - start;
+}
+
+}  // namespace tavik

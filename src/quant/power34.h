@@ -1,0 +1,59 @@
+// 3/4 power and quantizer gain: the two rules that turn a spectral magnitude into a quantized one.
+#pragma once
+
+#include <algorithm>
+
+#include "quant/fixed_point.h"
+#include "tables/pow34_table.h"
+#include "tavik.h"
+
+namespace tavik {
+
+// About floor((8 a)^(3/4)): exactly the floor of the table for a < 4096, within 0.6 % above. A magnitude of 2^23 or
+// more counts as 2^23 - 1. 0, or 4 ... 741381.
+inline u32 pow34(u32 a) {
+    using tables::pow34_scale;
+    using tables::pow34_shift;
+    using tables::pow34_table;
+
+    constexpr u32 largest = (1u << 23) - 1;
+    a = std::min(a, largest);
+    if (a < 4096) {
+        const u32 entry = pow34_table[8 * a];
+        return (entry >> 8) >> (23 - (entry & 255));
+    }
+    // Above, the table serves n = 16384 ... 32767, whose exponent is 12: with a = n 2^(j - 3) the result is the
+    // mantissa times 2^(3 j / 4 - 11).
+    if (a < 8192) return ((pow34_table[4 * a] >> 8) * pow34_scale[1]) >> 15;
+    if (a < 16384) return ((pow34_table[2 * a] >> 8) * pow34_scale[2]) >> 15;
+    const u32 doublings = highest_bit(a) - 14;
+    const u32 j = doublings + 3;
+    const u32 mantissa = pow34_table[a >> doublings] >> 8;
+    return ((mantissa >> pow34_shift[j]) * pow34_scale[j]) >> (15 - pow34_shift[j]);
+}
+
+// Gain indices from here on quantize everything to zero.
+inline constexpr u32 first_silencing_gain = 212;
+
+inline constexpr u32 scale_factor_base = 100;  // scale factor and gain index of common_sf 0 and offset 0
+
+// The gain multiply of one gain index: q = (v gain + rounding) >> shift, v times 2^(-3 (i - 100) / 16).
+struct GainRule {
+    u64 gain;
+    u64 rounding;  // 0.4045 of a step, one half below index 15
+    u32 shift;
+    u64 mask;  // the products of the smallest gains are taken in 32 bits
+
+    u64 operator()(u32 v) const { return ((v * gain + rounding) & mask) >> shift; }
+};
+
+inline GainRule gain_rule(u32 index) {
+    constexpr u64 all = ~u64{0};
+    const u64 gain = TAVIK_ZOLF_ipow20[index];
+    if (index < 15) return {gain, 1, 1, all};
+    if (index < 58) return {gain, 26510, 16, all};
+    if (index < 165) return {gain, 424149, 20, all};
+    return {gain, 424149, 20, 0xFFFFFFFF};
+}
+
+}  // namespace tavik
