@@ -1,0 +1,97 @@
+// The encoder runs one frame behind its input. Per channel, a call makes the newest 1024 samples the lookahead; the two
+// frames before them are the block that is coded. At the end of input two more calls move the rest through.
+#include "interface/stream_control.h"
+
+#include <algorithm>
+
+#include "interface/frame_pipeline.h"
+
+namespace tavik {
+namespace {
+
+// Input frames taken in, up to three, then the calls of the end of input.
+enum StreamState : u32 { no_input = 0, one_frame = 1, two_frames = 2, steady = 3, first_flush = 4, all_delivered = 5 };
+
+// The last state in which the block to be coded still has a part from before the input that is not to be heard.
+u32 last_start_up_state(const EncoderState &state) {
+    return state.config.emit_priming_frame == 1 ? no_input : two_frames;
+}
+
+void advance_delay_line(EncoderState &state) {
+    for (u32 channel = 0; channel < state.coding.num_channels; ++channel) {
+        i32 *older = state.time_history[channel].data();
+        i32 *newer = older + frame_length;
+        copy_elements(newer, frame_length, older);
+        copy_elements(state.lookahead_input[channel].data(), frame_length, newer);
+    }
+}
+
+// The first `count` samples of each channel, then silence.
+void fill_lookahead(EncoderState &state, const i16 *pcm, u32 count) {
+    const u32 channels = state.coding.num_channels;
+    for (u32 channel = 0; channel < channels; ++channel) {
+        auto &lookahead = state.lookahead_input[channel];
+        for (u32 i = 0; i < count; ++i) lookahead[i] = pcm[i * channels + channel];
+        std::fill(lookahead.begin() + count, lookahead.end(), 0);
+    }
+}
+
+// Moves the state on for a call with count 0; false when everything has been delivered.
+bool continue_end_of_input(EncoderState &state) {
+    u32 &stream_state = state.coding.stream_state;
+    state.status = TAVIK_STATUS_FLUSHING;
+    switch (stream_state) {
+        case one_frame:
+            stream_state = state.config.emit_priming_frame == 1 ? first_flush : two_frames;
+            return true;
+        case two_frames:
+        case steady:
+            stream_state = first_flush;
+            return true;
+        case first_flush:
+            stream_state = all_delivered;
+            state.status = TAVIK_STATUS_END_OF_STREAM;
+            return true;
+        default:
+            state.status = TAVIK_STATUS_END_OF_STREAM;
+            return false;
+    }
+}
+
+void continue_input(EncoderState &state, u32 count) {
+    u32 &stream_state = state.coding.stream_state;
+    stream_state = stream_state < steady ? stream_state + 1 : u32{steady};
+    state.status = count < frame_length ? TAVIK_STATUS_PARTIAL_FRAME : TAVIK_OK;
+}
+
+// While the delay line fills, no frame is due.
+bool frame_is_withheld(const EncoderState &state) {
+    const u32 last_withheld = state.config.emit_priming_frame == 1 ? one_frame : two_frames;
+    return state.coding.first_frame_pending == 1 && state.coding.stream_state <= last_withheld;
+}
+
+}  // namespace
+
+i32 encode(EncoderState &state, const i16 *pcm, u32 &sample_count, u8 *output, u32 &output_bytes) {
+    output_bytes = 0;
+    const u32 count = std::min(sample_count, frame_length);
+    if (count == 0) {
+        if (!continue_end_of_input(state)) return result_other;
+    } else {
+        continue_input(state, count);
+        sample_count = count;
+    }
+    advance_delay_line(state);
+    fill_lookahead(state, pcm, count);
+
+    if (state.coding.stream_state > last_start_up_state(state)) state.coding.block_switching_active = 1;
+    const auto previous_window_sequence = decide_windows(state);
+    if (frame_is_withheld(state)) {
+        if (state.status == TAVIK_OK) state.status = TAVIK_STATUS_NO_OUTPUT;
+        return result_other;
+    }
+    output_bytes = encode_frame(state, previous_window_sequence, output);
+    return state.status == TAVIK_OK ? result_full_frame : result_other;
+}
+
+}  // namespace tavik
