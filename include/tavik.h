@@ -78,9 +78,9 @@ extern "C" {
 
 /* Values of EncoderConfig.channel_mode. */
 enum {
-    TAVIK_MODE_MONO = 0,     /* one channel: a single channel element */
-    TAVIK_MODE_STEREO = 1,   /* two channels: a channel pair element, mid/side where it pays */
-    TAVIK_MODE_TWO_MONO = 2  /* two independent channels: two single channel elements and a program config element */
+    TAVIK_MODE_MONO = 0,    /* one channel: a single channel element */
+    TAVIK_MODE_STEREO = 1,  /* two channels: a channel pair element, mid/side where it pays */
+    TAVIK_MODE_TWO_MONO = 2 /* two independent channels: two single channel elements and a program config element */
 };
 
 /* Values of EncoderConfig.header_type. */
@@ -108,11 +108,11 @@ typedef struct EncoderConfig {
                                       reservoir [TAVIK_ERR_CONSTANT_RATE] */
     uint32_t emit_priming_frame;   /* 1: also emit the frame whose window covers the silence before the input: one
                                       more frame, and the decoded signal comes 1024 samples later. 0: as many frames
-                                      as input frames, no delay; the first 1024 decoded samples then lack their
-                                      overlap partner and are not exact [TAVIK_ERR_PRIMING_FRAME] */
+                                      as input frames (but at least 2), no delay; the first 1024 decoded samples then
+                                      lack their overlap partner and are not exact [TAVIK_ERR_PRIMING_FRAME] */
     uint32_t tns_disable;          /* 1: temporal noise shaping is never applied [TAVIK_ERR_TNS_DISABLE] */
-    uint32_t home;                 /* header bit: 1 = copy of an original [TAVIK_ERR_HOME] */
-    uint32_t original_copy;        /* header bit: 1 = original [TAVIK_ERR_ORIGINAL_COPY] */
+    uint32_t home;                 /* value of the home bit of ADTS and ADIF headers [TAVIK_ERR_HOME] */
+    uint32_t original_copy;        /* value of their original_copy bit [TAVIK_ERR_ORIGINAL_COPY] */
     uint32_t copyright_id_present; /* 1: copyright_id is carried, in the ADIF header or one bit per ADTS frame
                                       [TAVIK_ERR_COPYRIGHT_ID_PRESENT] */
     uint8_t copyright_id[9];       /* 72-bit copyright identifier, most significant byte first */

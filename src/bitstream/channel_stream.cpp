@@ -91,30 +91,18 @@ void write_escape_codebook(BitOutput out, ConstValues q, ConstValues spectrum) {
 void write_band(BitOutput out, u32 codebook, ConstValues q, ConstValues spectrum) {
     using namespace tables;
     switch (codebook) {
-        case 1:
-            return write_signed<4>(out, q, signed_quad_index, TAVIK_ZOLF_huff10, TAVIK_ZOLF_huff11);
-        case 2:
-            return write_signed<4>(out, q, signed_quad_index, TAVIK_ZOLF_huff20, TAVIK_ZOLF_huff21);
-        case 3:
-            return write_magnitudes<4>(out, q, spectrum, quad_index, TAVIK_ZOLF_huff30, TAVIK_ZOLF_huff31);
-        case 4:
-            return write_magnitudes<4>(out, q, spectrum, quad_index, TAVIK_ZOLF_huff40, TAVIK_ZOLF_huff41);
-        case 5:
-            return write_signed<2>(out, q, signed_pair_index, TAVIK_ZOLF_huff50, TAVIK_ZOLF_huff51);
-        case 6:
-            return write_signed<2>(out, q, signed_pair_index, TAVIK_ZOLF_huff60, TAVIK_ZOLF_huff61);
-        case 7:
-            return write_magnitudes<2>(out, q, spectrum, pair_index<8>, TAVIK_ZOLF_huff70, TAVIK_ZOLF_huff71);
-        case 8:
-            return write_magnitudes<2>(out, q, spectrum, pair_index<8>, TAVIK_ZOLF_huff80, TAVIK_ZOLF_huff81);
-        case 9:
-            return write_magnitudes<2>(out, q, spectrum, pair_index<13>, TAVIK_ZOLF_huff90, TAVIK_ZOLF_huff91);
-        case 10:
-            return write_magnitudes<2>(out, q, spectrum, pair_index<13>, TAVIK_ZOLF_huff100, TAVIK_ZOLF_huff101);
-        case escape_codebook:
-            return write_escape_codebook(out, q, spectrum);
-        default:
-            return;
+        case 1: return write_signed<4>(out, q, signed_quad_index, TAVIK_ZOLF_huff10, TAVIK_ZOLF_huff11);
+        case 2: return write_signed<4>(out, q, signed_quad_index, TAVIK_ZOLF_huff20, TAVIK_ZOLF_huff21);
+        case 3: return write_magnitudes<4>(out, q, spectrum, quad_index, TAVIK_ZOLF_huff30, TAVIK_ZOLF_huff31);
+        case 4: return write_magnitudes<4>(out, q, spectrum, quad_index, TAVIK_ZOLF_huff40, TAVIK_ZOLF_huff41);
+        case 5: return write_signed<2>(out, q, signed_pair_index, TAVIK_ZOLF_huff50, TAVIK_ZOLF_huff51);
+        case 6: return write_signed<2>(out, q, signed_pair_index, TAVIK_ZOLF_huff60, TAVIK_ZOLF_huff61);
+        case 7: return write_magnitudes<2>(out, q, spectrum, pair_index<8>, TAVIK_ZOLF_huff70, TAVIK_ZOLF_huff71);
+        case 8: return write_magnitudes<2>(out, q, spectrum, pair_index<8>, TAVIK_ZOLF_huff80, TAVIK_ZOLF_huff81);
+        case 9: return write_magnitudes<2>(out, q, spectrum, pair_index<13>, TAVIK_ZOLF_huff90, TAVIK_ZOLF_huff91);
+        case 10: return write_magnitudes<2>(out, q, spectrum, pair_index<13>, TAVIK_ZOLF_huff100, TAVIK_ZOLF_huff101);
+        case escape_codebook: return write_escape_codebook(out, q, spectrum);
+        default: return;
     }
 }
 

@@ -19,9 +19,7 @@ struct CodedChannel {
 };
 
 // Bits of ics_info and of a channel's tns_data (0 when not present), as their writers send them.
-constexpr u32 ics_info_bits(WindowSequence sequence) {
-    return sequence == WindowSequence::eight_short ? 15 : 11;
-}
+constexpr u32 ics_info_bits(WindowSequence sequence) { return sequence == WindowSequence::eight_short ? 15 : 11; }
 u32 tns_data_bits(const TavikTnsData &tns);
 
 // ics_info. Returns its bits.

@@ -136,8 +136,7 @@ u32 write_channel_elements(BitOutput out, EncoderState &state, const FrameData &
             const u32 bits = put_element(out, Element::sce);
             return bits + write_single_channel_element(out, block, data, share, 0);
         }
-        default:
-            return write_two_single_channels(out, state, data, header_bits);
+        default: return write_two_single_channels(out, state, data, header_bits);
     }
 }
 
@@ -178,9 +177,7 @@ u32 write_fill(BitOutput out, u32 bits_so_far, u32 target_bits) {
     return bits + write_fill_element(out, (gap - smallest_element) / 8);
 }
 
-u32 constant_rate_frame_bits(const CodingBlock &block) {
-    return 8 * block.mean_channel_bytes * block.num_channels;
-}
+u32 constant_rate_frame_bits(const CodingBlock &block) { return 8 * block.mean_channel_bytes * block.num_channels; }
 
 u32 write_frame(EncoderState &state, u8 *buffer, const FrameData &data) {
     BitWriter writer = fresh_bit_writer;

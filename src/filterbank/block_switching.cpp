@@ -36,9 +36,7 @@ constexpr std::array<Thresholds, 12> block_switch_thresholds = {{
 constexpr u32 last_index_with_fall = 7;
 
 // a / b < threshold / 128
-bool is_below(i32 a, i32 threshold, i32 b) {
-    return a < (i64{threshold} * b) >> 7;
-}
+bool is_below(i32 a, i32 threshold, i32 b) { return a < (i64{threshold} * b) >> 7; }
 
 // The largest peak of some sub-blocks, and the sub-block that has it (the earlier one of equals).
 struct Peak {
@@ -46,9 +44,7 @@ struct Peak {
     u32 subblock;
 };
 
-Peak larger(Peak earlier, Peak later) {
-    return later.value > earlier.value ? later : earlier;
-}
+Peak larger(Peak earlier, Peak later) { return later.value > earlier.value ? later : earlier; }
 
 struct Neighbour {
     i32 left;

@@ -13,9 +13,7 @@ using Block = std::span<i32, history_length>;
 constexpr u32 flat_length = (frame_length - short_length) / 2;  // 448 samples before or after a short slope
 
 // Sample times window value (Q23) times 2^7: x 2^16 w / 2^32.
-constexpr i32 windowed(i32 x, i32 window_q23) {
-    return mulhi(x << 16, window_q23);
-}
+constexpr i32 windowed(i32 x, i32 window_q23) { return mulhi(x << 16, window_q23); }
 
 // out[p] = x[p] under the rising half-window that starts at p = begin.
 template <std::size_t N>
@@ -73,15 +71,9 @@ void filter_bank(History x, Block out, WindowSequence sequence, std::span<i32, f
             rise(x, out, 0, TAVIK_SLW);
             fall(x, out, frame_length, TAVIK_SLW);
             break;
-        case WindowSequence::long_start:
-            window_long_start(x, out, flat_shift);
-            break;
-        case WindowSequence::long_stop:
-            window_long_stop(x, out, flat_shift);
-            break;
-        case WindowSequence::eight_short:
-            transform_short_blocks(x, out, scratch.first<short_length>());
-            return;
+        case WindowSequence::long_start: window_long_start(x, out, flat_shift); break;
+        case WindowSequence::long_stop: window_long_stop(x, out, flat_shift); break;
+        case WindowSequence::eight_short: transform_short_blocks(x, out, scratch.first<short_length>()); return;
     }
     mdct<frame_length>(out, scratch);
 }

@@ -55,13 +55,9 @@ FrameData frame_data(const i32 *spectrum, const u32 *pow34_spectrum, i32 *quanti
 
 extern "C" {
 
-uint32_t TAVIK_get_version(void) {
-    return TAVIK_VERSION;
-}
+uint32_t TAVIK_get_version(void) { return TAVIK_VERSION; }
 
-uint32_t TAVIK_SampleRateIndex(uint32_t sample_rate) {
-    return sample_rate_index(sample_rate);
-}
+uint32_t TAVIK_SampleRateIndex(uint32_t sample_rate) { return sample_rate_index(sample_rate); }
 
 int32_t TAVIK_Init(EncoderContext *context, const EncoderConfig *config) {
     if (context == nullptr) return result_error;
@@ -101,9 +97,7 @@ void TAVIK_FilterBank(const int32_t *history, int32_t *out, int32_t window_seque
                 std::span<i32, frame_length>(scratch, frame_length), shift);
 }
 
-void TAVIK_LowPass(int32_t *spectrum, uint32_t limit) {
-    low_pass(Spectrum(spectrum, frame_length), limit);
-}
+void TAVIK_LowPass(int32_t *spectrum, uint32_t limit) { low_pass(Spectrum(spectrum, frame_length), limit); }
 
 void TAVIK_CalcAttack(const int32_t *block, int32_t *peaks) {
     measure_peaks(std::span<const i32, frame_length>(block, frame_length), std::span<i32, subblocks>(peaks, subblocks));
@@ -134,9 +128,7 @@ void TAVIK_Autocorrelation(uint32_t n, int32_t start, const int32_t *spectrum, i
     autocorrelation(std::span<const i32>(spectrum + start, n), std::span<i64, tns_lags>(r, tns_lags));
 }
 
-int32_t TAVIK_q47exp4(int64_t x) {
-    return q47_exponent(x);
-}
+int32_t TAVIK_q47exp4(int64_t x) { return q47_exponent(x); }
 
 void TAVIK_PreQuant(TavikCodingBlock *block, uint32_t *pow34_out, const int32_t *spectrum, uint32_t *band_sf_offset_out,
                     uint32_t channel) {

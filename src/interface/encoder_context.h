@@ -144,9 +144,7 @@ static_assert(offsetof(CodingBlock, band_sf_offset) == 536 && offsetof(CodingBlo
 static_assert(offsetof(CodingBlock, adts_header) == 2312 && offsetof(CodingBlock, mean_channel_bytes) == 2588);
 
 // The two views of the same memory.
-inline EncoderState &state_of(EncoderContext &context) {
-    return reinterpret_cast<EncoderState &>(context);
-}
+inline EncoderState &state_of(EncoderContext &context) { return reinterpret_cast<EncoderState &>(context); }
 inline const EncoderState &state_of(const EncoderContext &context) {
     return reinterpret_cast<const EncoderState &>(context);
 }

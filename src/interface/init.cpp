@@ -43,7 +43,7 @@ i32 check(const EncoderConfig &config) {
 
 void set_channel_layout(EncoderState &state, u32 channel_mode) {
     static constexpr u32 configurations[] = {channel_configuration_mono, channel_configuration_stereo,
-                                      channel_configuration_two_mono};
+                                             channel_configuration_two_mono};
     CodingBlock &block = state.coding;
     state.config.channel_configuration = configurations[channel_mode];
     block.num_channels = channel_mode == TAVIK_MODE_MONO ? 1 : 2;

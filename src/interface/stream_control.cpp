@@ -41,20 +41,14 @@ bool continue_end_of_input(EncoderState &state) {
     u32 &stream_state = state.coding.stream_state;
     state.status = TAVIK_STATUS_FLUSHING;
     switch (stream_state) {
-        case one_frame:
-            stream_state = state.config.emit_priming_frame == 1 ? first_flush : two_frames;
-            return true;
+        case one_frame: stream_state = state.config.emit_priming_frame == 1 ? first_flush : two_frames; return true;
         case two_frames:
-        case steady:
-            stream_state = first_flush;
-            return true;
+        case steady: stream_state = first_flush; return true;
         case first_flush:
             stream_state = all_delivered;
             state.status = TAVIK_STATUS_END_OF_STREAM;
             return true;
-        default:
-            state.status = TAVIK_STATUS_END_OF_STREAM;
-            return false;
+        default: state.status = TAVIK_STATUS_END_OF_STREAM; return false;
     }
 }
 

@@ -87,22 +87,17 @@ u32 escape_codebook_bits(ConstValues values) {
 BandCost count_band(u32 higher, Values values, ConstValues spectrum) {
     using namespace tables;
     switch (higher) {
-        case 0:
-            return {0, 0};
+        case 0: return {0, 0};
         case 2:
             apply_signs(values, spectrum);
             return cheaper_of_pair<4>(values, signed_quad_index, TAVIK_ZOLF_huff10, TAVIK_ZOLF_huff20, 2);
-        case 4:
-            return cheaper_of_pair<4>(values, quad_index, TAVIK_ZOLF_huff30, TAVIK_ZOLF_huff40, 4);
+        case 4: return cheaper_of_pair<4>(values, quad_index, TAVIK_ZOLF_huff30, TAVIK_ZOLF_huff40, 4);
         case 6:
             apply_signs(values, spectrum);
             return cheaper_of_pair<2>(values, signed_pair_index, TAVIK_ZOLF_huff50, TAVIK_ZOLF_huff60, 6);
-        case 8:
-            return cheaper_of_pair<2>(values, pair_index<8>, TAVIK_ZOLF_huff70, TAVIK_ZOLF_huff80, 8);
-        case 10:
-            return cheaper_of_pair<2>(values, pair_index<13>, TAVIK_ZOLF_huff90, TAVIK_ZOLF_huff100, 10);
-        default:
-            return {escape_codebook, escape_codebook_bits(values)};
+        case 8: return cheaper_of_pair<2>(values, pair_index<8>, TAVIK_ZOLF_huff70, TAVIK_ZOLF_huff80, 8);
+        case 10: return cheaper_of_pair<2>(values, pair_index<13>, TAVIK_ZOLF_huff90, TAVIK_ZOLF_huff100, 10);
+        default: return {escape_codebook, escape_codebook_bits(values)};
     }
 }
 

@@ -26,47 +26,25 @@ using u64 = std::uint64_t;
 
 // Two's complement addition, subtraction, negation and multiplication that wrap. Shifts and narrowing conversions of
 // signed integers are defined by C++20 itself.
-constexpr i32 wrap_add(i32 a, i32 b) {
-    return static_cast<i32>(static_cast<u32>(a) + static_cast<u32>(b));
-}
-constexpr i32 wrap_sub(i32 a, i32 b) {
-    return static_cast<i32>(static_cast<u32>(a) - static_cast<u32>(b));
-}
-constexpr i32 wrap_mul(i32 a, i32 b) {
-    return static_cast<i32>(static_cast<u32>(a) * static_cast<u32>(b));
-}
-constexpr i64 wrap_add(i64 a, i64 b) {
-    return static_cast<i64>(static_cast<u64>(a) + static_cast<u64>(b));
-}
-constexpr i64 wrap_sub(i64 a, i64 b) {
-    return static_cast<i64>(static_cast<u64>(a) - static_cast<u64>(b));
-}
-constexpr i64 wrap_neg(i64 a) {
-    return wrap_sub(i64{0}, a);
-}
+constexpr i32 wrap_add(i32 a, i32 b) { return static_cast<i32>(static_cast<u32>(a) + static_cast<u32>(b)); }
+constexpr i32 wrap_sub(i32 a, i32 b) { return static_cast<i32>(static_cast<u32>(a) - static_cast<u32>(b)); }
+constexpr i32 wrap_mul(i32 a, i32 b) { return static_cast<i32>(static_cast<u32>(a) * static_cast<u32>(b)); }
+constexpr i64 wrap_add(i64 a, i64 b) { return static_cast<i64>(static_cast<u64>(a) + static_cast<u64>(b)); }
+constexpr i64 wrap_sub(i64 a, i64 b) { return static_cast<i64>(static_cast<u64>(a) - static_cast<u64>(b)); }
+constexpr i64 wrap_neg(i64 a) { return wrap_sub(i64{0}, a); }
 
 // Magnitude as an unsigned value: exact for the smallest integer too.
-constexpr u32 magnitude(i32 x) {
-    return x < 0 ? 0u - static_cast<u32>(x) : static_cast<u32>(x);
-}
-constexpr u64 magnitude(i64 x) {
-    return x < 0 ? u64{0} - static_cast<u64>(x) : static_cast<u64>(x);
-}
+constexpr u32 magnitude(i32 x) { return x < 0 ? 0u - static_cast<u32>(x) : static_cast<u32>(x); }
+constexpr u64 magnitude(i64 x) { return x < 0 ? u64{0} - static_cast<u64>(x) : static_cast<u64>(x); }
 
 // Magnitude kept signed; that of -2^31 wraps to itself.
-constexpr i32 wrap_abs(i32 x) {
-    return static_cast<i32>(magnitude(x));
-}
+constexpr i32 wrap_abs(i32 x) { return static_cast<i32>(magnitude(x)); }
 
 // High word of the 64-bit product: u v / 2^32, rounded toward minus infinity.
-constexpr i32 mulhi(i32 u, i32 v) {
-    return static_cast<i32>((i64{u} * v) >> 32);
-}
+constexpr i32 mulhi(i32 u, i32 v) { return static_cast<i32>((i64{u} * v) >> 32); }
 
 // Left shift that drops what leaves the word, for any count.
-constexpr i32 shift_left(i32 x, u32 count) {
-    return count < 32 ? x << count : 0;
-}
+constexpr i32 shift_left(i32 x, u32 count) { return count < 32 ? x << count : 0; }
 
 // v 2^s: a left shift saturates where the result leaves 64 bits, a right shift (s < 0) rounds toward minus infinity.
 constexpr i64 norm_shift(i64 v, i32 s) {
@@ -77,13 +55,9 @@ constexpr i64 norm_shift(i64 v, i32 s) {
 }
 
 // The shift that brings the highest set bit of |x| to bit 46 (to [0.5, 1) in Q47): -17 ... 46; 0 for x = 0.
-constexpr i32 q47_exponent(i64 x) {
-    return x == 0 ? 0 : 47 - static_cast<i32>(std::bit_width(magnitude(x)));
-}
+constexpr i32 q47_exponent(i64 x) { return x == 0 ? 0 : 47 - static_cast<i32>(std::bit_width(magnitude(x))); }
 
 // Index of the highest set bit of a non-zero value.
-constexpr u32 highest_bit(u32 x) {
-    return static_cast<u32>(std::bit_width(x)) - 1;
-}
+constexpr u32 highest_bit(u32 x) { return static_cast<u32>(std::bit_width(x)) - 1; }
 
 }  // namespace tavik

@@ -12,27 +12,20 @@ namespace tavik {
 namespace {
 
 // ceil(log2 peak) + 2, at most 18. A non-zero 3/4 power is at least 4, so that is 4 ... 18.
-i32 starting_offset(u32 peak) {
-    return std::min(static_cast<i32>(std::bit_width(peak - 1)) + 2, 18);
-}
+i32 starting_offset(u32 peak) { return std::min(static_cast<i32>(std::bit_width(peak - 1)) + 2, 18); }
 
 // An eight-short band, by sampling rate and the number of windows in its group: short groups are coded more finely.
 i32 short_offset(u32 sampling_rate_index, u32 group_length, i32 s) {
     switch (sampling_rate_index) {
         case 3:
-        case 4:
-            return s - (group_length == 1 ? 3 : group_length == 2 ? 2 : 1);
-        case 5:
-            return group_length == 1 ? s - 2 : s;
-        case 6:
-            return group_length == 1 ? s - 3 : s;
+        case 4: return s - (group_length == 1 ? 3 : group_length == 2 ? 2 : 1);
+        case 5: return group_length == 1 ? s - 2 : s;
+        case 6: return group_length == 1 ? s - 3 : s;
         case 7:
         case 8:
         case 9:
-        case 10:
-            return group_length == 1 ? s - 1 : s;
-        default:
-            return s;
+        case 10: return group_length == 1 ? s - 1 : s;
+        default: return s;
     }
 }
 
@@ -90,24 +83,15 @@ i32 offset_12(u32 band, i32 s) {
 // A long-window band. `transition`: LONG_START or LONG_STOP.
 i32 long_offset(u32 sampling_rate_index, bool transition, u32 band, i32 s) {
     switch (sampling_rate_index) {
-        case 3:
-            return offset_48_44(16, transition, band, s);
-        case 4:
-            return offset_48_44(17, transition, band, s);
-        case 5:
-            return offset_32(transition, band, s);
-        case 6:
-            return offset_24(band, s);
-        case 7:
-            return offset_22(band, s);
-        case 8:
-            return offset_16(band, s);
-        case 9:
-            return offset_12(band, s);
-        case 10:
-            return band <= 29 ? s - 1 : s;
-        default:
-            return s;
+        case 3: return offset_48_44(16, transition, band, s);
+        case 4: return offset_48_44(17, transition, band, s);
+        case 5: return offset_32(transition, band, s);
+        case 6: return offset_24(band, s);
+        case 7: return offset_22(band, s);
+        case 8: return offset_16(band, s);
+        case 9: return offset_12(band, s);
+        case 10: return band <= 29 ? s - 1 : s;
+        default: return s;
     }
 }
 

@@ -13,19 +13,13 @@ inline constexpr i32 escape_flag = 16;  // in codebook 11: this magnitude or a l
 inline constexpr i32 scale_factor_bias = 60;  // index of scale-factor difference 0
 
 // Codebooks 1 and 2, values -1 ... 1.
-constexpr u32 signed_quad_index(const i32 *q) {
-    return static_cast<u32>(27 * q[0] + 9 * q[1] + 3 * q[2] + q[3] + 40);
-}
+constexpr u32 signed_quad_index(const i32 *q) { return static_cast<u32>(27 * q[0] + 9 * q[1] + 3 * q[2] + q[3] + 40); }
 
 // Codebooks 3 and 4, magnitudes 0 ... 2.
-constexpr u32 quad_index(const i32 *q) {
-    return static_cast<u32>(27 * q[0] + 9 * q[1] + 3 * q[2] + q[3]);
-}
+constexpr u32 quad_index(const i32 *q) { return static_cast<u32>(27 * q[0] + 9 * q[1] + 3 * q[2] + q[3]); }
 
 // Codebooks 5 and 6, values -4 ... 4.
-constexpr u32 signed_pair_index(const i32 *q) {
-    return static_cast<u32>(9 * q[0] + q[1] + 40);
-}
+constexpr u32 signed_pair_index(const i32 *q) { return static_cast<u32>(9 * q[0] + q[1] + 40); }
 
 // Codebooks 7 and 8 (magnitudes 0 ... 7, radix 8), 9 and 10 (magnitudes 0 ... 12, radix 13).
 template <i32 Radix>

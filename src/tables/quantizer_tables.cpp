@@ -39,9 +39,7 @@ constexpr u32 rounded_power_of_two(i32 exponent) {
 }
 
 // Fractional bits of the gain of index i.
-constexpr i32 gain_q(i32 i) {
-    return i < 15 ? 1 : i < 58 ? 16 : 20;
-}
+constexpr i32 gain_q(i32 i) { return i < 15 ? 1 : i < 58 ? 16 : 20; }
 
 // 2^(-3 (i - 100) / 16) at the fixed point of gain_q(i).
 constexpr std::array<u32, 256> make_gains() {

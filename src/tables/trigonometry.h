@@ -14,9 +14,7 @@ inline constexpr int angle_q = 60;                 // fractional bits of angles 
 inline constexpr i64 pi_q60 = 0x3243F6A8885A308D;  // pi
 inline constexpr i64 one_q60 = i64{1} << angle_q;
 
-constexpr i64 mul_q60(i64 a, i64 b) {
-    return static_cast<i64>((i128{a} * b) >> angle_q);
-}
+constexpr i64 mul_q60(i64 a, i64 b) { return static_cast<i64>((i128{a} * b) >> angle_q); }
 
 // Taylor series of sine (first = 1) or cosine (first = 0) for 0 <= x <= pi / 4, in Q60: error below 2^-55.
 constexpr i64 taylor_q60(i64 x, int first) {
@@ -41,9 +39,7 @@ constexpr i64 sin_pi(i64 numerator, i64 denominator) {
 }
 
 // cos a = sin(a + pi / 2)
-constexpr i64 cos_pi(i64 numerator, i64 denominator) {
-    return sin_pi(2 * numerator + denominator, 2 * denominator);
-}
+constexpr i64 cos_pi(i64 numerator, i64 denominator) { return sin_pi(2 * numerator + denominator, 2 * denominator); }
 
 // Rounds a Q60 value (or the sum of two) to `q` fractional bits, to nearest; no table has a tie.
 constexpr i64 round_q60(i128 value, int q) {

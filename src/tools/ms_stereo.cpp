@@ -100,9 +100,7 @@ BitShares bit_shares(MsMask mask, const Survey &survey, bool tns_data_present) {
     return {200 - q, q};
 }
 
-i32 percent_of(u32 percent, i32 bits) {
-    return wrap_mul(static_cast<i32>(percent), bits) / 100;
-}
+i32 percent_of(u32 percent, i32 bits) { return wrap_mul(static_cast<i32>(percent), bits) / 100; }
 
 }  // namespace
 

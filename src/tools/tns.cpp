@@ -124,9 +124,7 @@ void filter(std::span<i32> x, std::span<const i32> c_q24) {
     }
 }
 
-bool fits_three_bits(i32 coef) {
-    return coef >= -4 && coef <= 3;
-}
+bool fits_three_bits(i32 coef) { return coef >= -4 && coef <= 3; }
 
 }  // namespace
 
