@@ -1,0 +1,113 @@
+#include "audio_reader.h"
+
+#include <algorithm>
+#include <array>
+
+#include "program_error.h"
+
+namespace tavik {
+namespace {
+
+/// A single channel goes into both channels at its own level; the library would lower it by 3 dB.
+constexpr std::array unity_gains{1.0, 1.0};
+
+constexpr int drain_room = 1024;  // samples per channel that are taken out of a converter at once in the end
+
+}  // namespace
+
+AudioReader::AudioReader(const std::string &path) : path_(path), decoder_(path), pending_(decoder_.next()) {
+    if (pending_ == nullptr) {
+        const std::string reason = damage() ? " (" + damage()->reason + ")" : "";
+        throw ProgramError(ExitCode::input, path_, "no audio samples" + reason);
+    }
+    source_ = {static_cast<uint32_t>(pending_->sample_rate), static_cast<uint32_t>(pending_->ch_layout.nb_channels)};
+}
+
+void AudioReader::set_output(AudioFormat format) {
+    output_ = format;
+    fifo_ = own(av_audio_fifo_alloc(AV_SAMPLE_FMT_S16, static_cast<int>(format.channels), 1));
+}
+
+size_t AudioReader::read(std::span<int16_t> block) {
+    const int wanted = static_cast<int>(block.size() / output_.channels);
+    while (av_audio_fifo_size(fifo_.get()) < wanted && refill()) {
+    }
+    void *data = block.data();
+    return static_cast<size_t>(av_audio_fifo_read(fifo_.get(), &data, wanted));
+}
+
+/// Converts the pending frame into the FIFO and decodes the next one; false at the end of the file.
+bool AudioReader::refill() {
+    if (pending_ == nullptr) {
+        drain_converter();
+        return false;
+    }
+    if (!converter_fits(*pending_)) {
+        drain_converter();
+        make_converter(*pending_);
+    }
+    const int count = pending_->nb_samples;
+    convert(const_cast<const uint8_t **>(pending_->extended_data), count, swr_get_out_samples(converter_.get(), count));
+    pending_ = decoder_.next();
+    return true;
+}
+
+bool AudioReader::converter_fits(const AVFrame &frame) const {
+    return converter_ && frame.format == converter_sample_format_ && frame.sample_rate == converter_rate_ &&
+           av_channel_layout_compare(&frame.ch_layout, &converter_layout_) == 0;
+}
+
+void AudioReader::make_converter(const AVFrame &frame) {
+    AVChannelLayout layout{};
+    av_channel_layout_default(&layout, static_cast<int>(output_.channels));
+    int result = av_channel_layout_copy(&converter_layout_, &frame.ch_layout);
+    SwrContext *converter = nullptr;
+    if (result >= 0) {
+        result = swr_alloc_set_opts2(&converter, &layout, AV_SAMPLE_FMT_S16, static_cast<int>(output_.rate),
+                                     &converter_layout_, static_cast<AVSampleFormat>(frame.format), frame.sample_rate,
+                                     0, nullptr);
+    }
+    converter_.reset(converter);
+    const bool duplicates = frame.ch_layout.nb_channels == 1 && output_.channels == 2;
+    if (result >= 0 && duplicates) result = swr_set_matrix(converter, unity_gains.data(), 1);
+    if (result >= 0) result = swr_init(converter);
+    if (result < 0) {
+        throw ProgramError(ExitCode::input, path_,
+                           "cannot convert its " + std::to_string(frame.ch_layout.nb_channels) + " channels at " +
+                               std::to_string(frame.sample_rate) + " Hz");
+    }
+    converter_sample_format_ = frame.format;
+    converter_rate_ = frame.sample_rate;
+    converter_input_ = 0;
+    converter_output_ = 0;
+}
+
+/// Converts `count` samples per channel into the FIFO, or with nullptr and 0 some that are still inside the converter.
+/// Returns how many per channel came out, at most `room`.
+int AudioReader::convert(const uint8_t **samples, int count, int room) {
+    converted_.resize(static_cast<size_t>(room) * output_.channels);
+    auto *bytes = reinterpret_cast<uint8_t *>(converted_.data());
+    int result = swr_convert(converter_.get(), &bytes, room, samples, count);
+    void *data = converted_.data();
+    if (result > 0) result = av_audio_fifo_write(fifo_.get(), &data, result);
+    if (result < 0) throw ProgramError(ExitCode::input, path_, "cannot convert: " + ffmpeg_error_text(result));
+    converter_input_ += count;
+    converter_output_ += result;
+    return result;
+}
+
+void AudioReader::drain_converter() {
+    if (!converter_) return;
+    if (converter_output_ > 0) {
+        while (convert(nullptr, 0, drain_room) > 0) {
+        }
+    } else {
+        // An input shorter than the resampling filter comes out only when silence pushes it.
+        swr_inject_silence(converter_.get(), converter_rate_);
+        convert(nullptr, 0,
+                static_cast<int>(av_rescale_rnd(converter_input_, output_.rate, converter_rate_, AV_ROUND_UP)));
+    }
+    converter_.reset();
+}
+
+}  // namespace tavik

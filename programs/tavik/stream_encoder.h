@@ -1,0 +1,33 @@
+#pragma once
+
+#include <tavik.h>
+
+#include <array>
+#include <cstdint>
+#include <span>
+
+namespace tavik {
+
+/// One run of the library's encoder, from the first samples to the last frame.
+class StreamEncoder {
+ public:
+    /// Throws ProgramError when the library refuses the configuration.
+    explicit StreamEncoder(const EncoderConfig &config);
+    StreamEncoder(const StreamEncoder &) = delete;
+    StreamEncoder &operator=(const StreamEncoder &) = delete;
+
+    /**
+     * Takes `sample_count` samples per channel: TAVIK_FRAME_LENGTH, less in the last block, 0 from then on. Returns the
+     * bytes of at most one coded frame, valid until the next call.
+     */
+    std::span<const uint8_t> encode(const int16_t *samples, size_t sample_count);
+
+    /// All frames have been delivered.
+    bool finished() const { return context_.status == TAVIK_STATUS_END_OF_STREAM; }
+
+ private:
+    EncoderContext context_{};
+    std::array<uint8_t, TAVIK_MAX_FRAME_BYTES> frame_{};
+};
+
+}  // namespace tavik
