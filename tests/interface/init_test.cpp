@@ -1,0 +1,138 @@
+// Validation and derived values.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <vector>
+
+#include "interface/encoder_context.h"
+
+namespace {
+
+using namespace tavik;
+
+constexpr u32 bad = 0xFFFFFFFF;
+
+EncoderConfig valid_config() { return {TAVIK_MODE_MONO, 44100, 128000, 0, 0, 0, 0, 0, 0, 0, {}}; }
+
+struct Context {
+    EncoderContext memory;
+    Context() { std::memset(&memory, 0xA5, sizeof(memory)); }
+    i32 init(const EncoderConfig &config) { return TAVIK_Init(&memory, &config); }
+    const CodingBlock &block() const { return state_of(memory).coding; }
+};
+
+TEST(Init, AbsentPointers) {
+    const EncoderConfig config = valid_config();
+    EXPECT_EQ(TAVIK_Init(nullptr, &config), -1);
+    EXPECT_EQ(TAVIK_Init(nullptr, nullptr), -1);
+    Context context;
+    EXPECT_EQ(TAVIK_Init(&context.memory, nullptr), -1);
+    EXPECT_EQ(context.memory.status, TAVIK_ERR_NULL_POINTER);
+    for (const u8 byte : context.memory.opaque) ASSERT_EQ(byte, 0xA5);
+}
+
+// Every field is made bad, then repaired one after the other in the order of the checks.
+TEST(Init, FirstBadFieldDecidesTheStatus) {
+    EncoderConfig config{bad, 96000, 7999, bad, 2, 2, 2, bad, 2, 2, {}};
+    const EncoderConfig good = valid_config();
+    Context context;
+    const auto status = [&] {
+        const i32 result = context.init(config);
+        EXPECT_EQ(result, context.memory.status == 0 ? 0 : -1);
+        return context.memory.status;
+    };
+    EXPECT_EQ(status(), TAVIK_ERR_CHANNEL_MODE);
+    config.channel_mode = 2;
+    EXPECT_EQ(status(), TAVIK_ERR_SAMPLE_RATE);
+    config.sample_rate = 8000;
+    EXPECT_EQ(status(), TAVIK_ERR_BIT_RATE);
+    config.bit_rate = 48001;
+    EXPECT_EQ(status(), TAVIK_ERR_BIT_RATE);
+    config.bit_rate = 48000;
+    EXPECT_EQ(status(), TAVIK_ERR_HEADER_TYPE);
+    config.header_type = 2;
+    EXPECT_EQ(status(), TAVIK_ERR_CONSTANT_RATE);
+    config.constant_rate = 1;
+    EXPECT_EQ(status(), TAVIK_ERR_PRIMING_FRAME);
+    config.emit_priming_frame = 1;
+    EXPECT_EQ(status(), TAVIK_ERR_TNS_DISABLE);
+    config.tns_disable = 1;
+    EXPECT_EQ(status(), TAVIK_ERR_HOME);
+    config.home = 1;
+    EXPECT_EQ(status(), TAVIK_ERR_ORIGINAL_COPY);
+    config.original_copy = 1;
+    EXPECT_EQ(status(), TAVIK_ERR_COPYRIGHT_ID_PRESENT);
+    config.copyright_id_present = 1;
+    EXPECT_EQ(status(), TAVIK_OK);
+    config.bit_rate = 8000;
+    EXPECT_EQ(status(), TAVIK_OK);
+    EXPECT_EQ(context.init(good), 0);
+}
+
+TEST(Init, SampleRates) {
+    const u32 rates[] = {48000, 44100, 32000, 24000, 22050, 16000, 12000, 11025, 8000};
+    for (u32 i = 0; i < 9; ++i) EXPECT_EQ(TAVIK_SampleRateIndex(rates[i]), 3 + i);
+    for (const u32 rate : {0u, 7350u, 44101u, 64000u, 96000u, bad}) EXPECT_EQ(TAVIK_SampleRateIndex(rate), 15u);
+    EXPECT_EQ(TAVIK_get_version(), 0x30000000u);
+}
+
+TEST(Init, WorkedBitBudgets) {
+    Context mono;
+    mono.init(valid_config());
+    EXPECT_EQ(mono.block().mean_channel_bits, 2968u);
+    EXPECT_EQ(mono.block().mean_channel_bytes, 371u);
+    EXPECT_EQ(mono.block().initial_common_sf, 20u);
+    EXPECT_EQ(mono.block().adif_header.adif_buffer_fullness, 3176u);
+    EXPECT_EQ(mono.block().adts_header.adts_buffer_fullness, 99u);
+
+    Context stereo;
+    stereo.init({TAVIK_MODE_STEREO, 48000, 64000, 0, 0, 0, 0, 0, 0, 0, {}});
+    EXPECT_EQ(stereo.block().mean_frame_bits, 2720u);
+    EXPECT_EQ(stereo.block().mean_frame_bytes, 340u);
+    EXPECT_EQ(stereo.block().available_bits, 2720u);
+    EXPECT_EQ(stereo.block().initial_common_sf, 45u);
+    EXPECT_EQ(stereo.block().adif_header.adif_buffer_fullness, 9568u);
+    EXPECT_EQ(stereo.block().adts_header.adts_buffer_fullness, 149u);
+    EXPECT_EQ(stereo.block().adif_header.bitrate, 6u * 48000 * 2);
+
+    Context highest;
+    highest.init({TAVIK_MODE_TWO_MONO, 8000, 48000, 1, 1, 0, 0, 0, 0, 0, {}});
+    EXPECT_EQ(highest.block().mean_channel_bits, 6144u);
+    EXPECT_EQ(highest.block().adif_header.adif_buffer_fullness, 0u);
+    EXPECT_EQ(highest.block().adif_header.bitrate, 96000u);
+    EXPECT_EQ(highest.block().buffer_bits, 12288u);
+    EXPECT_EQ(highest.block().program_config.num_front_channel_elements, 2u);
+    EXPECT_EQ(highest.block().program_config.front_element_tag_select[1], 1u);
+    EXPECT_EQ(state_of(highest.memory).config.channel_configuration, 0u);
+}
+
+TEST(Init, StartOfTheRateLoopByFrameSize) {
+    const std::pair<u32, u32> rows[] = {{184, 45}, {185, 40}, {186, 35}, {277, 35}, {278, 30},
+                                        {279, 25}, {370, 25}, {371, 20}, {372, 15}, {768, 15}};
+    for (const auto &[bytes, common_sf] : rows) {
+        Context context;
+        EncoderConfig config = valid_config();
+        config.sample_rate = 48000;
+        config.bit_rate = bytes * 8 * 48000 / 1024;
+        ASSERT_EQ(context.init(config), 0);
+        ASSERT_EQ(context.block().mean_channel_bytes, bytes);
+        EXPECT_EQ(context.block().initial_common_sf, common_sf) << bytes;
+    }
+}
+
+TEST(Init, BandLimits) {
+    const std::vector<std::array<u32, 4>> rows = {
+        {48000, 47, 864, 1}, {44100, 48, 927, 1}, {32000, 51, 1024, 0}, {8000, 40, 1024, 0}};
+    for (const auto &[rate, bands, limit, active] : rows) {
+        Context context;
+        EncoderConfig config = valid_config();
+        config.sample_rate = rate;
+        config.bit_rate = 8000;
+        ASSERT_EQ(context.init(config), 0);
+        EXPECT_EQ(context.block().long_band_count, bands);
+        EXPECT_EQ(context.block().spectral_limit, limit);
+        EXPECT_EQ(context.block().band_limit_active, active);
+    }
+}
+
+}  // namespace

@@ -1,0 +1,130 @@
+// Codebook choice and bit counts of one channel. At gain index 100 the quantized values are the 3/4 powers themselves.
+#include "quant/bit_counter.h"
+
+#include <gtest/gtest.h>
+
+#include <bit>
+#include <random>
+
+#include "support/standard_tables.h"
+
+namespace {
+
+using namespace tavik;
+using tavik_test::standard_tables;
+
+// A channel with bands of `width` lines.
+struct Channel {
+    CodingBlock block{};
+    std::array<i32, 1024> spectrum{};
+    std::array<u32, 1024> pow34{};
+    std::array<u32, band_array_size> offsets{}, codebooks{};
+    std::array<i32, 1024> quantized{};
+
+    Channel(u32 bands, u32 width, std::array<u32, 3> groups = {1, 0, 0}) {
+        block.window_group_length[0] = groups;
+        block.max_sfb[0] = bands;
+        block.sfb_offset_start[0] = block.sfb_offset[0].data();
+        for (u32 g = 0; g < 3 && groups[g] != 0; ++g) {
+            ++block.num_window_groups[0];
+            for (u32 b = 0; b <= bands; ++b) block.sfb_offset[0][short_offset_row * g + b] = b * width;
+        }
+    }
+    u32 count(u32 common_sf = 0) {
+        return count_bits(block, common_sf, {spectrum, pow34, offsets, codebooks, quantized}, 0);
+    }
+};
+
+TEST(CountBits, SectionsOfSilence) {
+    EXPECT_EQ(Channel(49, 4).count(), 14u);
+    EXPECT_EQ(Channel(30, 4).count(), 9u);
+    EXPECT_EQ(Channel(31, 4).count(), 14u);
+    EXPECT_EQ(Channel(6, 4, {1, 7, 0}).count(), 2 * 7u);
+    EXPECT_EQ(Channel(7, 4, {1, 7, 0}).count(), 2 * 10u);
+    EXPECT_EQ(Channel(14, 4, {2, 2, 4}).count(), 3 * 13u);
+    Channel silenced(48, 4);
+    silenced.pow34.fill(741381);
+    EXPECT_EQ(silenced.count(112), 14u) << "gain index 212";
+}
+
+TEST(CountBits, OverflowStopsTheCount) {
+    Channel channel(2, 4);
+    channel.pow34[7] = 8191;
+    EXPECT_LT(channel.count(), overflow_bits);
+    channel.pow34[7] = 8192;
+    EXPECT_EQ(channel.count(), overflow_bits);
+    channel.offsets[1] = 1;  // a coarser gain for its band
+    EXPECT_LT(channel.count(), overflow_bits);
+}
+
+TEST(CountBits, ScaleFactorsAreCodedAgainstTheCodedBandBefore) {
+    const auto &lengths = standard_tables().code(12).codewords();
+    Channel channel(3, 4);
+    channel.offsets = {5, 7, 4};
+    for (const u32 line : {0u, 4u, 8u}) channel.pow34[line] = 1000;
+    const u32 all = channel.count();
+    channel.pow34[4] = 0;
+    channel.offsets[1] = 60;  // silent: not sent, whatever it holds
+    const u32 without_middle = channel.count();
+    // The spectral cost of each band is its escape codeword, sign and escape sequence.
+    const auto band = [&](u32 line) {
+        const auto q = static_cast<u32>(channel.quantized[line]);
+        return standard_tables().code(11).codewords()[17 * 16].length +
+               standard_tables().code(11).codewords()[0].length + 1 + 2 * static_cast<u32>(std::bit_width(q >> 5)) + 5;
+    };
+    EXPECT_EQ(without_middle, band(0) + band(8) + lengths[60].length + lengths[59].length + 3 * 9);
+    channel.pow34[4] = 1000;
+    channel.offsets[1] = 7;
+    EXPECT_EQ(channel.count(), all);
+    EXPECT_EQ(all, band(0) + band(4) + band(8) + lengths[60].length + lengths[62].length + lengths[57].length + 9);
+}
+
+// Cost of values under a codebook other than 11, from the standard's tables.
+u32 cost(u32 codebook, const i32 *q, u32 width) {
+    const auto book = tavik_test::spectral_codebook(codebook);
+    u32 bits = 0;
+    for (u32 k = 0; k < width; k += book.dimension) {
+        u32 index = 0;
+        for (u32 d = 0; d < book.dimension; ++d) {
+            const i32 value = book.lowest == 0 ? std::abs(q[k + d]) : q[k + d];
+            index = index * book.modulus + static_cast<u32>(value - book.lowest);
+            if (book.lowest == 0 && value != 0) ++bits;
+        }
+        bits += standard_tables().code(codebook).codewords()[index].length;
+    }
+    return bits;
+}
+
+TEST(CountBits, CheaperCodebookOfThePairWins) {
+    constexpr u32 width = 16;
+    std::mt19937 generator(10);
+    const auto random = [&](u32 below) { return static_cast<u32>(generator() % below); };
+    for (const auto &[largest, lower] : {std::pair<u32, u32>{1, 1}, {2, 3}, {4, 5}, {7, 7}, {12, 9}}) {
+        std::array<int, 12> chosen{};
+        for (int trial = 0; trial < 400; ++trial) {
+            Channel channel(1, width);
+            std::array<i32, width> q{};
+            const u32 sparsity = 1 + random(10);
+            for (u32 k = 0; k < width; ++k) {
+                channel.pow34[k] = random(sparsity) == 0 ? random(largest + 1) : 0;
+                if (k == 0) channel.pow34[k] = largest;
+                channel.spectrum[k] = random(2) == 0 ? -1 : 1;
+                q[k] = static_cast<i32>(channel.pow34[k]) * channel.spectrum[k];
+            }
+            const u32 bits = channel.count() - 9 - 1;  // without section and scale factor
+            const u32 lower_cost = cost(lower, q.data(), width);
+            const u32 higher_cost = cost(lower + 1, q.data(), width);
+            EXPECT_EQ(bits, std::min(lower_cost, higher_cost));
+            EXPECT_EQ(channel.codebooks[0], higher_cost >= lower_cost ? lower : lower + 1);
+            ++chosen[channel.codebooks[0]];
+            for (u32 k = 0; k < width; ++k) {
+                const bool with_sign = lower == 1 || lower == 5;
+                ASSERT_EQ(channel.quantized[k], with_sign ? q[k] : std::abs(q[k]));
+            }
+        }
+        EXPECT_GT(chosen[lower], 0) << "codebook " << lower;
+        EXPECT_GT(chosen[lower + 1], 0) << "codebook " << lower + 1;
+    }
+}
+
+}  // namespace

@@ -1,0 +1,95 @@
+#include "support/sha256.h"
+
+#include <algorithm>
+#include <array>
+#include <bit>
+#include <cstddef>
+
+namespace tavik_test {
+namespace {
+
+constexpr std::size_t block_bytes = 64;
+constexpr std::size_t length_bytes = 8;  // the message length in bits, at the end of the last block
+
+// First 32 bits of the fractional parts of the cube roots of the first 64 primes.
+constexpr std::array<std::uint32_t, 64> round_constants = {
+    0x428a2f98, 0x71374491, 0xb5c0fbcf, 0xe9b5dba5, 0x3956c25b, 0x59f111f1, 0x923f82a4, 0xab1c5ed5,
+    0xd807aa98, 0x12835b01, 0x243185be, 0x550c7dc3, 0x72be5d74, 0x80deb1fe, 0x9bdc06a7, 0xc19bf174,
+    0xe49b69c1, 0xefbe4786, 0x0fc19dc6, 0x240ca1cc, 0x2de92c6f, 0x4a7484aa, 0x5cb0a9dc, 0x76f988da,
+    0x983e5152, 0xa831c66d, 0xb00327c8, 0xbf597fc7, 0xc6e00bf3, 0xd5a79147, 0x06ca6351, 0x14292967,
+    0x27b70a85, 0x2e1b2138, 0x4d2c6dfc, 0x53380d13, 0x650a7354, 0x766a0abb, 0x81c2c92e, 0x92722c85,
+    0xa2bfe8a1, 0xa81a664b, 0xc24b8b70, 0xc76c51a3, 0xd192e819, 0xd6990624, 0xf40e3585, 0x106aa070,
+    0x19a4c116, 0x1e376c08, 0x2748774c, 0x34b0bcb5, 0x391c0cb3, 0x4ed8aa4a, 0x5b9cca4f, 0x682e6ff3,
+    0x748f82ee, 0x78a5636f, 0x84c87814, 0x8cc70208, 0x90befffa, 0xa4506ceb, 0xbef9a3f7, 0xc67178f2};
+
+using State = std::array<std::uint32_t, 8>;
+using Block = std::array<std::uint8_t, block_bytes>;
+
+// First 32 bits of the fractional parts of the square roots of the first 8 primes.
+constexpr State initial_state = {0x6a09e667, 0xbb67ae85, 0x3c6ef372, 0xa54ff53a,
+                                 0x510e527f, 0x9b05688c, 0x1f83d9ab, 0x5be0cd19};
+
+std::array<std::uint32_t, 64> message_schedule(const Block &block) {
+    std::array<std::uint32_t, 64> w{};
+    for (std::size_t i = 0; i < block_bytes; ++i) w[i / 4] = w[i / 4] << 8 | block[i];
+    for (std::size_t t = 16; t < w.size(); ++t) {
+        const std::uint32_t a = w[t - 15];
+        const std::uint32_t b = w[t - 2];
+        const std::uint32_t sigma0 = std::rotr(a, 7) ^ std::rotr(a, 18) ^ a >> 3;
+        const std::uint32_t sigma1 = std::rotr(b, 17) ^ std::rotr(b, 19) ^ b >> 10;
+        w[t] = sigma1 + w[t - 7] + sigma0 + w[t - 16];
+    }
+    return w;
+}
+
+void digest_block(State &state, const Block &block) {
+    const auto w = message_schedule(block);
+    auto [a, b, c, d, e, f, g, h] = state;
+    for (std::size_t t = 0; t < w.size(); ++t) {
+        const std::uint32_t sum1 = std::rotr(e, 6) ^ std::rotr(e, 11) ^ std::rotr(e, 25);
+        const std::uint32_t sum0 = std::rotr(a, 2) ^ std::rotr(a, 13) ^ std::rotr(a, 22);
+        const std::uint32_t temp1 = h + sum1 + ((e & f) ^ (~e & g)) + round_constants[t] + w[t];
+        const std::uint32_t temp2 = sum0 + ((a & b) ^ (a & c) ^ (b & c));
+        h = g, g = f, f = e, e = d + temp1;
+        d = c, c = b, b = a, a = temp1 + temp2;
+    }
+    const State increment = {a, b, c, d, e, f, g, h};
+    for (std::size_t i = 0; i < state.size(); ++i) state[i] += increment[i];
+}
+
+// Digests the incomplete last block: data, a one bit, zeros, and the length of the message in bits.
+void digest_tail(State &state, std::span<const std::uint8_t> tail, std::uint64_t message_bits) {
+    Block block{};
+    std::copy(tail.begin(), tail.end(), block.begin());
+    block[tail.size()] = 0x80;
+    if (tail.size() + 1 + length_bytes > block_bytes) {
+        digest_block(state, block);
+        block.fill(0);
+    }
+    for (std::size_t i = 0; i < length_bytes; ++i) {
+        block[block_bytes - 1 - i] = static_cast<std::uint8_t>(message_bits >> (8 * i));
+    }
+    digest_block(state, block);
+}
+
+}  // namespace
+
+std::string sha256_hex(std::span<const std::uint8_t> data) {
+    const std::uint64_t message_bits = std::uint64_t{8} * data.size();
+    State state = initial_state;
+    while (data.size() >= block_bytes) {
+        Block block;
+        std::copy_n(data.begin(), block_bytes, block.begin());
+        digest_block(state, block);
+        data = data.subspan(block_bytes);
+    }
+    digest_tail(state, data, message_bits);
+
+    std::string hex;
+    for (const std::uint32_t word : state) {
+        for (int shift = 28; shift >= 0; shift -= 4) hex += "0123456789abcdef"[word >> shift & 15];
+    }
+    return hex;
+}
+
+}  // namespace tavik_test
