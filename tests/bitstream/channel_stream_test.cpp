@@ -69,18 +69,6 @@ TEST(WriteIcs, ScaleFactorReferenceIsBandZeroEvenWhenItIsNotCoded) {
     expect_fields(reader, {{3, 0}, {TAVIK_ZOLF_huff40[0], TAVIK_ZOLF_huff41[0]}});  // flags; four zeros
 }
 
-TEST(WriteIcs, SignsFollowTheCodeword) {
-    Channel channel(1);
-    channel.codebooks[0] = 3;
-    channel.quantized = {0, 2, 0, 1};
-    channel.spectrum = {-9, -9, -9, 9};
-    auto reader = channel.write();
-    expect_fields(reader, {{9, 3 << 5 | 1}, {1, 0}, {3, 0}});
-    const u32 length = TAVIK_ZOLF_huff30[19];
-    EXPECT_EQ(reader.read(length - 2), TAVIK_ZOLF_huff31[19]);
-    EXPECT_EQ(reader.read(2), 2u);
-}
-
 TEST(WriteIcs, EscapesFollowTheSigns) {
     Channel channel(1);
     channel.codebooks[0] = 11;

@@ -3,7 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <bit>
 #include <random>
 
 #include "support/standard_tables.h"
@@ -55,28 +54,6 @@ TEST(CountBits, OverflowStopsTheCount) {
     EXPECT_EQ(channel.count(), overflow_bits);
     channel.offsets[1] = 1;  // a coarser gain for its band
     EXPECT_LT(channel.count(), overflow_bits);
-}
-
-TEST(CountBits, ScaleFactorsAreCodedAgainstTheCodedBandBefore) {
-    const auto &lengths = standard_tables().code(12).codewords();
-    Channel channel(3, 4);
-    channel.offsets = {5, 7, 4};
-    for (const u32 line : {0u, 4u, 8u}) channel.pow34[line] = 1000;
-    const u32 all = channel.count();
-    channel.pow34[4] = 0;
-    channel.offsets[1] = 60;  // silent: not sent, whatever it holds
-    const u32 without_middle = channel.count();
-    // The spectral cost of each band is its escape codeword, sign and escape sequence.
-    const auto band = [&](u32 line) {
-        const auto q = static_cast<u32>(channel.quantized[line]);
-        return standard_tables().code(11).codewords()[17 * 16].length +
-               standard_tables().code(11).codewords()[0].length + 1 + 2 * static_cast<u32>(std::bit_width(q >> 5)) + 5;
-    };
-    EXPECT_EQ(without_middle, band(0) + band(8) + lengths[60].length + lengths[59].length + 3 * 9);
-    channel.pow34[4] = 1000;
-    channel.offsets[1] = 7;
-    EXPECT_EQ(channel.count(), all);
-    EXPECT_EQ(all, band(0) + band(4) + band(8) + lengths[60].length + lengths[62].length + lengths[57].length + 9);
 }
 
 // Cost of values under a codebook other than 11, from the standard's tables.

@@ -82,24 +82,6 @@ TEST(Tns, FlatOrSilentSpectrumIsLeftAlone) {
     }
 }
 
-TEST(Tns, SmallCoefficientsAreCompressed) {
-    // x[j] = 0.72 x[j - 1] + noise: a gain of about 2.1 with a first coefficient of about -0.72, index -4.
-    std::mt19937 random(5);
-    std::uniform_int_distribution<std::int32_t> noise(-10000, 10000);
-    int compressed = 0;
-    for (int trial = 0; trial < 20; ++trial) {
-        Spectrum x(1024);
-        for (std::size_t j = 1; j < x.size(); ++j) x[j] = x[j - 1] * 72 / 100 + noise(random);
-        const TavikTnsData tns = shape(x);
-        if (tns.tns_data_present == 0) continue;
-        bool small = true;
-        for (std::size_t i = 0; i < tns.order; ++i) small = small && tns.coef[i] >= -4 && tns.coef[i] <= 3;
-        EXPECT_EQ(tns.coef_compress, small ? 1u : 0u);
-        compressed += small ? 1 : 0;
-    }
-    EXPECT_GT(compressed, 0);
-}
-
 // Extremes that no encoder state brings about must stay defined: the sanitizers watch here.
 TEST(Tns, ExtremeSpectraAreSurvived) {
     std::mt19937 random(6);
