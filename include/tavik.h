@@ -63,13 +63,13 @@ extern "C" {
 /*
  * The largest frame that TAVIK_Encode can write, in bytes, headers and fill included: 768 per channel, for every valid
  * configuration and every input. Derivation: the bit targets of a frame's channels add up to at most available_bits,
- * which never exceeds buffer_bits = 6144 per channel (= the standard's decoder input buffer per channel). Before the
- * rate loop runs, every bit of the frame that it does not count is deducted from those targets: stream header,
- * element identifiers and tags, ics_info, mid/side flags, TNS data, global gain, flags and END. The rate loop ends
- * with a count within the target, or, where the target cannot be met, with an all-zero channel of at most 39 bits
- * (eight-short: three groups of one section of 15 bands), in a frame whose whole overhead is then below 600 bits.
- * Fill elements pad to the mean frame size, itself at most 6144 bits per channel. Byte alignment adds nothing: the
- * limit is a whole number of bytes.
+ * which never exceeds buffer_bits = 6144 per channel (the standard's decoder input buffer per channel). Before the rate
+ * loop runs, every bit of the frame that it does not count is deducted from those targets: stream header, element
+ * identifiers and tags, ics_info, mid/side flags, TNS data, global gain, flags and END. The rate loop ends with a count
+ * within the target, so that the frame keeps to the sum; 6144 bits are whole bytes, so that alignment adds nothing.
+ * Where a target is out of reach, the channel is all zero and takes at most 39 bits (eight-short: three groups of one
+ * section of 15 bands). That happens only where the side information, below 600 bits, uses up the target, at bit rates
+ * whose frames are far below the limit. Fill elements pad to the mean frame size, at most 6144 bits per channel.
  */
 #define TAVIK_MAX_FRAME_BYTES_PER_CHANNEL 768
 #define TAVIK_MAX_FRAME_BYTES (2 * TAVIK_MAX_FRAME_BYTES_PER_CHANNEL)

@@ -19,16 +19,16 @@ u32 next_copyright_bit(TavikAdtsHeader &header) {
 void write_adts_header(BitOutput out, TavikAdtsHeader &header, u32 sampling_frequency_index, u32 channel_configuration,
                        bool constant_rate) {
     constexpr u32 variable_rate_fullness = 0x7FF;
-    put_bits(out, 0xFFF, 12);                      // syncword
-    put_bits(out, 1, 1);                           // ID: MPEG-2 AAC
-    put_bits(out, 0, 2);                           // layer
-    put_bits(out, 1, 1);                           // protection_absent
-    put_bits(out, low_complexity_profile, 2);      // profile
-    put_bits(out, sampling_frequency_index, 4);    //
-    put_bits(out, 0, 1);                           // private_bit
-    put_bits(out, channel_configuration, 3);       //
-    put_bits(out, header.original_copy, 1);        //
-    put_bits(out, header.home, 1);                 //
+    put_bits(out, 0xFFF, 12);                  // syncword
+    put_bits(out, 1, 1);                       // ID: MPEG-2 AAC
+    put_bits(out, 0, 2);                       // layer
+    put_bits(out, 1, 1);                       // protection_absent
+    put_bits(out, low_complexity_profile, 2);  // profile
+    put_bits(out, sampling_frequency_index, 4);
+    put_bits(out, 0, 1);  // private_bit
+    put_bits(out, channel_configuration, 3);
+    put_bits(out, header.original_copy, 1);
+    put_bits(out, header.home, 1);
     put_bits(out, next_copyright_bit(header), 1);  // copyright_identification_bit
     put_bits(out, header.copyright_identification_start, 1);
     header.copyright_identification_start = 0;

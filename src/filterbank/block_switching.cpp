@@ -10,11 +10,11 @@ namespace {
 
 // Ratios in units of 1/128.
 struct Thresholds {
-    i32 group;          // between the two half frames, either way
-    i32 pair_rise;      // left neighbour of an attack
-    i32 pair_fall;      // right neighbour
-    i32 subblock_rise;  //
-    i32 subblock_fall;  //
+    i32 group;          // the quieter half frame / the louder
+    i32 pair_rise;      // left neighbour / attack, pairs of sub-blocks
+    i32 pair_fall;      // right neighbour / attack
+    i32 subblock_rise;  // the same for single sub-blocks
+    i32 subblock_fall;
 };
 
 constexpr std::array<Thresholds, 12> block_switch_thresholds = {{

@@ -15,10 +15,10 @@ namespace tavik {
 inline constexpr u32 frame_length = TAVIK_FRAME_LENGTH;  // samples, and spectral coefficients, per channel
 inline constexpr u32 short_length = 128;                 // coefficients of one short window
 inline constexpr u32 short_windows = 8;                  // of an eight-short block
-inline constexpr u32 max_channels = 2;                   //
-inline constexpr u32 max_groups = 3;                     // window groups that the encoder forms
-inline constexpr u32 max_bands = 52;                     // row length of band arrays
-inline constexpr u32 short_offset_row = 18;              // row length of sfb_offset, per window group
+inline constexpr u32 max_channels = 2;
+inline constexpr u32 max_groups = 3;         // window groups that the encoder forms
+inline constexpr u32 max_bands = 52;         // row length of band arrays
+inline constexpr u32 short_offset_row = 18;  // row length of sfb_offset, per window group
 inline constexpr u32 band_array_size = max_groups * max_bands;
 inline constexpr u32 history_length = 2 * frame_length;  // per channel; also the distance of the two spectra
 inline constexpr u32 buffer_bits_per_channel = 6144;     // the standard's decoder input buffer per channel
@@ -42,59 +42,53 @@ using ConstPow34 = std::span<const u32, frame_length>;
 using BandArray = std::span<u32, band_array_size>;  // group-major: entry max_bands x group + band
 using ConstBandArray = std::span<const u32, band_array_size>;
 
-}  // namespace tavik
-
 // Layout, targets and results of the frame being coded, then the values fixed by TAVIK_Init and those that the frame
-// driver carries from frame to frame. `channel` arrays hold entry 0 only in mono.
-struct TavikCodingBlock {
-    tavik::u32 sampling_rate_index;  // 3 (48 kHz) to 11 (8 kHz)
-    tavik::u32 num_channels;
-    tavik::PerChannel<tavik::u32> common_sf;              // scale factor of a band = 100 + common_sf + its offset
-    tavik::PerChannel<tavik::u32> scale_factor_grouping;  // 7 bits; of the latest eight-short block
-    tavik::PerChannel<tavik::WindowSequence> window_sequence;
-    tavik::PerChannel<tavik::u32> max_sfb;            // coded bands per window group
-    tavik::PerChannel<tavik::u32> num_window_groups;  // 1 for long blocks, 2 or 3 for eight-short blocks
-    tavik::PerChannel<std::array<tavik::u32, tavik::max_groups>> window_group_length;
+// driver carries from frame to frame. Mono uses entry 0 of each PerChannel array.
+struct CodingBlock {
+    u32 sampling_rate_index;  // 3 (48 kHz) to 11 (8 kHz)
+    u32 num_channels;
+    PerChannel<u32> common_sf;              // scale factor of a band = 100 + common_sf + its offset
+    PerChannel<u32> scale_factor_grouping;  // 7 bits; of the latest eight-short block
+    PerChannel<WindowSequence> window_sequence;
+    PerChannel<u32> max_sfb;            // coded bands per window group
+    PerChannel<u32> num_window_groups;  // 1 for long blocks, 2 or 3 for eight-short blocks
+    PerChannel<std::array<u32, max_groups>> window_group_length;
     // Band starts relative to the group's first coefficient: one run for long blocks, rows of 18 for eight-short.
-    tavik::PerChannel<std::array<tavik::u32, tavik::max_groups * tavik::short_offset_row>> sfb_offset;
-    tavik::PerChannel<const tavik::u32 *> sfb_offset_start;  // each channel's sfb_offset; read by the bit counter
-    tavik::PerChannel<tavik::i32> bits_target;               // for section, scale-factor and spectral data
-    tavik::PerChannel<tavik::i32> bits_tolerance;            // half-width of the rate loop's acceptance window
-    tavik::PerChannel<std::array<tavik::u32, tavik::band_array_size>> band_sf_offset;  // 0 to 18
-    tavik::PerChannel<tavik::u32> has_signal;  // 1: some coded coefficient is not zero
-    tavik::PerChannel<TavikTnsData> tns_data;
-    std::array<tavik::u32, tavik::max_bands> ms_used;
-    tavik::u32 common_window;
-    tavik::MsMask ms_mask_present;
+    PerChannel<std::array<u32, max_groups * short_offset_row>> sfb_offset;
+    PerChannel<const u32 *> sfb_offset_start;                     // each channel's sfb_offset; read by the bit counter
+    PerChannel<i32> bits_target;                                  // for section, scale-factor and spectral data
+    PerChannel<i32> bits_tolerance;                               // half-width of the rate loop's acceptance window
+    PerChannel<std::array<u32, band_array_size>> band_sf_offset;  // 0 to 18
+    PerChannel<u32> has_signal;                                   // 1: some coded coefficient is not zero
+    PerChannel<TavikTnsData> tns_data;
+    std::array<u32, max_bands> ms_used;
+    u32 common_window;
+    MsMask ms_mask_present;
     TavikProgramConfig program_config;
     TavikAdifHeader adif_header;
     TavikAdtsHeader adts_header;
-    tavik::u32 first_frame_pending;  // 1 until the first frame is written
-    tavik::u32 stream_state;         // end-of-stream protocol, 0 to 5
-    tavik::u32 long_band_count;
-    tavik::u32 short_band_count;
-    tavik::u32 spectral_limit;     // first line that the low-pass removes, 1024 = none
-    tavik::u32 band_limit_active;  // 1: the low-pass applies
-    tavik::u32 mean_frame_bits;
-    tavik::u32 mean_channel_bits;  // a multiple of 8
-    tavik::u32 mean_frame_bytes;
-    tavik::u32 buffer_bits;  // 6144 per channel
-    tavik::u32 buffer_bytes;
-    tavik::i32 reservoir_bytes;                       // saved by earlier frames, 0 to 2^20 - 1
-    tavik::u32 available_bits;                        // that the next frame may use, at most buffer_bits
-    tavik::u32 initial_common_sf;                     // where the rate loop starts after a change of window
-    tavik::PerChannel<tavik::u32> short_run_active;   // 1 from a LONG_START to the next LONG_STOP
-    tavik::PerChannel<tavik::u32> prev_attack_index;  // attack_index one call earlier
-    tavik::PerChannel<tavik::u32> attack_index;       // sub-block of the latest attack, 0 to 7
-    tavik::u32 block_switching_active;                // 1 once start-up is over
-    tavik::PerChannel<TavikAttackDetectorState> attack_detector_state;
-    tavik::PerChannel<std::array<tavik::i32, 16>> subblock_peak;  // 8 of the newer history half, 8 of the lookahead
-    tavik::u32 mean_channel_bytes;
+    u32 first_frame_pending;  // 1 until the first frame is written
+    u32 stream_state;         // end-of-stream protocol, 0 to 5
+    u32 long_band_count;
+    u32 short_band_count;
+    u32 spectral_limit;     // first line that the low-pass removes, 1024 = none
+    u32 band_limit_active;  // 1: the low-pass applies
+    u32 mean_frame_bits;
+    u32 mean_channel_bits;  // a multiple of 8
+    u32 mean_frame_bytes;
+    u32 buffer_bits;  // 6144 per channel
+    u32 buffer_bytes;
+    i32 reservoir_bytes;                // saved by earlier frames, 0 to 2^20 - 1
+    u32 available_bits;                 // that the next frame may use, at most buffer_bits
+    u32 initial_common_sf;              // where the rate loop starts after a change of window
+    PerChannel<u32> short_run_active;   // 1 from a LONG_START to the next LONG_STOP
+    PerChannel<u32> prev_attack_index;  // attack_index one call earlier
+    PerChannel<u32> attack_index;       // sub-block of the latest attack, 0 to 7
+    u32 block_switching_active;         // 1 once start-up is over
+    PerChannel<TavikAttackDetectorState> attack_detector_state;
+    PerChannel<std::array<i32, 16>> subblock_peak;  // 8 of the newer history half, 8 of the lookahead
+    u32 mean_channel_bytes;
 };
-
-namespace tavik {
-
-using CodingBlock = ::TavikCodingBlock;
 
 // `config` as given, except that the first word holds channel_configuration: 1 mono, 2 stereo, 0 two single channels.
 struct StoredConfig {
@@ -115,6 +109,13 @@ inline constexpr u32 channel_configuration_two_mono = 0;
 inline constexpr u32 channel_configuration_mono = 1;
 inline constexpr u32 channel_configuration_stereo = 2;
 
+}  // namespace tavik
+
+// The name that the C header gives to the coding block.
+struct TavikCodingBlock : tavik::CodingBlock {};
+
+namespace tavik {
+
 struct EncoderState {
     i32 status;
     std::array<i32, frame_length> work_buffer;                  // scratch of filter bank and regrouping
@@ -123,7 +124,7 @@ struct EncoderState {
     PerChannel<std::array<i32, history_length>> spectrum;       // first half: coefficients; second: work space
     PerChannel<std::array<u32, frame_length>> pow34_spectrum;
     StoredConfig config;
-    CodingBlock coding;
+    TavikCodingBlock coding;
     std::array<u8, 72> unused;
 };
 

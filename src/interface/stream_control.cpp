@@ -9,13 +9,8 @@
 namespace tavik {
 namespace {
 
-// Input frames taken in, up to three, then the calls of the end of input.
+// Values of stream_state: input frames taken in, up to three, then the calls at the end of the input.
 enum StreamState : u32 { no_input = 0, one_frame = 1, two_frames = 2, steady = 3, first_flush = 4, all_delivered = 5 };
-
-// The last state in which the block to be coded still has a part from before the input that is not to be heard.
-u32 last_start_up_state(const EncoderState &state) {
-    return state.config.emit_priming_frame == 1 ? no_input : two_frames;
-}
 
 void advance_delay_line(EncoderState &state) {
     for (u32 channel = 0; channel < state.coding.num_channels; ++channel) {
@@ -58,10 +53,15 @@ void continue_input(EncoderState &state, u32 count) {
     state.status = count < frame_length ? TAVIK_STATUS_PARTIAL_FRAME : TAVIK_OK;
 }
 
+// Block switching works from the first block on that will be delivered.
+bool block_switching_starts(const EncoderState &state) {
+    return state.coding.stream_state > (state.config.emit_priming_frame == 1 ? no_input : two_frames);
+}
+
 // While the delay line fills, no frame is due.
 bool frame_is_withheld(const EncoderState &state) {
-    const u32 last_withheld = state.config.emit_priming_frame == 1 ? one_frame : two_frames;
-    return state.coding.first_frame_pending == 1 && state.coding.stream_state <= last_withheld;
+    return state.coding.first_frame_pending == 1 &&
+           state.coding.stream_state <= (state.config.emit_priming_frame == 1 ? one_frame : two_frames);
 }
 
 }  // namespace
@@ -78,7 +78,7 @@ i32 encode(EncoderState &state, const i16 *pcm, u32 &sample_count, u8 *output, u
     advance_delay_line(state);
     fill_lookahead(state, pcm, count);
 
-    if (state.coding.stream_state > last_start_up_state(state)) state.coding.block_switching_active = 1;
+    if (block_switching_starts(state)) state.coding.block_switching_active = 1;
     const auto previous_window_sequence = decide_windows(state);
     if (frame_is_withheld(state)) {
         if (state.status == TAVIK_OK) state.status = TAVIK_STATUS_NO_OUTPUT;
