@@ -108,8 +108,8 @@ typedef struct EncoderConfig {
                                       reservoir [TAVIK_ERR_CONSTANT_RATE] */
     uint32_t emit_priming_frame;   /* 1: also emit the frame whose window covers the silence before the input: one
                                       more frame, and the decoded signal comes 1024 samples later. 0: as many frames
-                                      as input frames (but at least 2), no delay; the first 1024 decoded samples then
-                                      lack their overlap partner and are not exact [TAVIK_ERR_PRIMING_FRAME] */
+                                      as input frames (2 for a single one), no delay; the first 1024 decoded samples
+                                      then lack their overlap partner and are not exact [TAVIK_ERR_PRIMING_FRAME] */
     uint32_t tns_disable;          /* 1: temporal noise shaping is never applied [TAVIK_ERR_TNS_DISABLE] */
     uint32_t home;                 /* value of the home bit of ADTS and ADIF headers [TAVIK_ERR_HOME] */
     uint32_t original_copy;        /* value of their original_copy bit [TAVIK_ERR_ORIGINAL_COPY] */
@@ -182,10 +182,10 @@ TAVIK_API int32_t TAVIK_Init(EncoderContext *context, const EncoderConfig *confi
  * output         receives the frame; room for TAVIK_MAX_FRAME_BYTES_PER_CHANNEL bytes per channel
  * output_bytes   out: bytes written, possibly 0
  *
- * Returns 0 when a full input frame was taken and a frame delivered; -1 with TAVIK_ERR_NULL_POINTER for an absent
- * pointer (nothing changes); 1 otherwise, and context->status tells which: TAVIK_STATUS_NO_OUTPUT,
- * TAVIK_STATUS_PARTIAL_FRAME, TAVIK_STATUS_FLUSHING or TAVIK_STATUS_END_OF_STREAM. Bytes may come with any of the last
- * three.
+ * Returns 0 when a full input frame was taken and a frame delivered; -1 for an absent pointer (nothing changes but the
+ * status, TAVIK_ERR_NULL_POINTER, where there is a context); 1 otherwise, and context->status tells which:
+ * TAVIK_STATUS_NO_OUTPUT, TAVIK_STATUS_PARTIAL_FRAME, TAVIK_STATUS_FLUSHING or TAVIK_STATUS_END_OF_STREAM. Bytes may
+ * come with any of the last three.
  */
 TAVIK_API int32_t TAVIK_Encode(EncoderContext *context, const int16_t *pcm, uint32_t *sample_count, uint8_t *output,
                                uint32_t *output_bytes);
@@ -280,7 +280,7 @@ TAVIK_API void TAVIK_FilterBank(const int32_t *history, int32_t *out, int32_t wi
 /* Clears spectrum[limit ... 1023]; nothing from limit 1024 on. */
 TAVIK_API void TAVIK_LowPass(int32_t *spectrum, uint32_t limit);
 
-/* peaks[b] = largest magnitude of block[128 b ... 128 b + 127], b < 8. */
+/* peaks[b] = largest magnitude of block[128 b ... 128 b + 127], b < 8; samples above -2^31. */
 TAVIK_API void TAVIK_CalcAttack(const int32_t *block, int32_t *peaks);
 
 /*
@@ -301,8 +301,9 @@ TAVIK_API void TAVIK_MSStereo(int32_t *spectrum, uint32_t sampling_rate_index, u
                               uint32_t *ms_mask_present, uint32_t max_sfb, uint32_t tns_data_present);
 
 /*
- * Temporal noise shaping of one long-block spectrum, in place: fills *tns and filters when the prediction gain is above
- * 2, else touches neither. band_count: scale-factor bands of the rate; coded_band_count: those that are coded.
+ * Temporal noise shaping of one long-block spectrum, in place: fills *tns and filters when the prediction gain is
+ * above 129/64, else touches neither. band_count: scale-factor bands of the rate; coded_band_count: those that are
+ * coded.
  */
 TAVIK_API void TAVIK_TemporalNoiseShaping(TavikTnsData *tns, int32_t *spectrum, int32_t sampling_rate_index,
                                           uint32_t band_count, uint32_t coded_band_count);
@@ -324,8 +325,9 @@ TAVIK_API void TAVIK_PreQuant(TavikCodingBlock *block, uint32_t *pow34_out, cons
 
 /*
  * Rate loop of one channel: searches common_sf (in/out, in the coding block) until the channel's section, scale-factor
- * and spectral data fit bits_target. Leaves global_gain, the codebook of each band (3 x 52, cleared by the caller) and
- * 1024 quantized values: signed in bands of codebooks 1, 2, 5 and 6, magnitudes (at most 8191) elsewhere.
+ * and spectral data fit bits_target, or every value is quantized to zero. Leaves global_gain, the codebook of each
+ * coded band (3 x 52, cleared by the caller) and the quantized values of the coded bands (of 1024): signed in bands of
+ * codebooks 1, 2, 5 and 6, magnitudes (at most 8191) elsewhere.
  */
 TAVIK_API void TAVIK_Quantize(TavikCodingBlock *block, const int32_t *spectrum, uint32_t *global_gain,
                               const uint32_t *band_sf_offset, uint32_t *codebooks, int32_t *quantized,

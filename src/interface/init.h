@@ -11,7 +11,7 @@ inline constexpr u32 unknown_sample_rate = 15;
 u32 sample_rate_index(u32 sample_rate);
 
 // Clears the context and makes it ready for the first frame of a stream. Returns TAVIK_OK, or the code of the first bad
-// field; the context then holds the configuration only.
+// field; the context is then cleared but for the configuration.
 i32 initialise(EncoderState &state, const EncoderConfig &config);
 
 }  // namespace tavik

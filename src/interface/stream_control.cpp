@@ -1,5 +1,6 @@
 // The encoder runs one frame behind its input. Per channel, a call makes the newest 1024 samples the lookahead; the two
-// frames before them are the block that is coded. At the end of input two more calls move the rest through.
+// frames before them are the block that is coded. At the end of input further calls, with silence, move the rest
+// through.
 #include "interface/stream_control.h"
 
 #include <algorithm>
@@ -67,13 +68,13 @@ bool frame_is_withheld(const EncoderState &state) {
 }  // namespace
 
 i32 encode(EncoderState &state, const i16 *pcm, u32 &sample_count, u8 *output, u32 &output_bytes) {
-    output_bytes = 0;
     const u32 count = std::min(sample_count, frame_length);
-    if (count == 0) {
-        if (!continue_end_of_input(state)) return result_other;
-    } else {
+    sample_count = count;
+    output_bytes = 0;  // a host may use one variable for both
+    if (count != 0) {
         continue_input(state, count);
-        sample_count = count;
+    } else if (!continue_end_of_input(state)) {
+        return result_other;
     }
     advance_delay_line(state);
     fill_lookahead(state, pcm, count);

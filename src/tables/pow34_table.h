@@ -8,7 +8,7 @@
 namespace tavik::tables {
 
 // Entry n stands for n^(3/4) = m 2^(e - 23): m in bits 31 ... 8, e in bits 7 ... 0. For 1 <= n < 16384 m is normalised
-// to [2^22, 2^23); from 16384 on e is 12.
+// to [2^22, 2^23), or 2^22 - 1 where n^(3/4) is a power of two, since m lies strictly below it; from 16384 on e is 12.
 inline constexpr u32 pow34_entries = 32768;
 extern const std::array<u32, pow34_entries> pow34_table;
 

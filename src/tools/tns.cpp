@@ -38,7 +38,7 @@ i64 q47_div(i64 a, i64 b, i32 q) {
     return norm_shift(quotient, exponent_b - exponent_a + q - 8);
 }
 
-// Brings r[0], the largest, to 0.5 ... 1 in Q47.
+// Brings r[0], the largest, to 0.5 ... 1 in Q47; a value of exactly 0 counts as if it had that size already.
 void normalise(Autocorrelation &r) {
     i32 shift = 47;
     for (const i64 value : r) shift = std::min(shift, q47_exponent(value));
@@ -139,6 +139,7 @@ void temporal_noise_shaping(TavikTnsData &tns, Spectrum spectrum, u32 sampling_r
                             u32 coded_band_count) {
     const u32 start_band = tables::tns_start_band[sampling_rate_index];
     const u32 top_band = std::min(tables::tns_max_band[sampling_rate_index], coded_band_count);
+    if (top_band <= start_band) return;
     const u32 start = TAVIK_SwbOffsetLong[sampling_rate_index][start_band];
     const u32 end = TAVIK_SwbOffsetLong[sampling_rate_index][top_band];
     const auto range = std::span<i32>(spectrum).subspan(start, end - start);
