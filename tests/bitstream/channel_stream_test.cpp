@@ -12,7 +12,7 @@ namespace {
 using namespace tavik;
 
 struct Channel {
-    CodingBlock block{};
+    TavikCodingBlock block{};
     std::array<u32, band_array_size> codebooks{}, offsets{};
     std::array<i32, 1024> quantized{}, spectrum{};
     std::vector<u8> buffer = std::vector<u8>(4096);

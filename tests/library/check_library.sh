@@ -17,7 +17,8 @@ expect_none() {
 # x86-64: scalar and packed single and double arithmetic, comparison and conversion; x87.
 floating_point_instructions() {
     local mnemonics
-    mnemonics=$("$objdump" -d --no-show-raw-insn "$library" | awk -F'\t' 'NF >= 2 {print $2}')
+    # GNU's objdump puts a space between mnemonic and operands, LLVM's a tab.
+    mnemonics=$("$objdump" -d --no-show-raw-insn "$library" | awk -F'\t' '/^ *[0-9a-f]+:/ {print $2 " " $3}')
     [ -n "$mnemonics" ] || echo "(no code at all)"
     case $("$readelf" -h "$library") in
         *AArch64*) grep -E '^(f[a-z0-9]+|scvtf|ucvtf)[[:space:]]' <<<"$mnemonics" | grep -vE '^fmov[[:space:]][^#]*$' ;;

@@ -10,7 +10,7 @@ namespace {
 using namespace tavik;
 
 struct Channel {
-    CodingBlock block{};
+    TavikCodingBlock block{};
     std::vector<u32> pow34 = std::vector<u32>(1024, 12345);
     std::vector<i32> spectrum = std::vector<i32>(1024);
     std::vector<u32> offsets = std::vector<u32>(band_array_size, 77);
