@@ -1,3 +1,4 @@
+// Damage is whatever a library function returns or logs as an error; the first is kept and decoding goes on behind it.
 #include "audio_decoder.h"
 
 #include <filesystem>
@@ -61,7 +62,7 @@ const AVFrame *AudioDecoder::next() {
     }
 }
 
-/// Gives the codec its next packet or the end of the input; false when it has had the latter.
+// Gives the codec its next packet or the end of the input; false when it has had the latter.
 bool AudioDecoder::feed() {
     if (draining_) return false;
     const int read_result = read_packet();
@@ -80,7 +81,7 @@ bool AudioDecoder::feed() {
     return true;
 }
 
-/// Reads the next packet of the chosen stream; the result is FFmpeg's.
+// Reads the next packet of the chosen stream; the result is FFmpeg's.
 int AudioDecoder::read_packet() {
     for (;;) {
         const int result = av_read_frame(format_.get(), packet_.get());
@@ -89,7 +90,7 @@ int AudioDecoder::read_packet() {
     }
 }
 
-/// Accounts for a decoded frame and gives it a channel layout if it lacks one; false when it is of no use.
+// Accounts for a decoded frame and gives it a channel layout if it lacks one; false when it is of no use.
 bool AudioDecoder::complete_frame() {
     if ((frame_->flags & AV_FRAME_FLAG_CORRUPT) != 0) note_damage("incomplete data");
     if (frame_->nb_samples <= 0 || frame_->sample_rate <= 0 || frame_->ch_layout.nb_channels <= 0) return false;
@@ -100,7 +101,7 @@ bool AudioDecoder::complete_frame() {
     return true;
 }
 
-/// Prefers what the libraries said about the error to its number.
+// Prefers what the libraries said about the error to its number.
 void AudioDecoder::note_damage(int error) {
     note_logged_damage();
     note_damage(ffmpeg_error_text(error));

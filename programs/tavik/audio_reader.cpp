@@ -1,3 +1,4 @@
+// Decoded frames go through a converter, made anew when their format changes, into a FIFO that blocks are read from.
 #include "audio_reader.h"
 
 #include <algorithm>
@@ -8,7 +9,7 @@
 namespace tavik {
 namespace {
 
-/// A single channel goes into both channels at its own level; the library would lower it by 3 dB.
+// A single channel goes into both channels at its own level; the library would lower it by 3 dB.
 constexpr std::array unity_gains{1.0, 1.0};
 
 constexpr int drain_room = 1024;  // samples per channel that are taken out of a converter at once in the end
@@ -36,7 +37,7 @@ size_t AudioReader::read(std::span<int16_t> block) {
     return static_cast<size_t>(av_audio_fifo_read(fifo_.get(), &data, wanted));
 }
 
-/// Converts the pending frame into the FIFO and decodes the next one; false at the end of the file.
+// Converts the pending frame into the FIFO and decodes the next one; false at the end of the file.
 bool AudioReader::refill() {
     if (pending_ == nullptr) {
         drain_converter();
@@ -82,8 +83,8 @@ void AudioReader::make_converter(const AVFrame &frame) {
     converter_output_ = 0;
 }
 
-/// Converts `count` samples per channel into the FIFO, or with nullptr and 0 some that are still inside the converter.
-/// Returns how many per channel came out, at most `room`.
+// Converts `count` samples per channel into the FIFO, or with nullptr and 0 some that are still inside the converter.
+// Returns how many per channel came out, at most `room`.
 int AudioReader::convert(const uint8_t **samples, int count, int room) {
     converted_.resize(static_cast<size_t>(room) * output_.channels);
     auto *bytes = reinterpret_cast<uint8_t *>(converted_.data());

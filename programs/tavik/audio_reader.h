@@ -1,3 +1,4 @@
+// The input side of the program, second step: from decoded samples to those that the encoder takes.
 #pragma once
 
 #include <cstdint>
@@ -10,29 +11,29 @@
 namespace tavik {
 
 struct AudioFormat {
-    uint32_t rate;  ///< Hz
+    uint32_t rate;  // Hz
     uint32_t channels;
 };
 
-/// Reads any audio file as interleaved 16-bit samples of a chosen rate and number of channels.
+// Reads any audio file as interleaved 16-bit samples of a chosen rate and number of channels.
 class AudioReader {
  public:
-    /// Throws ProgramError with ExitCode::input when the file yields no samples.
+    // Throws ProgramError with ExitCode::input when the file yields no samples.
     explicit AudioReader(const std::string &path);
 
-    /// Format at the start of the file.
+    // Format at the start of the file.
     AudioFormat source() const { return source_; }
 
-    /// Chooses what read() delivers; to be called once, before it.
+    // Chooses what read() delivers; to be called once, before it.
     void set_output(AudioFormat format);
 
-    /// Fills `block` and returns its samples per channel; less than fits only at the end of the file.
+    // Fills `block` and returns its samples per channel; less than fits only at the end of the file.
     size_t read(std::span<int16_t> block);
 
     const std::optional<Damage> &damage() const { return decoder_.damage(); }
 
  private:
-    /// A layout as FFmpeg's libraries keep it, freed in the end.
+    // A layout as FFmpeg's libraries keep it, freed in the end.
     struct ChannelLayout : AVChannelLayout {
         ChannelLayout() : AVChannelLayout{} {}
         ~ChannelLayout() { av_channel_layout_uninit(this); }
@@ -48,18 +49,18 @@ class AudioReader {
 
     std::string path_;
     AudioDecoder decoder_;
-    const AVFrame *pending_;  ///< decoded but not yet converted; nullptr at the end of the file
+    const AVFrame *pending_;  // decoded but not yet converted; nullptr at the end of the file
     AudioFormat source_{};
     AudioFormat output_{};
 
-    FfmpegHandle<SwrContext> converter_;  ///< from the three properties below to output_
+    FfmpegHandle<SwrContext> converter_;  // from the three properties below to output_
     int converter_sample_format_ = AV_SAMPLE_FMT_NONE;
     int converter_rate_ = 0;
     ChannelLayout converter_layout_;
-    int64_t converter_input_ = 0;   ///< samples per channel it has taken
-    int64_t converter_output_ = 0;  ///< samples per channel it has given out
+    int64_t converter_input_ = 0;   // samples per channel it has taken
+    int64_t converter_output_ = 0;  // samples per channel it has given out
 
-    std::vector<int16_t> converted_;  ///< room for one conversion
+    std::vector<int16_t> converted_;  // room for one conversion
     FfmpegHandle<AVAudioFifo> fifo_;
 };
 

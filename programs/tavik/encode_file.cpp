@@ -1,3 +1,4 @@
+// Input, encoder and output joined, one frame at a time, so that memory does not grow with the file; and the messages.
 #include "encode_file.h"
 
 #include <array>
@@ -15,15 +16,15 @@
 namespace tavik {
 namespace {
 
-/// What went through the encoder.
+// What went through the encoder.
 struct Totals {
-    uint64_t samples = 0;  ///< per channel, at the rate of the output
+    uint64_t samples = 0;  // per channel, at the rate of the output
     uint64_t frames = 0;
     uint64_t bytes = 0;
-    double seconds = 0;  ///< time that the work took
+    double seconds = 0;  // time that the work took
 };
 
-/// Samples for one frame, and how many of them per channel are there.
+// Samples for one frame, and how many of them per channel are there.
 struct Block {
     std::array<int16_t, 2 * TAVIK_FRAME_LENGTH> samples{};
     size_t count = 0;
@@ -33,7 +34,7 @@ void read_block(AudioReader &reader, uint32_t channels, Block &block) {
     block.count = reader.read(std::span(block.samples).first(TAVIK_FRAME_LENGTH * channels));
 }
 
-/// Encodes everything from `block`, the first one, to the end of the input.
+// Encodes everything from `block`, the first one, to the end of the input.
 Totals encode_stream(AudioReader &reader, uint32_t channels, Block &block, StreamEncoder &encoder, OutputFile &output) {
     Totals totals;
     while (!encoder.finished()) {

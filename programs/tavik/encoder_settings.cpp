@@ -1,3 +1,4 @@
+// Checks the bit rate by itself, before the library does, so that the message can name the range.
 #include "encoder_settings.h"
 
 #include <algorithm>
@@ -15,7 +16,7 @@ std::string range_text(uint64_t lowest, uint64_t highest) {
     return std::to_string(lowest) + " to " + std::to_string(highest);
 }
 
-/// Bit/s per channel from the bit/s of all channels.
+// Bit/s per channel from the bit/s of all channels.
 uint32_t divide_bit_rate(uint64_t bit_rate, uint32_t channels, uint32_t rate) {
     const std::string subject = "--bitrate " + std::to_string(bit_rate);
     const std::string channels_text = channels == 1 ? "1 channel" : std::to_string(channels) + " channels";

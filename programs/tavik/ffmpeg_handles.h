@@ -1,3 +1,4 @@
+// Ownership and error texts of FFmpeg's C interface, for the input side of the program.
 #pragma once
 
 extern "C" {
@@ -13,7 +14,7 @@ extern "C" {
 
 namespace tavik {
 
-/// Frees what FFmpeg's libraries allocate.
+// Frees what FFmpeg's libraries allocate.
 struct FfmpegDeleter {
     void operator()(AVFormatContext *context) const { avformat_close_input(&context); }
     void operator()(AVCodecContext *context) const { avcodec_free_context(&context); }
@@ -26,14 +27,14 @@ struct FfmpegDeleter {
 template <typename T>
 using FfmpegHandle = std::unique_ptr<T, FfmpegDeleter>;
 
-/// Owns a pointer that an FFmpeg allocation function returned; throws std::bad_alloc for nullptr.
+// Owns a pointer that an FFmpeg allocation function returned; throws std::bad_alloc for nullptr.
 template <typename T>
 FfmpegHandle<T> own(T *pointer) {
     if (pointer == nullptr) throw std::bad_alloc();
     return FfmpegHandle<T>(pointer);
 }
 
-/// Text of a negative result of an FFmpeg function.
+// Text of a negative result of an FFmpeg function.
 inline std::string ffmpeg_error_text(int error) {
     std::array<char, AV_ERROR_MAX_STRING_SIZE> text{};
     const bool known = av_strerror(error, text.data(), text.size()) == 0;

@@ -1,3 +1,4 @@
+// The libraries may log from threads of their own, hence the lock.
 #include "ffmpeg_log.h"
 
 extern "C" {

@@ -1,19 +1,20 @@
+// The messages of FFmpeg's libraries, which are the best account of what is wrong with an input.
 #pragma once
 
 #include <string>
 
 namespace tavik {
 
-/// What FFmpeg's libraries had to say in some period.
+// What FFmpeg's libraries had to say in some period.
 struct FfmpegLog {
-    std::string first_error;       ///< empty when there was none
-    bool open_ended_file = false;  ///< a header without a valid length: written by a program that could not seek back
+    std::string first_error;       // empty when there was none
+    bool open_ended_file = false;  // a header without a valid length: written by a program that could not seek back
 };
 
-/// From now on FFmpeg's libraries print nothing; their messages are kept for take_ffmpeg_log().
+// From now on FFmpeg's libraries print nothing; their messages are kept for take_ffmpeg_log().
 void capture_ffmpeg_log();
 
-/// Messages since the previous call.
+// Messages since the previous call.
 FfmpegLog take_ffmpeg_log();
 
 }  // namespace tavik

@@ -1,3 +1,4 @@
+// The handler itself removes the file and ends the program, because a blocking read may never come back.
 #include "interruption.h"
 
 #include <unistd.h>
@@ -14,7 +15,7 @@ constexpr std::array interruptions{SIGINT, SIGTERM, SIGHUP};
 std::atomic<const char *> file_to_remove{nullptr};
 static_assert(std::atomic<const char *>::is_always_lock_free, "the signal handler reads it");
 
-/// Only calls that are safe in a signal handler.
+// Only calls that are safe in a signal handler.
 extern "C" void end_program(int signal_number) {
     if (const char *path = file_to_remove.load()) ::unlink(path);
     constexpr std::string_view message = "tavik: interrupted\n";

@@ -1,3 +1,4 @@
+// The program tavik, a command-line encoder on top of the library: turns every error into a line and an exit status.
 #include <exception>
 
 #include "encode_file.h"

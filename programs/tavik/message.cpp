@@ -1,3 +1,4 @@
+// A line goes out in one piece, so that lines of several runs at once do not mix.
 #include "message.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// The command line is described to CLI11, which parses and checks it and writes the help text.
 #include "options.h"
 
 #include <CLI/CLI.hpp>
@@ -30,14 +31,14 @@ constexpr const char *footer =
 const std::map<std::string, ChannelMode> mode_names{
     {"mono", ChannelMode::mono}, {"stereo", ChannelMode::stereo}, {"two-mono", ChannelMode::two_mono}};
 
-/// Arguments whose text needs a translation that is made once the whole command line is accepted.
+// Arguments whose text needs a translation that is made once the whole command line is accepted.
 struct ArgumentTexts {
     std::string bit_rate;
     std::string mode;
     std::string copyright_id;
 };
 
-/// Bit/s of a text such as 128000 or 128k.
+// Bit/s of a text such as 128000 or 128k.
 std::optional<uint64_t> to_bit_rate(const std::string &text) {
     const char *end = text.data() + text.size();
     uint32_t value = 0;
@@ -111,7 +112,7 @@ void add_coding_options(CLI::App &app, Options &options, ArgumentTexts &texts) {
     app.add_flag("--no-tns", options.no_tns, "Never apply temporal noise shaping")->group(group);
 }
 
-/// Adds the flags that choose the framing and lets `framing` be set by whichever is given.
+// Adds the flags that choose the framing and lets `framing` be set by whichever is given.
 void add_framing_options(CLI::App &app, Framing &framing) {
     const auto add = [&app, &framing](const char *flag, Framing value, const char *text) {
         const auto select = [&framing, value] { framing = value; };
@@ -144,7 +145,7 @@ void add_general_options(CLI::App &app, Options &options) {
     app.set_help_flag("-h,--help", "Print this text")->group(group);
 }
 
-/// An unknown argument goes first: often it is the reason why another one is missing.
+// An unknown argument goes first: often it is the reason why another one is missing.
 ProgramError usage_error(const CLI::App &app, const CLI::ParseError &error) {
     for (const std::string &argument : app.remaining()) {
         if (argument != "--") return {ExitCode::usage, argument, "unknown option or surplus argument"};
@@ -152,7 +153,7 @@ ProgramError usage_error(const CLI::App &app, const CLI::ParseError &error) {
     return {ExitCode::usage, error.what()};
 }
 
-/// Parses; false when the help or version text was asked for and printed.
+// Parses; false when the help or version text was asked for and printed.
 bool parse(CLI::App &app, int argc, const char *const *argv) {
     try {
         app.parse(argc, argv);

@@ -1,3 +1,4 @@
+// Plain POSIX calls: they tell exactly what failed.
 #include "output_file.h"
 
 #include <fcntl.h>
@@ -25,7 +26,7 @@ std::optional<struct stat> status_of(const std::string &path) {
     return status;
 }
 
-/// The name at the end of a chain of symbolic links, whether or not it exists.
+// The name at the end of a chain of symbolic links, whether or not it exists.
 std::filesystem::path resolve_links(std::filesystem::path path) {
     std::error_code error;
     for (int i = 0; i < max_links && std::filesystem::is_symlink(path, error); ++i) {
@@ -34,7 +35,7 @@ std::filesystem::path resolve_links(std::filesystem::path path) {
     return path;
 }
 
-/// A short name beside `path`, so that it fits wherever `path` does.
+// A short name beside `path`, so that it fits wherever `path` does.
 std::string temporary_name(const std::filesystem::path &path, int attempt) {
     const std::string name = ".tavik-" + std::to_string(::getpid()) + "-" + std::to_string(attempt) + ".tmp";
     return path.parent_path() / name;
@@ -51,6 +52,7 @@ OutputFile::OutputFile(const std::string &path) : path_(path) {
     final_path_ = resolve_links(path);
     if (existing && ::faccessat(AT_FDCWD, final_path_.c_str(), W_OK, AT_EACCESS) != 0) fail("cannot replace");
     create_temporary(existing ? existing->st_mode & 0777 : new_file_permissions);
+    if (existing) ::fchmod(descriptor_, existing->st_mode & 0777);  // what the umask took; where that is possible
 }
 
 OutputFile::~OutputFile() {

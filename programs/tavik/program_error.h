@@ -1,3 +1,4 @@
+// How every part of the program gives up; main() turns it into a message and an exit status.
 #pragma once
 
 #include <stdexcept>
@@ -5,16 +6,16 @@
 
 namespace tavik {
 
-/// Exit statuses of the program. An interruption by signal N exits with 128 + N.
+// Exit statuses of the program. An interruption by signal N exits with 128 + N.
 enum class ExitCode : int { ok = 0, internal = 1, usage = 2, input = 3, output = 4 };
 
-/// The reason why the program gives up: what() names the file or option and what is wrong with it.
+// The reason why the program gives up: what() names the file or option and what is wrong with it.
 class ProgramError : public std::runtime_error {
  public:
     ProgramError(ExitCode exit_code, const std::string &subject, const std::string &problem)
         : ProgramError(exit_code, subject + ": " + problem) {}
 
-    /// For a message that names its subject already.
+    // For a message that names its subject already.
     ProgramError(ExitCode exit_code, const std::string &message) : std::runtime_error(message), exit_code_(exit_code) {}
 
     ExitCode exit_code() const { return exit_code_; }

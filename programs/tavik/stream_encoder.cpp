@@ -1,3 +1,4 @@
+// Thin on purpose: the library does the work, and its statuses become exceptions.
 #include "stream_encoder.h"
 
 #include <stdexcept>

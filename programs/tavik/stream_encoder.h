@@ -1,3 +1,4 @@
+// The library behind two functions; stands between the input and the output side of the program.
 #pragma once
 
 #include <tavik.h>
@@ -8,21 +9,19 @@
 
 namespace tavik {
 
-/// One run of the library's encoder, from the first samples to the last frame.
+// One run of the library's encoder, from the first samples to the last frame.
 class StreamEncoder {
  public:
-    /// Throws ProgramError when the library refuses the configuration.
+    // Throws ProgramError when the library refuses the configuration.
     explicit StreamEncoder(const EncoderConfig &config);
     StreamEncoder(const StreamEncoder &) = delete;
     StreamEncoder &operator=(const StreamEncoder &) = delete;
 
-    /**
-     * Takes `sample_count` samples per channel: TAVIK_FRAME_LENGTH, less in the last block, 0 from then on. Returns the
-     * bytes of at most one coded frame, valid until the next call.
-     */
+    // Takes `sample_count` samples per channel: TAVIK_FRAME_LENGTH, less in the last block, 0 from then on. Returns the
+    // bytes of at most one coded frame, valid until the next call.
     std::span<const uint8_t> encode(const int16_t *samples, size_t sample_count);
 
-    /// All frames have been delivered.
+    // All frames have been delivered.
     bool finished() const { return context_.status == TAVIK_STATUS_END_OF_STREAM; }
 
  private:
