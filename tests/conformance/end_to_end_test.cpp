@@ -175,8 +175,8 @@ double snr(const Samples &input, const Samples &decoded, unsigned channels, std:
     return 10 * std::log10(signal / noise);
 }
 
-// A few dB below what the streams have on this material by bits per sample: 30 to 47, 17 to 26, 11 to 16 and 4 to 12
-// dB.
+// A few dB below what the streams have on this material by bits per sample: 31 to 47 (6), 18 to 25 (1.5), 10 to 20 (0.5
+// to 1) and 4.6 to 13 dB (below).
 double least_snr(double bits_per_sample) {
     if (bits_per_sample >= 6) return 27;
     if (bits_per_sample >= 1.4) return 15;

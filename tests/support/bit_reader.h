@@ -9,16 +9,9 @@
 
 namespace tavik_test {
 
-// A violation of the stream syntax. The position is in bits from the start of the frame, its header included.
-class StreamError : public std::runtime_error {
- public:
-    StreamError(const std::string &message, std::size_t bit_position)
-        : std::runtime_error(message + " (bit " + std::to_string(bit_position) + ")"), bit_position_(bit_position) {}
-
-    std::size_t bit_position() const { return bit_position_; }
-
- private:
-    std::size_t bit_position_;
+// A violation of the stream syntax.
+struct StreamError : std::runtime_error {
+    using std::runtime_error::runtime_error;
 };
 
 class BitReader {
@@ -30,22 +23,21 @@ class BitReader {
 
     std::size_t bits_left() const { return 8 * bytes_.size() - position_; }
 
-    // Throws StreamError for a fault just before the current position.
-    [[noreturn]] void fail(const std::string &message) const { throw StreamError(message, position_); }
-
-    unsigned read_bit() {
-        if (bits_left() == 0) fail("stream ends too early");
-        const unsigned bit = bytes_[position_ / 8] >> (7 - position_ % 8) & 1u;
-        ++position_;
-        return bit;
+    // Throws StreamError for a fault just before the current position unless the condition holds.
+    void require(bool condition, const char *message) const {
+        if (!condition) throw StreamError(std::string(message) + " (bit " + std::to_string(position_) + ")");
     }
 
     // Reads an unsigned number of `count` bits, 0 to 32.
     std::uint32_t read(unsigned count) {
+        require(count <= bits_left(), "stream ends too early");
         std::uint32_t value = 0;
-        for (; count > 0; --count) value = value << 1 | read_bit();
+        for (; count > 0; --count, ++position_) value = 2 * value + (bytes_[position_ / 8] >> (7 - position_ % 8) & 1u);
         return value;
     }
+
+    // Reads a number that must have the value given.
+    void expect(unsigned count, std::size_t value, const char *field) { require(read(count) == value, field); }
 
  private:
     std::span<const std::uint8_t> bytes_;

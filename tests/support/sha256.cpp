@@ -1,15 +1,14 @@
 #include "support/sha256.h"
 
-#include <algorithm>
 #include <array>
 #include <bit>
 #include <cstddef>
+#include <vector>
 
 namespace tavik_test {
 namespace {
 
 constexpr std::size_t block_bytes = 64;
-constexpr std::size_t length_bytes = 8;  // the message length in bits, at the end of the last block
 
 // First 32 bits of the fractional parts of the cube roots of the first 64 primes.
 constexpr std::array<std::uint32_t, 64> round_constants = {
@@ -23,67 +22,41 @@ constexpr std::array<std::uint32_t, 64> round_constants = {
     0x748f82ee, 0x78a5636f, 0x84c87814, 0x8cc70208, 0x90befffa, 0xa4506ceb, 0xbef9a3f7, 0xc67178f2};
 
 using State = std::array<std::uint32_t, 8>;
-using Block = std::array<std::uint8_t, block_bytes>;
 
-// First 32 bits of the fractional parts of the square roots of the first 8 primes.
-constexpr State initial_state = {0x6a09e667, 0xbb67ae85, 0x3c6ef372, 0xa54ff53a,
-                                 0x510e527f, 0x9b05688c, 0x1f83d9ab, 0x5be0cd19};
-
-std::array<std::uint32_t, 64> message_schedule(const Block &block) {
+void digest_block(State &state, std::span<const std::uint8_t> block) {
     std::array<std::uint32_t, 64> w{};
     for (std::size_t i = 0; i < block_bytes; ++i) w[i / 4] = w[i / 4] << 8 | block[i];
-    for (std::size_t t = 16; t < w.size(); ++t) {
-        const std::uint32_t a = w[t - 15];
-        const std::uint32_t b = w[t - 2];
-        const std::uint32_t sigma0 = std::rotr(a, 7) ^ std::rotr(a, 18) ^ a >> 3;
-        const std::uint32_t sigma1 = std::rotr(b, 17) ^ std::rotr(b, 19) ^ b >> 10;
-        w[t] = sigma1 + w[t - 7] + sigma0 + w[t - 16];
-    }
-    return w;
-}
-
-void digest_block(State &state, const Block &block) {
-    const auto w = message_schedule(block);
-    auto [a, b, c, d, e, f, g, h] = state;
+    State s = state;
     for (std::size_t t = 0; t < w.size(); ++t) {
+        if (t >= 16) {
+            const std::uint32_t x = w[t - 15], y = w[t - 2];
+            w[t] = w[t - 7] + w[t - 16] + (std::rotr(x, 7) ^ std::rotr(x, 18) ^ x >> 3) +
+                   (std::rotr(y, 17) ^ std::rotr(y, 19) ^ y >> 10);
+        }
+        const auto [a, b, c, d, e, f, g, h] = s;
         const std::uint32_t sum1 = std::rotr(e, 6) ^ std::rotr(e, 11) ^ std::rotr(e, 25);
         const std::uint32_t sum0 = std::rotr(a, 2) ^ std::rotr(a, 13) ^ std::rotr(a, 22);
         const std::uint32_t temp1 = h + sum1 + ((e & f) ^ (~e & g)) + round_constants[t] + w[t];
         const std::uint32_t temp2 = sum0 + ((a & b) ^ (a & c) ^ (b & c));
-        h = g, g = f, f = e, e = d + temp1;
-        d = c, c = b, b = a, a = temp1 + temp2;
+        s = {temp1 + temp2, a, b, c, d + temp1, e, f, g};
     }
-    const State increment = {a, b, c, d, e, f, g, h};
-    for (std::size_t i = 0; i < state.size(); ++i) state[i] += increment[i];
-}
-
-// Digests the incomplete last block: data, a one bit, zeros, and the length of the message in bits.
-void digest_tail(State &state, std::span<const std::uint8_t> tail, std::uint64_t message_bits) {
-    Block block{};
-    std::copy(tail.begin(), tail.end(), block.begin());
-    block[tail.size()] = 0x80;
-    if (tail.size() + 1 + length_bytes > block_bytes) {
-        digest_block(state, block);
-        block.fill(0);
-    }
-    for (std::size_t i = 0; i < length_bytes; ++i) {
-        block[block_bytes - 1 - i] = static_cast<std::uint8_t>(message_bits >> (8 * i));
-    }
-    digest_block(state, block);
+    for (std::size_t i = 0; i < state.size(); ++i) state[i] += s[i];
 }
 
 }  // namespace
 
 std::string sha256_hex(std::span<const std::uint8_t> data) {
-    const std::uint64_t message_bits = std::uint64_t{8} * data.size();
-    State state = initial_state;
-    while (data.size() >= block_bytes) {
-        Block block;
-        std::copy_n(data.begin(), block_bytes, block.begin());
-        digest_block(state, block);
-        data = data.subspan(block_bytes);
+    // Padding: a one bit, zeros, and the length in bits as a number of 64 bits at the end of a block.
+    std::vector<std::uint8_t> padded(data.begin(), data.end());
+    padded.push_back(0x80);
+    while (padded.size() % block_bytes != block_bytes - 8) padded.push_back(0);
+    for (int shift = 56; shift >= 0; shift -= 8) {
+        padded.push_back(static_cast<std::uint8_t>(std::uint64_t{8} * data.size() >> shift));
     }
-    digest_tail(state, data, message_bits);
+
+    // First 32 bits of the fractional parts of the square roots of the first 8 primes.
+    State state = {0x6a09e667, 0xbb67ae85, 0x3c6ef372, 0xa54ff53a, 0x510e527f, 0x9b05688c, 0x1f83d9ab, 0x5be0cd19};
+    for (std::size_t i = 0; i < padded.size(); i += block_bytes) digest_block(state, std::span(padded).subspan(i));
 
     std::string hex;
     for (const std::uint32_t word : state) {

@@ -11,29 +11,19 @@ namespace tavik_test {
 
 enum class SignalKind {
     silence,
-    dc,                  // constants: a moderate positive level, and the lowest sample value in odd channels
     dither,              // -1, 0 and 1 at random
     white_noise,         // uniform over the whole range of a sample, independent channels
-    sweep,               // a sine from 20 Hz to 49 % of the sampling rate; odd channels run the other way
+    sweep,               // a sine from 0 Hz to half the sampling rate; odd channels run the other way
     full_scale_square,   // highest and lowest sample value; the period changes now and then
     silence_full_scale,  // stretches of silence and of full-scale samples of random sign, independent channels
-    clicks,              // silence with single samples of any level
-    transients,          // silence with clicks and sharp bursts that die away, as of castanets
-    music,               // chords of decaying partials, each note with a place of its own between left and right
-    speech               // glottal pulses and noise through formant resonators, with pauses; channels nearly alike
+    transients,          // sharp bursts that die away, as of castanets, in silence; independent channels
+    music                // chords of decaying partials, every other chord spread between left and right
 };
 
-inline constexpr std::array all_signal_kinds = {SignalKind::silence,
-                                                SignalKind::dc,
-                                                SignalKind::dither,
-                                                SignalKind::white_noise,
-                                                SignalKind::sweep,
-                                                SignalKind::full_scale_square,
-                                                SignalKind::silence_full_scale,
-                                                SignalKind::clicks,
-                                                SignalKind::transients,
-                                                SignalKind::music,
-                                                SignalKind::speech};
+inline constexpr std::array all_signal_kinds = {SignalKind::silence,           SignalKind::dither,
+                                                SignalKind::white_noise,       SignalKind::sweep,
+                                                SignalKind::full_scale_square, SignalKind::silence_full_scale,
+                                                SignalKind::transients,        SignalKind::music};
 
 // The enumerator's name.
 std::string_view name(SignalKind kind);

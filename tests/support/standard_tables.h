@@ -1,9 +1,9 @@
-// Huffman codebooks and scale-factor bands of ISO/IEC 14496-3, read at run time from tests/data.
+// Huffman codebooks and scale-factor bands of ISO/IEC 14496-3, read at run time from test-data.
 #pragma once
 
 #include <array>
 #include <cstdint>
-#include <filesystem>
+#include <unordered_map>
 #include <vector>
 
 #include "support/bit_reader.h"
@@ -11,14 +11,14 @@
 namespace tavik_test {
 
 struct Codeword {
-    unsigned length;     // bits, 1 to 32
+    unsigned length;     // bits, 1 to 31
     std::uint32_t bits;  // right-aligned
 };
 
 // A complete prefix code: every sequence of bits starts with exactly one of its codewords.
 class HuffmanCode {
  public:
-    // Throws std::runtime_error unless the codewords are prefix-free with a Kraft sum of exactly 1.
+    // Throws std::runtime_error unless the codewords are prefix-free and complete.
     explicit HuffmanCode(std::vector<Codeword> codewords);
 
     const std::vector<Codeword> &codewords() const { return codewords_; }
@@ -27,20 +27,12 @@ class HuffmanCode {
     unsigned decode(BitReader &bits) const;
 
  private:
-    // The two branches of an inner node: the number of another inner node, ~index of a codeword, or 0 = none (node 0
-    // is the root, on which no branch ends).
-    using Node = std::array<std::int32_t, 2>;
-
-    void insert(const Codeword &codeword, unsigned index);
-
     std::vector<Codeword> codewords_;
-    std::vector<Node> nodes_ = {Node{}};
+    std::unordered_map<std::uint32_t, unsigned> index_;  // of each codeword, by its bits behind a leading 1
 };
 
-constexpr unsigned first_spectral_codebook = 1;
 constexpr unsigned escape_codebook = 11;
 constexpr unsigned scale_factor_codebook = 12;
-constexpr unsigned sampling_frequency_count = 12;
 
 // How the spectral codebooks 1 to 11 are used.
 struct SpectralCodebook {
@@ -52,22 +44,18 @@ SpectralCodebook spectral_codebook(unsigned codebook);
 
 struct StandardTables {
     std::vector<HuffmanCode> codes;  // codes[codebook - 1]
-    // By sampling_frequency_index: the first spectral line of each band, and the number of lines at the end.
-    std::array<std::vector<unsigned>, sampling_frequency_count> long_bands;
-    std::array<std::vector<unsigned>, sampling_frequency_count> short_bands;
+    // [is_short][sampling_frequency_index]: the first spectral line of each band, and the number of lines at the end.
+    std::array<std::array<std::vector<unsigned>, 12>, 2> band_limits;
 
     const HuffmanCode &code(unsigned codebook) const { return codes.at(codebook - 1); }
 
     // Band limits of a window of 1024 lines, or of 128 lines (`is_short`).
     const std::vector<unsigned> &bands(unsigned sampling_frequency_index, bool is_short) const {
-        return (is_short ? short_bands : long_bands).at(sampling_frequency_index);
+        return band_limits[is_short ? 1 : 0].at(sampling_frequency_index);
     }
 };
 
-// Reads both files from a directory; throws std::runtime_error for any inconsistency.
-StandardTables load_standard_tables(const std::filesystem::path &directory);
-
-// The tables of tests/data, loaded at the first call.
+// The tables of test-data, loaded at the first call; throws std::runtime_error for any inconsistency.
 const StandardTables &standard_tables();
 
 }  // namespace tavik_test

@@ -12,10 +12,6 @@ namespace tavik_test {
 
 struct EncodedStream {
     std::vector<std::vector<std::uint8_t>> frames;  // the output of each call that gave any
-    // One entry for each call of TAVIK_Encode.
-    std::vector<std::int32_t> statuses;
-    std::vector<std::int32_t> results;
-    std::vector<std::uint32_t> output_bytes;
 
     // All frames in a row.
     std::vector<std::uint8_t> bytes() const;
@@ -34,8 +30,8 @@ EncodedStream encode_stream(const EncoderConfig &config, std::span<const std::in
 StreamFormat stream_format(const EncoderConfig &config);
 
 // Reads every frame with the strict reader and checks it against the configuration: elements, headers, the sizes of a
-// constant-rate stream, and that window shapes of successive frames overlap. Throws std::runtime_error with the number
-// of the frame, from 0.
+// constant-rate stream, no TNS where it is disabled, and that window shapes of successive frames overlap. Throws
+// std::runtime_error with the number of the frame, from 0.
 std::vector<Frame> read_stream(const EncoderConfig &config, const EncodedStream &stream);
 
 }  // namespace tavik_test

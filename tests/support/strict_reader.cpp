@@ -1,7 +1,6 @@
 #include "support/strict_reader.h"
 
-#include <algorithm>
-#include <string>
+#include <cstdlib>
 #include <utility>
 
 #include "support/standard_tables.h"
@@ -10,208 +9,121 @@ namespace tavik_test {
 namespace {
 
 // Values of id_syn_ele.
-enum ElementId : unsigned {
-    single_channel_element = 0,
-    channel_pair_element = 1,
-    program_config_element = 5,
-    fill_element = 6,
-    end_element = 7
-};
+constexpr unsigned program_config_element = 5;
+constexpr unsigned fill_element = 6;
+constexpr unsigned end_element = 7;
 
 constexpr unsigned low_complexity_profile = 1;
-constexpr std::size_t spectral_lines = 1024;
-constexpr std::size_t short_window_lines = 128;
+constexpr unsigned program_config_tag = 5;
+constexpr unsigned input_buffer_bits = 6144;  // of a decoder, per channel
 constexpr int scale_factor_difference_offset = 60;
-constexpr int largest_scale_factor = 255;
 constexpr unsigned max_tns_order = 12;
-constexpr int escape_value = 16;            // in codebook 11: the magnitude follows in an escape sequence
+constexpr int escape_value = 16;            // only codebook 11 has it: the magnitude follows in an escape sequence
 constexpr unsigned max_escape_length = 12;  // bits after the leading one of the largest magnitude, 8191
 
-std::vector<ChannelElement> expected_elements(ChannelMode mode) {
-    switch (mode) {
-        case ChannelMode::mono: return {{false, 0}};
-        case ChannelMode::stereo: return {{true, 0}};
-        case ChannelMode::two_mono: break;
-    }
-    return {{false, 0}, {false, 1}};
+// A channel element as one number: "is a pair", then its tag in 4 bits. The first is also the value of id_syn_ele.
+constexpr unsigned channel_pair = 1u << 4;
+
+std::vector<unsigned> channel_elements(unsigned channel_mode) {
+    if (channel_mode == TAVIK_MODE_STEREO) return {channel_pair};
+    return channel_mode == TAVIK_MODE_MONO ? std::vector<unsigned>{0} : std::vector<unsigned>{0, 1};
 }
 
-unsigned expected_channel_configuration(ChannelMode mode) {
-    switch (mode) {
-        case ChannelMode::mono: return 1;
-        case ChannelMode::stereo: return 2;
-        case ChannelMode::two_mono: break;
-    }
-    return 0;  // the program config element tells
-}
-
-class FrameReader {
+class FrameReader : private BitReader {
  public:
-    FrameReader(std::span<const std::uint8_t> bytes, const StreamFormat &format)
-        : bytes_(bytes), bits_(bytes), format_(format), expected_elements_(expected_elements(format.channel_mode)) {}
+    FrameReader(std::span<const std::uint8_t> bytes, const StreamFormat &format) : BitReader(bytes), format_(format) {}
 
-    Frame read(bool first_frame) {
-        if (format_.framing == Framing::adts) frame_.adts = read_adts_header();
-        if (format_.framing == Framing::adif && first_frame) frame_.adif = read_adif_header();
-        frame_.header_bits = static_cast<unsigned>(bits_.position());
-        frame_.total_bits = bits_of([this] { read_raw_data_block(); });
-        if (bits_.bits_left() != 0) bits_.fail("bytes left over after the block");
+    Frame read_all(bool first_frame) {
+        if (config_.header_type == TAVIK_HEADER_ADTS) frame_.adts = read_adts_header();
+        if (config_.header_type == TAVIK_HEADER_ADIF && first_frame) read_adif_header();
+        frame_.header_bits = static_cast<std::ptrdiff_t>(position());
+        read_raw_data_block();
+        require(bits_left() == 0, "bytes left over after the block");
         return std::move(frame_);
     }
 
  private:
-    // ---- Primitives ----
-
-    void require(bool condition, const std::string &message) const {
-        if (!condition) bits_.fail(message);
-    }
-
-    void read_exactly(unsigned count, std::uint32_t value, const char *field) {
-        const std::uint32_t found = bits_.read(count);
-        require(found == value, std::string(field) + " is " + std::to_string(found) + ", not " + std::to_string(value));
-    }
-
-    void read_byte_alignment() { read_exactly(static_cast<unsigned>(bits_.bits_left() % 8), 0, "byte alignment"); }
-
-    template <typename Function>
-    unsigned bits_of(Function function) {
-        const std::size_t start = bits_.position();
-        function();
-        return static_cast<unsigned>(bits_.position() - start);
-    }
+    void read_byte_alignment() { expect(static_cast<unsigned>(bits_left() % 8), 0, "byte alignment"); }
 
     // ---- Headers ----
 
-    void read_sampling_frequency_index() {
-        read_exactly(4, format_.sampling_frequency_index, "sampling_frequency_index");
-    }
-
     AdtsHeader read_adts_header() {
+        const std::size_t frame_length = bits_left() / 8;
         AdtsHeader header{};
-        read_exactly(12, 0xfff, "syncword");
-        header.id = bits_.read(1);
-        read_exactly(2, 0, "layer");
-        read_exactly(1, 1, "protection_absent");
-        read_exactly(2, low_complexity_profile, "profile");
-        read_sampling_frequency_index();
-        header.sampling_frequency_index = format_.sampling_frequency_index;
-        read_exactly(1, 0, "private_bit");
-        header.channel_configuration = expected_channel_configuration(format_.channel_mode);
-        read_exactly(3, header.channel_configuration, "channel_configuration");
-        header.original_copy = bits_.read(1);
-        header.home = bits_.read(1);
-        header.copyright_identification_bit = bits_.read(1);
-        header.copyright_identification_start = bits_.read(1);
-        header.frame_length = bits_.read(13);
-        require(header.frame_length == bytes_.size(), "aac_frame_length differs from the frame's size");
-        header.buffer_fullness = bits_.read(11);
-        read_exactly(2, 0, "number_of_raw_data_blocks_in_frame");
+        expect(12 + 1 + 2 + 1, 0xfff9, "syncword, ID, layer or protection_absent");
+        expect(2, low_complexity_profile, "profile");
+        expect(4, format_.sampling_frequency_index, "sampling_frequency_index");
+        expect(1, 0, "private_bit");
+        expect(3, config_.channel_mode == TAVIK_MODE_TWO_MONO ? 0 : channels_, "channel_configuration");
+        expect(1, config_.original_copy, "original_copy");
+        expect(1, config_.home, "home");
+        header.copyright_identification_bit = read(1);
+        header.copyright_identification_start = read(1);
+        expect(13, frame_length, "aac_frame_length");
+        const unsigned fullness = read(11);
+        require(is_constant_ ? fullness <= input_buffer_bits / 32 : fullness == 0x7ff, "adts_buffer_fullness");
+        expect(2, 0, "number_of_raw_data_blocks_in_frame");
         return header;
     }
 
-    AdifHeader read_adif_header() {
-        AdifHeader header{};
-        read_exactly(32, 0x41444946, "adif_id");
-        if (bits_.read(1) == 1) {
-            header.copyright_id.emplace();
-            for (std::uint8_t &byte : *header.copyright_id) byte = static_cast<std::uint8_t>(bits_.read(8));
-        }
-        header.original_copy = bits_.read(1);
-        header.home = bits_.read(1);
-        header.bitstream_type = bits_.read(1);
-        header.bitrate = bits_.read(23);
-        read_exactly(4, 0, "num_program_config_elements");
-        if (header.bitstream_type == 0) header.buffer_fullness = bits_.read(20);
-        header.program_config = read_program_config();
-        return header;
+    void read_adif_header() {
+        expect(32, 0x41444946, "adif_id");
+        expect(1, config_.copyright_id_present, "copyright_id_present");
+        for (unsigned i = 0; i < 9 * config_.copyright_id_present; ++i)
+            expect(8, config_.copyright_id[i], "copyright_id");
+        expect(1, config_.original_copy, "original_copy");
+        expect(1, config_.home, "home");
+        expect(1, is_constant_ ? 0 : 1, "bitstream_type");
+        const unsigned highest_rate = TAVIK_MAX_BIT_RATE_FACTOR * config_.sample_rate;
+        expect(23, channels_ * (is_constant_ ? config_.bit_rate : highest_rate), "bitrate");
+        expect(4, 0, "num_program_config_elements");
+        require(!is_constant_ || read(20) <= channels_ * input_buffer_bits, "adif_buffer_fullness");
+        read_program_config();
     }
 
-    ProgramConfig read_program_config() {
-        ProgramConfig config{};
-        config.tag = bits_.read(4);
-        read_exactly(2, low_complexity_profile, "object_type");
-        read_sampling_frequency_index();
-        config.sampling_frequency_index = format_.sampling_frequency_index;
-        const unsigned front_elements = bits_.read(4);
-        read_exactly(4 + 4 + 2 + 3 + 4, 0, "number of side, back, LFE, associated data and coupling elements");
-        read_exactly(3, 0, "mixdown flags");
-        for (unsigned i = 0; i < front_elements; ++i) {
-            const bool is_pair = bits_.read(1) == 1;
-            config.front_elements.push_back({is_pair, bits_.read(4)});
-        }
-        require(config.front_elements == expected_elements_, "unexpected front channel elements");
+    void read_program_config() {
+        expect(4, program_config_tag, "element_instance_tag");
+        expect(2, low_complexity_profile, "object_type");
+        expect(4, format_.sampling_frequency_index, "sampling_frequency_index");
+        expect(4, elements_.size(), "num_front_channel_elements");
+        expect(4 + 4 + 2 + 3 + 4, 0, "number of side, back, LFE, associated data and coupling elements");
+        expect(3, 0, "mixdown flags");
+        for (const unsigned element : elements_) expect(1 + 4, element, "front channel element");
         read_byte_alignment();
-        read_exactly(8, 0, "comment_field_bytes");
-        return config;
+        expect(8, 0, "comment_field_bytes");
     }
 
     // ---- raw_data_block ----
 
     void read_raw_data_block() {
-        for (unsigned id = bits_.read(3); id != end_element; id = bits_.read(3)) {
-            switch (id) {
-                case single_channel_element:
-                case channel_pair_element: read_channel_element(id == channel_pair_element); break;
-                case program_config_element: read_program_config_element(); break;
-                case fill_element:
-                    require(frame_.elements == expected_elements_, "fill element before the last channel element");
-                    ++frame_.fill_elements;
-                    frame_.fill_bits += 3 + bits_of([this] { read_fill_element(); });
-                    break;
-                default: bits_.fail("unexpected syntactic element " + std::to_string(id));
-            }
+        if (config_.header_type == TAVIK_HEADER_ADTS && config_.channel_mode == TAVIK_MODE_TWO_MONO) {
+            expect(3, program_config_element, "program config element missing");
+            read_program_config();
         }
-        require(frame_.elements == expected_elements_, "channel element missing");
-        const bool needs_config = format_.framing == Framing::adts && format_.channel_mode == ChannelMode::two_mono;
-        require(frame_.pce_in_block.has_value() == needs_config, "program config element missing or superfluous");
+        for (const unsigned element : elements_) {
+            expect(3 + 4, element, "unexpected element or tag");
+            read_channel_element(element == channel_pair);
+        }
+        unsigned id = read(3);
+        for (; id == fill_element; id = read(3)) {
+            unsigned bytes = read(4);
+            if (bytes == 15) bytes += read(8) - 1;
+            for (; bytes > 0; --bytes) expect(8, 0, "fill payload");
+        }
+        require(id == end_element, "unexpected element behind the channels");
         read_byte_alignment();
     }
 
-    void read_program_config_element() {
-        require(frame_.elements.empty() && !frame_.pce_in_block, "program config element is not the first element");
-        frame_.pce_in_block = read_program_config();
-    }
-
-    void read_fill_element() {
-        constexpr unsigned escape_count = 15;
-        unsigned bytes = bits_.read(4);
-        if (bytes == escape_count) bytes += bits_.read(8) - 1;
-        for (; bytes > 0; --bytes) read_exactly(8, 0, "fill payload");
-    }
-
     void read_channel_element(bool is_pair) {
-        const ChannelElement element = {is_pair, bits_.read(4)};
-        const std::size_t place = frame_.elements.size();
-        require(place < expected_elements_.size() && element == expected_elements_[place],
-                "unexpected channel element");
-        frame_.elements.push_back(element);
-        if (is_pair) {
-            read_channel_pair();
-        } else {
-            frame_.channels.push_back(read_channel_stream(std::nullopt));
-        }
-    }
-
-    void read_channel_pair() {
         std::optional<IcsInfo> common_info;
-        frame_.common_window = bits_.read(1) == 1;
-        if (frame_.common_window) {
+        if (is_pair && read(1) == 1) {
             common_info = read_ics_info();
-            read_mid_side(*common_info);
+            const unsigned ms_mask_present = read(2);
+            require(ms_mask_present != 3, "ms_mask_present is reserved");
+            const std::size_t flags = common_info->window_group_length.size() * common_info->max_sfb;
+            for (std::size_t i = 0; ms_mask_present == 1 && i < flags; ++i) read(1);
         }
-        for (int i = 0; i < 2; ++i) frame_.channels.push_back(read_channel_stream(common_info));
-    }
-
-    void read_mid_side(const IcsInfo &info) {
-        frame_.ms_mask_present = bits_.read(2);
-        require(frame_.ms_mask_present != 3, "ms_mask_present is reserved");
-        for (std::size_t group = 0; group < info.window_group_length.size(); ++group) {
-            std::vector<bool> used(info.max_sfb, frame_.ms_mask_present == 2);
-            if (frame_.ms_mask_present == 1) {
-                std::generate(used.begin(), used.end(), [this] { return bits_.read(1) == 1; });
-            }
-            frame_.ms_used.push_back(std::move(used));
-        }
+        for (int i = 0; i < (is_pair ? 2 : 1); ++i) frame_.channels.push_back(read_channel_stream(common_info));
     }
 
     // ---- individual_channel_stream ----
@@ -222,188 +134,141 @@ class FrameReader {
 
     IcsInfo read_ics_info() {
         IcsInfo info{};
-        read_exactly(1, 0, "ics_reserved_bit");
-        info.window_sequence = bits_.read(2);
-        read_exactly(1, 0, "window_shape");
-        info.max_sfb = bits_.read(info.is_short() ? 4 : 6);
-        require(info.max_sfb < bands(info).size(), "max_sfb " + std::to_string(info.max_sfb) + " exceeds the bands");
+        expect(1, 0, "ics_reserved_bit");
+        info.window_sequence = read(2);
+        expect(1, 0, "window_shape");
+        info.max_sfb = read(info.is_short() ? 4 : 6);
+        require(info.max_sfb < bands(info).size(), "max_sfb exceeds the bands");
         info.window_group_length = {1};
-        if (info.is_short()) {
-            read_grouping(info);
-        } else {
-            read_exactly(1, 0, "predictor_data_present");
+        if (!info.is_short()) expect(1, 0, "predictor_data_present");
+        for (int window = 1; window < (info.is_short() ? 8 : 1); ++window) {
+            const bool joins_window_before = read(1) == 1;  // a bit of scale_factor_grouping
+            if (!joins_window_before) info.window_group_length.push_back(0);
+            ++info.window_group_length.back();
         }
         return info;
     }
 
-    // Each bit, for windows 1 to 7, tells whether the window joins the group of the one before.
-    void read_grouping(IcsInfo &info) {
-        info.scale_factor_grouping = bits_.read(7);
-        for (unsigned bit = 7; bit-- > 0;) {
-            if ((info.scale_factor_grouping >> bit & 1u) == 1) {
-                ++info.window_group_length.back();
-            } else {
-                info.window_group_length.push_back(1);
-            }
-        }
-    }
-
     ChannelStream read_channel_stream(const std::optional<IcsInfo> &common_info) {
         ChannelStream stream{};
-        stream.total_bits = bits_of([&] {
-            stream.global_gain = bits_.read(8);
-            stream.ics = common_info ? *common_info : read_ics_info();
-            stream.section_bits = bits_of([&] { read_section_data(stream); });
-            stream.scale_factor_bits = bits_of([&] { read_scale_factor_data(stream); });
-            read_exactly(1, 0, "pulse_data_present");
-            if (bits_.read(1) == 1) stream.tns_bits = bits_of([&] { stream.tns = read_tns_data(stream.ics); });
-            read_exactly(1, 0, "gain_control_data_present");
-            stream.spectral_bits = bits_of([&] { read_spectral_data(stream); });
-        });
+        stream.global_gain = read(8);
+        stream.ics = common_info ? *common_info : read_ics_info();
+        stream.codebook.resize(stream.ics.window_group_length.size());
+        std::size_t start = position();
+        for (auto &codebooks : stream.codebook) codebooks = read_sections(stream.ics);
+        stream.section_bits = position() - start;
+        start = position();
+        read_scale_factor_data(stream);
+        stream.scale_factor_bits = position() - start;
+        expect(1, 0, "pulse_data_present");
+        stream.has_tns = read(1) == 1;
+        if (stream.has_tns) read_tns_data(stream.ics);
+        expect(1, 0, "gain_control_data_present");
+        start = position();
+        read_spectral_data(stream);
+        stream.spectral_bits = position() - start;
         return stream;
     }
 
-    void read_section_data(ChannelStream &stream) {
-        for (std::size_t group = 0; group < stream.ics.window_group_length.size(); ++group) {
-            stream.codebook.push_back(read_sections(stream.ics));
-        }
-    }
-
-    // The codebook of each band of one group.
+    // The codebook of each band of one group. The last field of a section's length is the first that is not all ones.
     std::vector<unsigned> read_sections(const IcsInfo &info) {
+        const unsigned field_bits = info.is_short() ? 3 : 5;
+        const unsigned all_ones = (1u << field_bits) - 1;
         std::vector<unsigned> codebooks;
         while (codebooks.size() < info.max_sfb) {
-            const unsigned codebook = bits_.read(4);
-            require(codebook <= escape_codebook, "codebook " + std::to_string(codebook));
+            const unsigned codebook = read(4);
+            require(codebook <= escape_codebook, "codebook that must not be used");
             require(codebooks.empty() || codebooks.back() != codebook, "adjacent sections of the same codebook");
-            const unsigned length = read_section_length(info);
-            require(length > 0, "empty section");
-            require(length <= info.max_sfb - codebooks.size(), "section exceeds max_sfb");
+            unsigned length = 0;
+            for (unsigned field = all_ones; field == all_ones; length += field) field = read(field_bits);
+            require(length > 0 && length <= info.max_sfb - codebooks.size(), "section empty or beyond max_sfb");
             codebooks.insert(codebooks.end(), length, codebook);
         }
         return codebooks;
     }
 
-    unsigned read_section_length(const IcsInfo &info) {
-        const unsigned increment_bits = info.is_short() ? 3 : 5;
-        const unsigned escape = (1u << increment_bits) - 1;
-        unsigned length = 0;
-        unsigned increment = 0;
-        do {
-            increment = bits_.read(increment_bits);
-            length += increment;
-        } while (increment == escape);
-        return length;
-    }
-
     void read_scale_factor_data(ChannelStream &stream) {
         int last = static_cast<int>(stream.global_gain);
         for (const auto &codebooks : stream.codebook) {
-            std::vector<int> &scale_factors = stream.scale_factor.emplace_back();
-            for (const unsigned codebook : codebooks) {
-                if (codebook != 0) last = read_scale_factor(last);
-                scale_factors.push_back(codebook != 0 ? last : no_scale_factor);
+            auto &factors = stream.scale_factor.emplace_back(codebooks.size());
+            for (std::size_t band = 0; band < codebooks.size(); ++band) {
+                if (codebooks[band] == 0) continue;
+                const unsigned index = standard_tables().code(scale_factor_codebook).decode(*this);
+                last += static_cast<int>(index) - scale_factor_difference_offset;
+                require(last >= 0 && last <= 255, "scale factor out of range");
+                factors[band] = last;
             }
         }
     }
 
-    int read_scale_factor(int last) {
-        const unsigned index = standard_tables().code(scale_factor_codebook).decode(bits_);
-        const int scale_factor = last + static_cast<int>(index) - scale_factor_difference_offset;
-        require(scale_factor >= 0 && scale_factor <= largest_scale_factor,
-                "scale factor " + std::to_string(scale_factor));
-        return scale_factor;
-    }
-
-    TnsFilter read_tns_data(const IcsInfo &info) {
-        TnsFilter filter{};
+    void read_tns_data(const IcsInfo &info) {
         require(!info.is_short(), "TNS on short windows");
-        read_exactly(2, 1, "n_filt");
-        filter.coef_res = bits_.read(1);
-        filter.length = bits_.read(6);
-        require(filter.length < bands(info).size(), "TNS length exceeds the bands");
-        filter.order = bits_.read(5);
-        require(filter.order <= max_tns_order, "TNS order " + std::to_string(filter.order));
-        if (filter.order == 0) return filter;
-        filter.direction = bits_.read(1);
-        filter.coef_compress = bits_.read(1);
-        const unsigned coef_bits = 3 + filter.coef_res - filter.coef_compress;
-        for (unsigned i = 0; i < filter.order; ++i) filter.coef[i] = read_signed(coef_bits);
-        return filter;
-    }
-
-    // A number in two's complement.
-    int read_signed(unsigned count) {
-        const int value = static_cast<int>(bits_.read(count));
-        return value < 1 << (count - 1) ? value : value - (1 << count);
+        expect(2, 1, "n_filt");
+        const unsigned coef_res = read(1);
+        require(read(6) < bands(info).size(), "TNS length exceeds the bands");
+        const unsigned order = read(5);
+        require(order <= max_tns_order, "TNS order is too high");
+        if (order == 0) return;
+        read(1);  // direction
+        const unsigned coef_compress = read(1);
+        for (unsigned i = 0; i < order; ++i) read(3 + coef_res - coef_compress);
     }
 
     // ---- spectral_data ----
 
     void read_spectral_data(ChannelStream &stream) {
-        stream.quantized.assign(spectral_lines, 0);
+        stream.quantized.assign(TAVIK_FRAME_LENGTH, 0);
         const std::vector<unsigned> &limits = bands(stream.ics);
-        std::size_t first_window = 0;
+        auto lines = std::span(stream.quantized);
         for (std::size_t group = 0; group < stream.codebook.size(); ++group) {
             const std::size_t windows = stream.ics.window_group_length[group];
             for (std::size_t band = 0; band < stream.codebook[group].size(); ++band) {
-                const auto lines = std::span(stream.quantized)
-                                       .subspan(first_window * short_window_lines + windows * limits[band],
-                                                windows * (limits[band + 1] - limits[band]));
-                if (stream.codebook[group][band] != 0) read_band(lines, stream.codebook[group][band]);
+                const auto first = windows * limits[band];
+                read_band(lines.subspan(first, windows * limits[band + 1] - first), stream.codebook[group][band]);
             }
-            first_window += windows;
+            if (stream.ics.is_short()) lines = lines.subspan(windows * limits.back());
         }
     }
 
     void read_band(std::span<int> lines, unsigned codebook) {
+        if (codebook == 0) return;
         const SpectralCodebook book = spectral_codebook(codebook);
         const HuffmanCode &code = standard_tables().code(codebook);
         for (; !lines.empty(); lines = lines.subspan(book.dimension)) {
-            const auto values = lines.first(book.dimension);
-            unsigned index = code.decode(bits_);
+            unsigned index = code.decode(*this);
             for (std::size_t i = book.dimension; i-- > 0; index /= book.modulus) {
-                values[i] = static_cast<int>(index % book.modulus) + book.lowest;
+                lines[i] = static_cast<int>(index % book.modulus) + book.lowest;
             }
-            if (book.lowest == 0) read_signs(values);
-            if (codebook == escape_codebook) read_escapes(values);
+            for (int &value : lines.first(book.dimension)) {
+                if (book.lowest == 0 && value != 0 && read(1) == 1) value = -value;
+            }
+            for (int &value : lines.first(book.dimension)) {
+                if (value == escape_value) value = read_escape();
+                if (value == -escape_value) value = -read_escape();
+            }
         }
     }
 
-    void read_signs(std::span<int> values) {
-        for (int &value : values) {
-            if (value != 0 && bits_.read(1) == 1) value = -value;
-        }
-    }
-
-    void read_escapes(std::span<int> values) {
-        for (int &value : values) {
-            if (value == escape_value) value = read_escape();
-            if (value == -escape_value) value = -read_escape();
-        }
-    }
-
-    // The prefix tells the magnitude's highest bit, so that no magnitude has two escape sequences.
+    // The number of leading ones tells the magnitude's highest bit, so that no magnitude has two escape sequences.
     int read_escape() {
         unsigned length = 4;
-        while (bits_.read(1) == 1) {
-            ++length;
-            require(length <= max_escape_length, "escape sequence of a magnitude above 8191");
-        }
-        return static_cast<int>((1u << length) + bits_.read(length));
+        while (read(1) == 1) ++length;
+        require(length <= max_escape_length, "escape sequence of a magnitude above 8191");
+        return static_cast<int>((1u << length) + read(length));
     }
 
-    std::span<const std::uint8_t> bytes_;
-    BitReader bits_;
-    StreamFormat format_;
-    std::vector<ChannelElement> expected_elements_;
-    Frame frame_;
+    const StreamFormat &format_;
+    const EncoderConfig &config_ = format_.config;
+    const bool is_constant_ = config_.constant_rate == 1;
+    const unsigned channels_ = config_.channel_mode == TAVIK_MODE_MONO ? 1 : 2;
+    const std::vector<unsigned> elements_ = channel_elements(config_.channel_mode);
+    Frame frame_{};
 };
 
 }  // namespace
 
 Frame read_frame(std::span<const std::uint8_t> bytes, const StreamFormat &format, bool first_frame) {
-    return FrameReader(bytes, format).read(first_frame);
+    return FrameReader(bytes, format).read_all(first_frame);
 }
 
 }  // namespace tavik_test
