@@ -127,7 +127,8 @@ u32 write_channel_elements(BitOutput out, EncoderState &state, const FrameData &
     CodingBlock &block = state.coding;
     switch (state.config.channel_configuration) {
         case channel_configuration_stereo: {
-            const u32 share = header_bits / 2 + fixed_channel_bits + element_id_bits;  // half of CPE and END each
+            // Each channel bears half of the header and of the identifiers of CPE and END.
+            const u32 share = header_bits / 2 + fixed_channel_bits + (element_id_bits + element_id_bits) / 2;
             const u32 bits = put_element(out, Element::cpe);
             return bits + write_channel_pair_element(out, block, data, share);
         }

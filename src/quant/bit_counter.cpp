@@ -83,11 +83,10 @@ u32 escape_codebook_bits(ConstValues values) {
     return bits;
 }
 
-// `higher`: the codebook set by quantize_bands. Values of codebooks 1, 2, 5 and 6 receive their signs.
+// `higher`: the codebook set by quantize_bands, not 0. Values of codebooks 1, 2, 5 and 6 receive their signs.
 BandCost count_band(u32 higher, Values values, ConstValues spectrum) {
     using namespace tables;
     switch (higher) {
-        case 0: return {0, 0};
         case 2:
             apply_signs(values, spectrum);
             return cheaper_of_pair<4>(values, signed_quad_index, TAVIK_ZOLF_huff10, TAVIK_ZOLF_huff20, 2);

@@ -19,7 +19,7 @@ class CodedBands {
  public:
     class Iterator {
      public:
-        Iterator(const CodedBands &bands, u32 group) : bands_(bands), group_(group) { skip_empty_groups(); }
+        Iterator(const CodedBands &bands, u32 group) : bands_(bands), group_(group) {}
 
         Band operator*() const {
             const u32 *offset = bands_.offsets_ + short_offset_row * group_ + number_;
@@ -38,10 +38,6 @@ class CodedBands {
         bool operator!=(const Iterator &other) const { return group_ != other.group_; }
 
      private:
-        void skip_empty_groups() {
-            if (bands_.max_sfb_ == 0) group_ = bands_.groups_;
-        }
-
         const CodedBands &bands_;
         u32 group_;
         u32 number_ = 0;
@@ -54,7 +50,7 @@ class CodedBands {
           groups_(block.num_window_groups[channel]),
           max_sfb_(block.max_sfb[channel]) {}
 
-    Iterator begin() const { return {*this, 0}; }
+    Iterator begin() const { return {*this, max_sfb_ == 0 ? groups_ : 0}; }
     Iterator end() const { return {*this, groups_}; }
 
  private:

@@ -185,10 +185,10 @@ ulimit -S -f 16
 refuse 4 'out/link.aac: *File too large' long.flac -o out/link.aac
 ulimit -S -f hard
 ffmpeg -v error -i long.flac -f wav - </dev/null >streamed.wav  # tells no length, so that it can go on
-mkfifo endless
-exec 3<>endless
 for pair in INT:130 TERM:143; do
     before=$(ls -A out)
+    rm -f endless && mkfifo endless  # a new one: an interrupted run leaves data in it
+    exec 3<>endless
     "$program" endless -o out/link.aac 2>stderr.txt 3<&- &
     # 60 Mbyte
     for _ in {1..17}; do timeout 20 cat streamed.wav || break; done >&3
