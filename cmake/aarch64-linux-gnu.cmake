@@ -5,6 +5,10 @@ if(NOT CMAKE_CXX_COMPILER)  # or Clang, with its target
     set(CMAKE_C_COMPILER aarch64-linux-gnu-gcc)
     set(CMAKE_CXX_COMPILER aarch64-linux-gnu-g++)
 endif()
+foreach(tool NM READELF OBJDUMP)  # those of the host may not know the architecture
+    string(TOLOWER ${tool} name)
+    set(CMAKE_${tool} /usr/bin/aarch64-linux-gnu-${name} CACHE FILEPATH "Tool for built files")
+endforeach()
 set(CMAKE_CROSSCOMPILING_EMULATOR qemu-aarch64 -L /usr/aarch64-linux-gnu)
 set(CMAKE_FIND_ROOT_PATH /usr/aarch64-linux-gnu)
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
