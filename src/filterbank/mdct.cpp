@@ -10,8 +10,11 @@ namespace {
 // Pairs cos a, -sin a (Q27), a = 2 pi (k + 1/8) / 2n.
 template <std::size_t N>
 const i32 *rotations() {
-    if constexpr (N == 1024) return TAVIK_W2;
-    return TAVIK_W4;
+    if constexpr (N == 1024) {
+        return TAVIK_W2;
+    } else {
+        return TAVIK_W4;
+    }
 }
 
 // The block of 2n samples folded to n / 2 complex values (r + j i), each times 2 e^(-j a) 2^27 / 2^32 = e^(-j a) / 16:

@@ -1,9 +1,6 @@
 // Sines of rational parts of pi for the compile-time tables, in integers. Nothing of this runs in the encoder.
 #pragma once
 
-#include <array>
-#include <cstddef>
-
 #include "quant/fixed_point.h"
 
 namespace tavik::tables {

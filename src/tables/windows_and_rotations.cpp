@@ -1,4 +1,7 @@
 // Sine windows and MDCT rotations of the filter bank, computed from their formulas.
+#include <array>
+#include <cstddef>
+
 #include "tables/trigonometry.h"
 #include "tavik.h"
 
