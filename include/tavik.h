@@ -68,10 +68,20 @@ extern "C" {
  * identifiers and tags, ics_info, mid/side flags, TNS data, global gain, flags and END. The rate loop ends with a count
  * within the target, so that the frame keeps to the sum; 6144 bits are whole bytes, so that alignment adds nothing.
  * Where a target is out of reach, the channel is all zero and takes at most 39 bits (eight-short: three groups of one
- * section of 15 bands). That happens only where the side information, below 600 bits, uses up the target, at bit rates
- * whose frames are far below the limit. Fill elements pad to the mean frame size, at most 6144 bits per channel.
+ * section of 15 bands). That happens only where the side information uses up the target, at bit rates whose frames are
+ * far below the limit. Fill elements pad to the mean frame size, at most 6144 bits per channel.
+ *
+ * For one configuration the same argument gives less. mean = (bit_rate x 1024 / sample_rate) / 8 bytes, both divisions
+ * rounded down, x channels; framing and channel mode make no difference, because headers are paid from the targets:
+ *   constant rate: mean, and that in every frame, unless a target is out of reach;
+ *   variable rate: 1.44 x mean rounded up, or 768 per channel if that is less. A channel may borrow 20 per cent of its
+ *   mean, 16 at a change of window and 8 with temporal noise shaping there; mid/side moves bits between the channels;
+ *   out of reach: at most 64 bytes, of an ADIF stream's first frame: 26 bytes of header with a copyright identifier,
+ *   below 100 bits of element, ics_info, mid/side flags and fixed fields (bit rates this low have no temporal noise
+ *   shaping), one channel that is all zero and one with the 148 bits that a second channel is left at least.
  */
 #define TAVIK_MAX_FRAME_BYTES_PER_CHANNEL 768
+#define TAVIK_MAX_BYTES_OUT_OF_REACH 64
 #define TAVIK_MAX_FRAME_BYTES (2 * TAVIK_MAX_FRAME_BYTES_PER_CHANNEL)
 
 /* ---- Configuration ------------------------------------------------------------------------------------------- */
@@ -180,7 +190,7 @@ TAVIK_API int32_t TAVIK_Init(EncoderContext *context, const EncoderConfig *confi
  * sample_count   in: samples per channel, 0 = end of input; a count above 1024 means 1024, one below completes the
  *                frame with zeros. out: 1024 when 1024 or more were offered, else unchanged
  * output         receives the frame; room for TAVIK_MAX_FRAME_BYTES_PER_CHANNEL bytes per channel
- * output_bytes   out: bytes written, possibly 0
+ * output_bytes   out: bytes written, possibly 0; may be the same variable as sample_count, which then ends as this
  *
  * Returns 0 when a full input frame was taken and a frame delivered; -1 for an absent pointer (nothing changes but the
  * status, TAVIK_ERR_NULL_POINTER, where there is a context); 1 otherwise, and context->status tells which:

@@ -3,7 +3,6 @@
 #include "bitstream/frame.h"
 
 #include <algorithm>
-#include <cstring>
 
 #include "bitstream/channel_stream.h"
 #include "bitstream/headers.h"
@@ -103,6 +102,22 @@ u32 write_header(BitOutput out, EncoderState &state) {
     return bits;
 }
 
+// A share holds the bits of the frame that the rate loop does not count and that no element deducts itself: header,
+// element identifiers, single channel tags, END, and the fixed part of each channel stream.
+
+u32 write_one_single_channel(BitOutput out, CodingBlock &block, const FrameData &data, u32 header_bits) {
+    const u32 share = header_bits + element_id_bits + element_tag_bits + fixed_channel_bits + element_id_bits;
+    const u32 bits = put_element(out, Element::sce);
+    return bits + write_single_channel_element(out, block, data, share, 0);
+}
+
+// Each channel bears half of the header and of the identifiers of CPE and END.
+u32 write_channel_pair(BitOutput out, CodingBlock &block, const FrameData &data, u32 header_bits) {
+    const u32 share = header_bits / 2 + fixed_channel_bits + (element_id_bits + element_id_bits) / 2;
+    const u32 bits = put_element(out, Element::cpe);
+    return bits + write_channel_pair_element(out, block, data, share);
+}
+
 // Two single channel elements, described by a program config element in every ADTS frame.
 u32 write_two_single_channels(BitOutput out, EncoderState &state, const FrameData &data, u32 header_bits) {
     CodingBlock &block = state.coding;
@@ -121,22 +136,10 @@ u32 write_two_single_channels(BitOutput out, EncoderState &state, const FrameDat
     return bits;
 }
 
-// The channel elements. A share holds the bits of the frame that the rate loop does not count and that no element
-// deducts itself: header, element identifiers, single channel tags, END, and the fixed part of each channel stream.
 u32 write_channel_elements(BitOutput out, EncoderState &state, const FrameData &data, u32 header_bits) {
-    CodingBlock &block = state.coding;
     switch (state.config.channel_configuration) {
-        case channel_configuration_stereo: {
-            // Each channel bears half of the header and of the identifiers of CPE and END.
-            const u32 share = header_bits / 2 + fixed_channel_bits + (element_id_bits + element_id_bits) / 2;
-            const u32 bits = put_element(out, Element::cpe);
-            return bits + write_channel_pair_element(out, block, data, share);
-        }
-        case channel_configuration_mono: {
-            const u32 share = header_bits + element_id_bits + element_tag_bits + fixed_channel_bits + element_id_bits;
-            const u32 bits = put_element(out, Element::sce);
-            return bits + write_single_channel_element(out, block, data, share, 0);
-        }
+        case channel_configuration_mono: return write_one_single_channel(out, state.coding, data, header_bits);
+        case channel_configuration_stereo: return write_channel_pair(out, state.coding, data, header_bits);
         default: return write_two_single_channels(out, state, data, header_bits);
     }
 }
@@ -144,8 +147,7 @@ u32 write_channel_elements(BitOutput out, EncoderState &state, const FrameData &
 }  // namespace
 
 u32 write_single_channel_element(BitOutput out, CodingBlock &block, const FrameData &data, u32 share, u32 channel) {
-    std::array<u32, band_array_size> codebooks;
-    std::memset(codebooks.data(), 0, sizeof(codebooks));
+    std::array<u32, band_array_size> codebooks{};
     put_bits(out, channel, element_tag_bits);
     deduct(block, channel, share);
     deduct(block, channel, ics_info_bits(block.window_sequence[channel]));
@@ -154,8 +156,7 @@ u32 write_single_channel_element(BitOutput out, CodingBlock &block, const FrameD
 }
 
 u32 write_channel_pair_element(BitOutput out, CodingBlock &block, const FrameData &data, u32 share) {
-    std::array<u32, band_array_size> codebooks;
-    std::memset(codebooks.data(), 0, sizeof(codebooks));
+    std::array<u32, band_array_size> codebooks{};
     u32 bits = write_pair_side_info(out, block);
     deduct_from_pair(block, share, bits);
     for (u32 channel = 0; channel < 2; ++channel) bits += code_channel(out, block, data, codebooks, channel);

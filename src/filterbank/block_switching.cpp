@@ -98,11 +98,11 @@ std::optional<u32> find_attack(u32 sampling_rate_index, std::span<const i32, 2 *
         pair[j + 1] = larger({peaks[2 * j], 2 * j}, {peaks[2 * j + 1], 2 * j + 1});
     }
 
-    const Peak first_half = larger(pair[1], pair[2]);
-    const Peak second_half = larger(pair[3], pair[4]);
-    if (std::max(first_half.value, second_half.value) == 0) return std::nullopt;
-    if (is_below(first_half.value, thresholds.group, second_half.value)) return second_half.subblock;
-    if (is_below(second_half.value, thresholds.group, first_half.value)) return first_half.subblock;
+    const Peak earlier_half = larger(pair[1], pair[2]);
+    const Peak later_half = larger(pair[3], pair[4]);
+    if (std::max(earlier_half.value, later_half.value) == 0) return std::nullopt;
+    if (is_below(earlier_half.value, thresholds.group, later_half.value)) return later_half.subblock;
+    if (is_below(later_half.value, thresholds.group, earlier_half.value)) return earlier_half.subblock;
 
     const auto attack = strongest(pair, {thresholds.pair_rise, thresholds.pair_fall, needs_fall});
     if (attack) return attack;

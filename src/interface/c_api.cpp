@@ -24,7 +24,7 @@ using namespace tavik;
 class ScatteredBitWriter {
  public:
     ScatteredBitWriter(u32 &bits_left, u32 &current_byte, u32 &bit_count, u32 &byte_pos)
-        : writer{bit_count, byte_pos, current_byte, bits_left},
+        : writer_{bit_count, byte_pos, current_byte, bits_left},
           bits_left_(bits_left),
           current_byte_(current_byte),
           bit_count_(bit_count),
@@ -32,15 +32,16 @@ class ScatteredBitWriter {
     ScatteredBitWriter(const ScatteredBitWriter &) = delete;
     ScatteredBitWriter &operator=(const ScatteredBitWriter &) = delete;
     ~ScatteredBitWriter() {
-        bit_count_ = writer.bit_count;
-        byte_pos_ = writer.byte_pos;
-        current_byte_ = writer.current_byte;
-        bits_left_ = writer.bits_left;
+        bit_count_ = writer_.bit_count;
+        byte_pos_ = writer_.byte_pos;
+        current_byte_ = writer_.current_byte;
+        bits_left_ = writer_.bits_left;
     }
 
-    BitWriter writer;
+    BitOutput output(uint8_t *buffer) { return {buffer, writer_}; }
 
  private:
+    BitWriter writer_;
     u32 &bits_left_;
     u32 &current_byte_;
     u32 &bit_count_;
@@ -150,7 +151,7 @@ void TAVIK_Quantize(TavikCodingBlock *block, const int32_t *spectrum, uint32_t *
 void TAVIK_ZOLF_PutBit(uint8_t *buffer, uint32_t *bits_left, uint32_t *current_byte, uint32_t *bit_count,
                        uint32_t *byte_pos, uint32_t value, int32_t nbits) {
     ScatteredBitWriter scattered(*bits_left, *current_byte, *bit_count, *byte_pos);
-    put_bits({buffer, scattered.writer}, value, static_cast<u32>(nbits));
+    put_bits(scattered.output(buffer), value, static_cast<u32>(nbits));
 }
 
 void TAVIK_ZOLF_PutBit_Offset(uint8_t *buffer, uint32_t value, int32_t nbits, uint32_t bit_offset) {
@@ -160,7 +161,7 @@ void TAVIK_ZOLF_PutBit_Offset(uint8_t *buffer, uint32_t value, int32_t nbits, ui
 uint32_t TAVIK_ByteAlign(uint8_t *buffer, uint32_t *bits_left, uint32_t *current_byte, uint32_t *bit_count,
                          uint32_t *byte_pos) {
     ScatteredBitWriter scattered(*bits_left, *current_byte, *bit_count, *byte_pos);
-    return byte_align({buffer, scattered.writer});
+    return byte_align(scattered.output(buffer));
 }
 
 void TAVIK_WriteADTSHeader(uint32_t sampling_frequency_index, uint32_t constant_rate, TavikAdtsHeader *adts_header,

@@ -144,11 +144,13 @@ static_assert(offsetof(CodingBlock, sfb_offset) == 72 && offsetof(CodingBlock, s
 static_assert(offsetof(CodingBlock, band_sf_offset) == 536 && offsetof(CodingBlock, ms_used) == 1920);
 static_assert(offsetof(CodingBlock, adts_header) == 2312 && offsetof(CodingBlock, mean_channel_bytes) == 2588);
 
-// The two views of the same memory.
+// The two views of the same memory: the one place that sees it as both.
+// NOLINTBEGIN(cppcoreguidelines-pro-type-reinterpret-cast)
 inline EncoderState &state_of(EncoderContext &context) { return reinterpret_cast<EncoderState &>(context); }
 inline const EncoderState &state_of(const EncoderContext &context) {
     return reinterpret_cast<const EncoderState &>(context);
 }
+// NOLINTEND(cppcoreguidelines-pro-type-reinterpret-cast)
 
 // Copies `count` elements, one by one and front to back: std::copy would call memmove, and the library imports nothing
 // but memset.

@@ -13,6 +13,12 @@ struct RateTarget {
     i32 tolerance;  // a count closer to `bits` than this ends the bisection; 0 or less never does
 };
 
+// The most calls of count_bits in one search from common_sf 0 ... 127 with a silent_sf of 112 at most, whatever the
+// counts. It takes a count at 0 that is above the target, but within the tolerance: the bisection ends at once, and the
+// walk goes from 1 to 112. Nothing else takes longer. Steps upward, of 4 or more, spare the walk what they leap over;
+// steps downward, of 2 or more, leave a count below the target behind, where a walk would end.
+inline constexpr u32 most_counts_per_search = 113;
+
 // From `silent_sf` on every value is quantized to zero, so that raising common_sf further could change nothing.
 // count_bits(common_sf) is called for each trial; its latest call is the one whose common_sf is the result.
 template <typename CountBits>

@@ -83,7 +83,7 @@ namespace {
 
 // Every row rises in multiples of 4 from 0 to the window's length at the stated number of bands, then holds zeros.
 template <std::size_t Columns>
-constexpr bool well_formed(const std::uint32_t (&offsets)[12][Columns], const std::uint32_t (&counts)[12],
+consteval bool well_formed(const std::uint32_t (&offsets)[12][Columns], const std::uint32_t (&counts)[12],
                            std::uint32_t length) {
     for (std::size_t row = 0; row < 12; ++row) {
         const std::uint32_t bands = counts[row];

@@ -42,7 +42,7 @@ static_assert(fft_rotations<16> ==
 inline constexpr i32 cos_eighth_turn_q31 = 0x5A827B70;
 
 template <std::size_t Bits>
-constexpr std::array<u8, std::size_t{1} << Bits> bit_reversal() {
+consteval std::array<u8, std::size_t{1} << Bits> bit_reversal() {
     std::array<u8, std::size_t{1} << Bits> reversed{};
     for (u32 i = 0; i < reversed.size(); ++i) {
         for (u32 bit = 0; bit < Bits; ++bit) {

@@ -10,14 +10,14 @@ namespace tavik::tables {
 namespace {
 
 template <std::size_t N>
-constexpr std::array<u32, N> codewords(const Codebook<N> &book) {
+consteval std::array<u32, N> codewords(const Codebook<N> &book) {
     std::array<u32, N> codes{};
     for (std::size_t i = 0; i < N; ++i) codes[i] = book[i].code;
     return codes;
 }
 
 template <std::size_t N>
-constexpr std::array<u32, N> lengths(const Codebook<N> &book) {
+consteval std::array<u32, N> lengths(const Codebook<N> &book) {
     std::array<u32, N> lengths{};
     for (std::size_t i = 0; i < N; ++i) lengths[i] = book[i].length;
     return lengths;
@@ -25,9 +25,10 @@ constexpr std::array<u32, N> lengths(const Codebook<N> &book) {
 
 // Index i holds a tuple of magnitudes as digits in the given radix; every digit that is not 0 brings a sign bit.
 template <std::size_t N>
-constexpr std::array<u32, N> lengths_with_signs(const Codebook<N> &book, std::size_t radix) {
-    std::array<u32, N> with_signs = lengths(book);
+consteval std::array<u32, N> lengths_with_signs(const Codebook<N> &book, std::size_t radix) {
+    std::array<u32, N> with_signs{};
     for (std::size_t i = 0; i < N; ++i) {
+        with_signs[i] = book[i].length;
         for (std::size_t digits = i; digits != 0; digits /= radix) {
             if (digits % radix != 0) ++with_signs[i];
         }
@@ -37,7 +38,7 @@ constexpr std::array<u32, N> lengths_with_signs(const Codebook<N> &book, std::si
 
 // Prefix-free and complete: no codeword begins another, and the sum of 2^-length is 1.
 template <std::size_t N>
-constexpr bool complete_prefix_code(const Codebook<N> &book) {
+consteval bool complete_prefix_code(const Codebook<N> &book) {
     constexpr u32 longest = 19;
     u32 kraft_sum = 0;  // in units of 2^-longest
     for (const Codeword &word : book) {

@@ -8,7 +8,7 @@ namespace {
 __extension__ typedef unsigned __int128 u128;
 
 // The mantissa is the largest m strictly below n^(3/4) 2^(23 - e), that is with m^4 < n^3 2^(4 (23 - e)) < 2^92.
-constexpr u32 mantissa_below(u32 n, u32 exponent) {
+consteval u32 mantissa_below(u32 n, u32 exponent) {
     const u128 bound = (u128{n} * n * n) << (4 * (23 - exponent));
     u32 m = 0;
     for (u32 bit = 1u << 22; bit != 0; bit >>= 1) {
@@ -18,7 +18,7 @@ constexpr u32 mantissa_below(u32 n, u32 exponent) {
     return m;
 }
 
-constexpr std::array<u32, pow34_entries> make_pow34_table() {
+consteval std::array<u32, pow34_entries> make_pow34_table() {
     constexpr u32 fixed_exponent = 12;
     std::array<u32, pow34_entries> table{};
     table[1] = 1u << 22 << 8 | 1;  // exact: the only entry that is not strictly below its value

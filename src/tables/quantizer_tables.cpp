@@ -10,7 +10,7 @@ namespace {
 __extension__ typedef unsigned __int128 u128;
 
 // floor(sqrt(x)), bit by bit.
-constexpr u64 square_root(u128 x) {
+consteval u64 square_root(u128 x) {
     u64 root = 0;
     for (u64 bit = u64{1} << 63; bit != 0; bit >>= 1) {
         if (u128{root | bit} * (root | bit) <= x) root |= bit;
@@ -19,7 +19,7 @@ constexpr u64 square_root(u128 x) {
 }
 
 // 2^(sixteenths / 16) in Q62 for 0 <= sixteenths < 16, as the product of 2^(1/2), 2^(1/4), 2^(1/8) and 2^(1/16).
-constexpr u64 root_of_two_q62(u32 sixteenths) {
+consteval u64 root_of_two_q62(u32 sixteenths) {
     u64 product = u64{1} << 62;
     u64 root = u64{1} << 63;  // 2, then its repeated square roots
     for (u32 bit = 8; bit != 0; bit >>= 1) {
@@ -30,7 +30,7 @@ constexpr u64 root_of_two_q62(u32 sixteenths) {
 }
 
 // 2^(exponent / 16) rounded to nearest, a half down.
-constexpr u32 rounded_power_of_two(i32 exponent) {
+consteval u32 rounded_power_of_two(i32 exponent) {
     const i32 whole = exponent >> 4;  // toward minus infinity
     const u64 value_q62 = root_of_two_q62(static_cast<u32>(exponent) & 15);
     const i32 fraction_bits = 62 - whole;  // of the result: at least 30, since entries have at most 32 bits
@@ -39,10 +39,10 @@ constexpr u32 rounded_power_of_two(i32 exponent) {
 }
 
 // Fractional bits of the gain of index i.
-constexpr i32 gain_q(i32 i) { return i < 15 ? 1 : i < 58 ? 16 : 20; }
+consteval i32 gain_q(i32 i) { return i < 15 ? 1 : i < 58 ? 16 : 20; }
 
 // 2^(-3 (i - 100) / 16) at the fixed point of gain_q(i).
-constexpr std::array<u32, 256> make_gains() {
+consteval std::array<u32, 256> make_gains() {
     std::array<u32, 256> gains{};
     for (i32 i = 0; i < 255; ++i) {
         gains[static_cast<std::size_t>(i)] = rounded_power_of_two(16 * gain_q(i) - 3 * (i - 100));

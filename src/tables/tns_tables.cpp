@@ -12,7 +12,7 @@ namespace {
 // is the nearest angle: floor(asin(a / 1024) steps / pi + 1/2), that is the number of i >= 1 with
 // sin((i - 1/2) pi / steps) <= a / 1024. The sines are compared as rounded to 40 bits, because sin(pi / 6) must equal
 // 1/2.
-constexpr std::array<i32, 1025> nearest_index(i32 steps, i32 sign) {
+consteval std::array<i32, 1025> nearest_index(i32 steps, i32 sign) {
     constexpr int q = 40;
     std::array<i32, 1025> index{};
     i32 i = 0;
@@ -50,7 +50,7 @@ extern constexpr std::array<i32, 17> tavik_tns_sine_negative = dequantized<17>(1
 }  // extern "C"
 
 // `first` is the smallest magnitude whose index is `value`.
-constexpr bool steps_at(const std::array<i32, 1025> &index, std::size_t first, i32 value) {
+consteval bool steps_at(const std::array<i32, 1025> &index, std::size_t first, i32 value) {
     return index[first] == value && index[first - 1] != value;
 }
 static_assert(steps_at(tavik_tns_index_positive, 108, 1) && steps_at(tavik_tns_index_positive, 317, 2) &&

@@ -34,7 +34,8 @@ i64 q47_mul(i64 a, i64 b) {
 i64 q47_div(i64 a, i64 b, i32 q) {
     const i32 exponent_a = q47_exponent(a);
     const i32 exponent_b = q47_exponent(b);
-    const i64 quotient = norm_shift(a, exponent_a + 16) / norm_shift(b, exponent_b - 16);
+    const i64 divisor = norm_shift(b, exponent_b - 16);
+    const i64 quotient = norm_shift(a, exponent_a + 16) / divisor;  // NOLINT(clang-analyzer-core.DivideZero): b != 0
     return norm_shift(quotient, exponent_b - exponent_a + q - 8);
 }
 
@@ -67,8 +68,9 @@ Prediction predict(const Autocorrelation &r) {
     constexpr i64 limit = (i64{1} << 47) - 1;  // |k| < 1
     Prediction result{{}, r[0]};
     Coefficients<i64> a{};
-    i64 acc = r[1];
     for (u32 m = 1; m <= tns_max_order; ++m) {
+        i64 acc = r[m];
+        for (u32 i = 1; i < m; ++i) acc = wrap_add(acc, q47_mul(a[i - 1], r[m - i]));
         i64 k = wrap_neg(acc);
         if (acc != 0 && result.error != 0) k = q47_div(k, result.error, 23);
         k = std::clamp(k, -limit, limit);
@@ -77,10 +79,6 @@ Prediction predict(const Autocorrelation &r) {
         extend(a, m, [k](i64 other) { return q47_mul(k, other); });
         a[m - 1] = k;
         result.error = wrap_sub(result.error, q47_mul(result.error, q47_mul(k, k)));
-
-        if (m == tns_max_order) break;
-        acc = r[m + 1];
-        for (u32 i = 1; i <= m; ++i) acc = wrap_add(acc, q47_mul(a[i - 1], r[m + 1 - i]));
     }
     return result;
 }
