@@ -2,14 +2,15 @@
 #include "audio_decoder.h"
 
 #include <filesystem>
+#include <utility>
 
 #include "ffmpeg_log.h"
 #include "program_error.h"
 
 namespace tavik {
 
-AudioDecoder::AudioDecoder(const std::string &path)
-    : path_(path), packet_(own(av_packet_alloc())), frame_(own(av_frame_alloc())) {
+AudioDecoder::AudioDecoder(std::string path)
+    : path_(std::move(path)), packet_(own(av_packet_alloc())), frame_(own(av_frame_alloc())) {
     capture_ffmpeg_log();
     open_file();
     open_codec();

@@ -18,7 +18,7 @@ struct Damage {
 class AudioDecoder {
  public:
     // Throws ProgramError with ExitCode::input when the file cannot be opened or has no audio that can be decoded.
-    explicit AudioDecoder(const std::string &path);
+    explicit AudioDecoder(std::string path);
 
     // The next samples, at least one, or nullptr at the end; valid until the next call.
     const AVFrame *next();

@@ -48,7 +48,9 @@ bool AudioReader::refill() {
         make_converter(*pending_);
     }
     const int count = pending_->nb_samples;
-    convert(const_cast<const uint8_t **>(pending_->extended_data), count, swr_get_out_samples(converter_.get(), count));
+    // swr_convert() reads the samples only, but C does not let the pointers become const by themselves.
+    auto **samples = const_cast<const uint8_t **>(pending_->extended_data);  // NOLINT(*-const-cast)
+    convert(samples, count, swr_get_out_samples(converter_.get(), count));
     pending_ = decoder_.next();
     return true;
 }
@@ -87,7 +89,7 @@ void AudioReader::make_converter(const AVFrame &frame) {
 // Returns how many per channel came out, at most `room`.
 int AudioReader::convert(const uint8_t **samples, int count, int room) {
     converted_.resize(static_cast<size_t>(room) * output_.channels);
-    auto *bytes = reinterpret_cast<uint8_t *>(converted_.data());
+    auto *bytes = reinterpret_cast<uint8_t *>(converted_.data());  // NOLINT(*-reinterpret-cast): FFmpeg's sample type
     int result = swr_convert(converter_.get(), &bytes, room, samples, count);
     void *data = converted_.data();
     if (result > 0) result = av_audio_fifo_write(fifo_.get(), &data, result);

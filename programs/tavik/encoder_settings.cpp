@@ -56,12 +56,12 @@ EncoderConfig make_config(const Options &options, AudioFormat source) {
     config.bit_rate = options.bit_rate ? divide_bit_rate(*options.bit_rate, channel_count(config), config.sample_rate)
                                        : default_bit_rate(config.sample_rate);
     config.header_type = static_cast<uint32_t>(options.framing);
-    config.constant_rate = options.constant_rate;
-    config.emit_priming_frame = options.priming;
-    config.tns_disable = options.no_tns;
-    config.home = options.home;
-    config.original_copy = options.original;
-    config.copyright_id_present = options.copyright_id.has_value();
+    config.constant_rate = options.constant_rate ? 1 : 0;
+    config.emit_priming_frame = options.priming ? 1 : 0;
+    config.tns_disable = options.no_tns ? 1 : 0;
+    config.home = options.home ? 1 : 0;
+    config.original_copy = options.original ? 1 : 0;
+    config.copyright_id_present = options.copyright_id.has_value() ? 1 : 0;
     if (options.copyright_id)
         std::copy(options.copyright_id->begin(), options.copyright_id->end(), config.copyright_id);
     return config;

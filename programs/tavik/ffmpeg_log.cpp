@@ -14,8 +14,9 @@ extern "C" {
 namespace tavik {
 namespace {
 
-std::mutex log_mutex;
-FfmpegLog current_log;
+// Global, because the callback of the libraries takes no argument of ours.
+std::mutex log_mutex;   // NOLINT(cppcoreguidelines-avoid-non-const-global-variables)
+FfmpegLog current_log;  // NOLINT(cppcoreguidelines-avoid-non-const-global-variables)
 
 void keep_message(const std::string &message, int level) {
     const std::lock_guard lock(log_mutex);
@@ -23,10 +24,10 @@ void keep_message(const std::string &message, int level) {
     if (message.starts_with("Ignoring maximum wav data size")) current_log.open_ended_file = true;
 }
 
-void receive_message(void *, int level, const char *format, va_list arguments) {
+void receive_message(void * /*context*/, int level, const char *format, va_list arguments) {
     if (level > AV_LOG_WARNING) return;
     std::array<char, 256> text{};
-    std::vsnprintf(text.data(), text.size(), format, arguments);
+    if (std::vsnprintf(text.data(), text.size(), format, arguments) < 0) return;
     std::string message = text.data();
     message.erase(message.find_last_not_of(".\n") + 1);
     keep_message(message, level);

@@ -12,7 +12,8 @@ namespace {
 
 constexpr std::array interruptions{SIGINT, SIGTERM, SIGHUP};
 
-std::atomic<const char *> file_to_remove{nullptr};
+// Global, because a signal handler takes no argument of ours.
+std::atomic<const char *> file_to_remove{nullptr};  // NOLINT(cppcoreguidelines-avoid-non-const-global-variables)
 static_assert(std::atomic<const char *>::is_always_lock_free, "the signal handler reads it");
 
 // Only calls that are safe in a signal handler.
@@ -46,17 +47,17 @@ void install_interruption_handlers() {
         const bool keep_ignored = signal_number == SIGHUP && is_ignored(SIGHUP);
         if (!keep_ignored) sigaction(signal_number, &action, nullptr);
     }
-    std::signal(SIGPIPE, SIG_IGN);
-    std::signal(SIGXFSZ, SIG_IGN);
+    action.sa_handler = SIG_IGN;
+    for (const int signal_number : {SIGPIPE, SIGXFSZ}) sigaction(signal_number, &action, nullptr);
 }
 
 void remove_on_interruption(const char *path) { file_to_remove.store(path); }
 
 InterruptionBlock::InterruptionBlock() {
     const sigset_t set = interruption_set();
-    sigprocmask(SIG_BLOCK, &set, &previous_mask_);
+    pthread_sigmask(SIG_BLOCK, &set, &previous_mask_);
 }
 
-InterruptionBlock::~InterruptionBlock() { sigprocmask(SIG_SETMASK, &previous_mask_, nullptr); }
+InterruptionBlock::~InterruptionBlock() { pthread_sigmask(SIG_SETMASK, &previous_mask_, nullptr); }
 
 }  // namespace tavik

@@ -22,7 +22,7 @@ class InterruptionBlock {
     InterruptionBlock &operator=(const InterruptionBlock &) = delete;
 
  private:
-    sigset_t previous_mask_;
+    sigset_t previous_mask_{};
 };
 
 }  // namespace tavik

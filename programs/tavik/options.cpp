@@ -28,8 +28,9 @@ constexpr const char *footer =
     "  129/130/143 interrupted by SIGHUP/SIGINT/SIGTERM\n"
     "The output file appears under its name only when it is complete.";
 
-const std::map<std::string, ChannelMode> mode_names{
-    {"mono", ChannelMode::mono}, {"stereo", ChannelMode::stereo}, {"two-mono", ChannelMode::two_mono}};
+std::map<std::string, ChannelMode> mode_names() {
+    return {{"mono", ChannelMode::mono}, {"stereo", ChannelMode::stereo}, {"two-mono", ChannelMode::two_mono}};
+}
 
 // Arguments whose text needs a translation that is made once the whole command line is accepted.
 struct ArgumentTexts {
@@ -51,6 +52,7 @@ std::optional<uint64_t> to_bit_rate(const std::string &text) {
 
 std::vector<std::string> supported_rate_texts() {
     std::vector<std::string> texts;
+    texts.reserve(std::size(supported_rates));
     for (const uint32_t rate : supported_rates) texts.push_back(std::to_string(rate));
     return texts;
 }
@@ -105,7 +107,7 @@ void add_coding_options(CLI::App &app, Options &options, ArgumentTexts &texts) {
     app.add_option("--mode", texts.mode,
                    "mono, stereo or two-mono (independent channels) [mono or stereo as the input]")
         ->option_text("MODE")
-        ->check(CLI::IsMember(&mode_names))
+        ->check(CLI::IsMember(mode_names()))
         ->group(group);
     app.add_flag("--cbr", options.constant_rate, "Constant instead of variable frame size")->group(group);
     app.add_flag("--priming", options.priming, "Also emit the frame that leads in from silence")->group(group);
@@ -182,7 +184,7 @@ std::optional<Options> parse_options(int argc, const char *const *argv) {
     if (!parse(app, argc, argv)) return std::nullopt;
 
     options.bit_rate = to_bit_rate(texts.bit_rate);
-    if (!texts.mode.empty()) options.mode = mode_names.at(texts.mode);
+    if (!texts.mode.empty()) options.mode = mode_names().at(texts.mode);
     if (!texts.copyright_id.empty()) options.copyright_id = to_copyright_id(texts.copyright_id);
     return options;
 }

@@ -6,9 +6,9 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstring>
 #include <filesystem>
 #include <optional>
+#include <system_error>
 
 #include "interruption.h"
 #include "program_error.h"
@@ -112,7 +112,7 @@ void OutputFile::close() {
 }
 
 void OutputFile::fail(const char *action) const {
-    throw ProgramError(ExitCode::output, path_, std::string(action) + ": " + std::strerror(errno));
+    throw ProgramError(ExitCode::output, path_, std::string(action) + ": " + std::generic_category().message(errno));
 }
 
 void refuse_same_file(const std::string &input, const std::string &output) {

@@ -16,6 +16,7 @@ class StreamEncoder {
     explicit StreamEncoder(const EncoderConfig &config);
     StreamEncoder(const StreamEncoder &) = delete;
     StreamEncoder &operator=(const StreamEncoder &) = delete;
+    ~StreamEncoder() = default;
 
     // Takes `sample_count` samples per channel: TAVIK_FRAME_LENGTH, less in the last block, 0 from then on. Returns the
     // bytes of at most one coded frame, valid until the next call.
