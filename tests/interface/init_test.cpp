@@ -31,44 +31,6 @@ TEST(Init, AbsentPointers) {
     for (const u8 byte : context.memory.opaque) ASSERT_EQ(byte, 0xA5);
 }
 
-// Every field is made bad, then repaired one after the other in the order of the checks.
-TEST(Init, FirstBadFieldDecidesTheStatus) {
-    EncoderConfig config{bad, 96000, 7999, bad, 2, 2, 2, bad, 2, 2, {}};
-    const EncoderConfig good = valid_config();
-    Context context;
-    const auto status = [&] {
-        const i32 result = context.init(config);
-        EXPECT_EQ(result, context.memory.status == 0 ? 0 : -1);
-        return context.memory.status;
-    };
-    EXPECT_EQ(status(), TAVIK_ERR_CHANNEL_MODE);
-    config.channel_mode = 2;
-    EXPECT_EQ(status(), TAVIK_ERR_SAMPLE_RATE);
-    config.sample_rate = 8000;
-    EXPECT_EQ(status(), TAVIK_ERR_BIT_RATE);
-    config.bit_rate = 48001;
-    EXPECT_EQ(status(), TAVIK_ERR_BIT_RATE);
-    config.bit_rate = 48000;
-    EXPECT_EQ(status(), TAVIK_ERR_HEADER_TYPE);
-    config.header_type = 2;
-    EXPECT_EQ(status(), TAVIK_ERR_CONSTANT_RATE);
-    config.constant_rate = 1;
-    EXPECT_EQ(status(), TAVIK_ERR_PRIMING_FRAME);
-    config.emit_priming_frame = 1;
-    EXPECT_EQ(status(), TAVIK_ERR_TNS_DISABLE);
-    config.tns_disable = 1;
-    EXPECT_EQ(status(), TAVIK_ERR_HOME);
-    config.home = 1;
-    EXPECT_EQ(status(), TAVIK_ERR_ORIGINAL_COPY);
-    config.original_copy = 1;
-    EXPECT_EQ(status(), TAVIK_ERR_COPYRIGHT_ID_PRESENT);
-    config.copyright_id_present = 1;
-    EXPECT_EQ(status(), TAVIK_OK);
-    config.bit_rate = 8000;
-    EXPECT_EQ(status(), TAVIK_OK);
-    EXPECT_EQ(context.init(good), 0);
-}
-
 TEST(Init, SampleRates) {
     const u32 rates[] = {48000, 44100, 32000, 24000, 22050, 16000, 12000, 11025, 8000};
     for (u32 i = 0; i < 9; ++i) EXPECT_EQ(TAVIK_SampleRateIndex(rates[i]), 3 + i);

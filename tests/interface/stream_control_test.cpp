@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "interface/encoder_context.h"
+#include "support/checked_encoder.h"
 
 namespace {
 
@@ -97,18 +98,25 @@ TEST(StreamControl, InputAfterTheEndContinuesTheStream) {
 }
 
 TEST(StreamControl, AbsentPointersChangeNothing) {
-    Stream stream(0);
-    const auto pcm = stream.pcm.data();
-    u32 count = 1024, bytes = 7;
-    EXPECT_EQ(TAVIK_Encode(nullptr, pcm, &count, stream.output.data(), &bytes), -1);
-    const i32 results[] = {TAVIK_Encode(&stream.context, nullptr, &count, stream.output.data(), &bytes),
-                           TAVIK_Encode(&stream.context, pcm, nullptr, stream.output.data(), &bytes),
-                           TAVIK_Encode(&stream.context, pcm, &count, nullptr, &bytes),
-                           TAVIK_Encode(&stream.context, pcm, &count, stream.output.data(), nullptr)};
-    for (const i32 result : results) EXPECT_EQ(result, -1);
-    EXPECT_EQ(stream.context.status, TAVIK_ERR_NULL_POINTER);
-    EXPECT_EQ(stream.state().coding.stream_state, 0u);
-    EXPECT_EQ(bytes, 7u);
+    const EncoderConfig config{TAVIK_MODE_STEREO, 44100, 32000, 0, 0, 0, 0, 0, 0, 0, {}};
+    const std::vector<i16> pcm(2 * 1024, 1000);
+    tavik_test::CheckedEncoder encoder;
+    EXPECT_EQ(encoder.init(config), TAVIK_OK);
+    for (int call = 0; call < 4; ++call) {
+        EXPECT_NO_THROW(encoder.encode_with_absent_pointers());
+        EXPECT_NO_THROW(encoder.encode(pcm, 1024)) << "the stream goes on";
+    }
+}
+
+TEST(StreamControl, OneVariableServesForBothCounts) {
+    Stream separate(0), shared(0);
+    for (int call = 0; call < 5; ++call) {
+        u32 samples = 1024, bytes = 0, count = 1024;
+        TAVIK_Encode(&separate.context, separate.pcm.data(), &samples, separate.output.data(), &bytes);
+        TAVIK_Encode(&shared.context, shared.pcm.data(), &count, shared.output.data(), &count);
+        EXPECT_EQ(count, bytes);
+        EXPECT_EQ(shared.context.status, separate.context.status);
+    }
 }
 
 TEST(StreamControl, DelayLineAndChannels) {

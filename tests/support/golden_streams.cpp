@@ -6,8 +6,6 @@
 namespace tavik_test {
 namespace {
 
-constexpr std::uint32_t rates[] = {48000, 44100, 32000, 24000, 22050, 16000, 12000, 11025, 8000};
-
 std::string name_of(const EncoderConfig &config, SignalKind signal) {
     static constexpr const char *modes[] = {"mono", "stereo", "two-mono"};
     static constexpr const char *headers[] = {"adts", "adif", "raw"};
@@ -22,7 +20,7 @@ std::string name_of(const EncoderConfig &config, SignalKind signal) {
 std::vector<GoldenStream> golden_streams() {
     std::vector<GoldenStream> streams;
     std::uint32_t i = 0;  // walks through framings, options and signals while rate, mode and bit rate vary
-    for (const std::uint32_t rate : rates) {
+    for (const std::uint32_t rate : sample_rates) {
         for (std::uint32_t mode = 0; mode < 3; ++mode) {
             const std::uint32_t usual = rate * 3 / 2;  // about 64 kbit/s at 44.1 kHz
             for (const std::uint32_t bit_rate : {8000u, usual, usual * 2, 6 * rate}) {

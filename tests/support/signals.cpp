@@ -15,15 +15,6 @@ struct Channel {
 
 constexpr std::int16_t highest = 32767, lowest = -32768;
 
-// level (a sample) times the sine of a phase in units of 2^-32 turns. The sine is a parabola per half turn, corrected
-// to within 0.1 %.
-std::int16_t sine(std::int64_t level, std::uint64_t phase) {
-    const std::int64_t half_turns = static_cast<std::int32_t>(phase) >> 16;  // Q15, -1 to 1
-    const std::int64_t parabola = half_turns * (32768 - std::abs(half_turns)) >> 13;
-    const std::int64_t corrected = parabola * (25395 + (7373 * std::abs(parabola) >> 15)) >> 15;
-    return static_cast<std::int16_t>(level * corrected >> 15);
-}
-
 // ---- Signals ----
 
 void make_dither(Channel &channel) {
@@ -102,6 +93,14 @@ constexpr std::array<void (*)(Channel &), all_signal_kinds.size()> makers = {
     make_silence_full_scale, make_transients, make_music};
 
 }  // namespace
+
+// The sine is a parabola per half turn, corrected.
+std::int16_t sine(std::int64_t level, std::uint64_t phase) {
+    const std::int64_t half_turns = static_cast<std::int32_t>(phase) >> 16;  // Q15, -1 to 1
+    const std::int64_t parabola = half_turns * (32768 - std::abs(half_turns)) >> 13;
+    const std::int64_t corrected = parabola * (25395 + (7373 * std::abs(parabola) >> 15)) >> 15;
+    return static_cast<std::int16_t>(level * corrected >> 15);
+}
 
 std::string_view name(SignalKind kind) { return names.at(static_cast<std::size_t>(kind)); }
 

@@ -32,4 +32,7 @@ std::string_view name(SignalKind kind);
 std::vector<std::int16_t> make_signal(SignalKind kind, unsigned channels, std::size_t samples_per_channel,
                                       unsigned sample_rate, std::uint32_t seed);
 
+// level (a sample) times the sine of a phase in units of 2^-32 turns, to within 0.1 %.
+std::int16_t sine(std::int64_t level, std::uint64_t phase);
+
 }  // namespace tavik_test

@@ -8,19 +8,17 @@
 #include <string>
 #include <utility>
 
+#include "support/require.h"
+
 namespace tavik_test {
 namespace {
-
-void require(bool condition, const std::string &message) {
-    if (!condition) throw std::runtime_error(message);
-}
 
 // The rows of a file behind its heading, with spaces for commas.
 std::vector<std::istringstream> read_rows(const std::string &path) {
     std::ifstream file(path);
     std::vector<std::istringstream> rows;
     std::string line;
-    require(static_cast<bool>(std::getline(file, line)), "cannot read " + path);
+    require(static_cast<bool>(std::getline(file, line)), "cannot read ", path);
     while (std::getline(file, line)) {
         std::replace(line.begin(), line.end(), ',', ' ');
         rows.emplace_back(line);
@@ -34,7 +32,7 @@ std::vector<HuffmanCode> load_codes() {
         std::size_t codebook = 0, index = 0;
         Codeword codeword{};
         row >> codebook >> index >> codeword.length >> std::hex >> codeword.bits;
-        require(!row.fail() && index == codewords.at(codebook - 1).size(), "wrong row: " + row.str());
+        require(!row.fail() && index == codewords.at(codebook - 1).size(), "wrong row: ", row.str());
         codewords[codebook - 1].push_back(codeword);
     }
     return {codewords.begin(), codewords.end()};
@@ -48,35 +46,41 @@ StandardTables load_standard_tables() {
         row >> window >> index >> bands;
         auto &limits = tables.band_limits[window == "short" ? 1 : 0].at(index);
         limits.assign(std::istream_iterator<unsigned>(row), {});
-        require(limits.size() == bands + 1, "wrong row: " + row.str());
+        require(limits.size() == bands + 1, "wrong row: ", row.str());
     }
     return tables;
 }
 
 }  // namespace
 
-// As a binary fraction, a codeword stands for the interval of all sequences that start with it. The intervals of a
-// complete prefix code lie side by side from 0 to 1.
 HuffmanCode::HuffmanCode(std::vector<Codeword> codewords) : codewords_(std::move(codewords)) {
-    std::vector<std::pair<std::uint64_t, std::uint64_t>> intervals;  // begin and end in units of 2^-32
-    for (const auto &[length, bits] : codewords_) {
+    constexpr int nowhere = 0;  // no branch leads to the root
+    nodes_.push_back({nowhere, nowhere});
+    for (std::size_t index = 0; index < codewords_.size(); ++index) {
+        const auto [length, bits] = codewords_[index];
         require(length > 0 && length < 32 && bits >> length == 0, "Huffman codeword of a wrong length");
-        index_[1u << length | bits] = static_cast<unsigned>(intervals.size());
-        intervals.emplace_back(std::uint64_t{bits} << (32 - length), (std::uint64_t{bits} + 1) << (32 - length));
+        std::size_t node = 0;
+        for (unsigned left = length; left-- > 1;) {
+            if (nodes_[node][bits >> left & 1] == nowhere) {
+                nodes_[node][bits >> left & 1] = static_cast<int>(nodes_.size());
+                nodes_.push_back({nowhere, nowhere});
+            }
+            const int next = nodes_[node][bits >> left & 1];
+            require(next > 0, "Huffman codeword behind another");
+            node = static_cast<std::size_t>(next);
+        }
+        int &leaf = nodes_[node][bits & 1];
+        require(leaf == nowhere, "Huffman codeword that starts another");
+        leaf = ~static_cast<int>(index);
     }
-    std::sort(intervals.begin(), intervals.end());
-    std::uint64_t covered = 0;
-    for (const auto &[begin, end] : intervals) {
-        require(begin == covered, "Huffman code with a gap or with one codeword inside another");
-        covered = end;
-    }
-    require(covered == std::uint64_t{1} << 32, "incomplete Huffman code");
+    for (const auto &[zero, one] : nodes_) require(zero != nowhere && one != nowhere, "incomplete Huffman code");
 }
 
 unsigned HuffmanCode::decode(BitReader &bits) const {
-    std::uint32_t prefix = 1;
-    while (!index_.contains(prefix)) prefix = prefix << 1 | bits.read(1);
-    return index_.at(prefix);
+    int node = 0;
+    do node = nodes_[static_cast<std::size_t>(node)][bits.read(1)];
+    while (node > 0);
+    return static_cast<unsigned>(~node);
 }
 
 SpectralCodebook spectral_codebook(unsigned codebook) {

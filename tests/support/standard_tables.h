@@ -3,7 +3,6 @@
 
 #include <array>
 #include <cstdint>
-#include <unordered_map>
 #include <vector>
 
 #include "support/bit_reader.h"
@@ -28,7 +27,8 @@ class HuffmanCode {
 
  private:
     std::vector<Codeword> codewords_;
-    std::unordered_map<std::uint32_t, unsigned> index_;  // of each codeword, by its bits behind a leading 1
+    // A binary tree: for each inner node, root first, where each bit leads: a node, or ~index of a codeword.
+    std::vector<std::array<int, 2>> nodes_;
 };
 
 constexpr unsigned escape_codebook = 11;

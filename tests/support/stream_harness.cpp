@@ -2,97 +2,22 @@
 
 #include <algorithm>
 #include <array>
-#include <memory>
 #include <stdexcept>
 #include <string>
+#include <utility>
+
+#include "support/require.h"
 
 namespace tavik_test {
 namespace {
 
-void require(bool condition, const std::string &message) {
-    if (!condition) throw std::runtime_error(message);
+std::size_t mean_frame_bytes(const EncoderConfig &config) {
+    return std::uint64_t{config.bit_rate} * TAVIK_FRAME_LENGTH / config.sample_rate / 8 * channel_count(config);
 }
 
-// ---- Encoding ----
-
-// Memory for the library between two guards, filled with stale bytes that the library must not rely on.
-class GuardedMemory {
- public:
-    explicit GuardedMemory(std::size_t size) : bytes_(size + 2 * guard_bytes, guard_value) { make_stale(); }
-
-    std::uint8_t *data() { return bytes_.data() + guard_bytes; }
-
-    void make_stale() { std::fill(bytes_.begin() + guard_bytes, bytes_.end() - guard_bytes, stale_value); }
-
-    bool is_stale_from(std::ptrdiff_t offset) const {
-        return std::all_of(bytes_.begin() + guard_bytes + offset, bytes_.end() - guard_bytes,
-                           [](std::uint8_t byte) { return byte == stale_value; });
-    }
-
-    void check_guards() const {
-        const auto is_intact = [](std::uint8_t byte) { return byte == guard_value; };
-        require(std::all_of(bytes_.begin(), bytes_.begin() + guard_bytes, is_intact), "write before the memory");
-        require(std::all_of(bytes_.end() - guard_bytes, bytes_.end(), is_intact), "write behind the memory");
-    }
-
- private:
-    static constexpr std::ptrdiff_t guard_bytes = 256;
-    static constexpr std::uint8_t guard_value = 0xc3;
-    static constexpr std::uint8_t stale_value = 0xa5;
-    std::vector<std::uint8_t> bytes_;
-};
-
-class GuardedEncoder {
- public:
-    explicit GuardedEncoder(const EncoderConfig &config)
-        : channels_(channel_count(config)), output_(channels_ * TAVIK_MAX_FRAME_BYTES_PER_CHANNEL) {
-        const auto passing_config = std::make_unique<EncoderConfig>(config);  // gone before the first frame
-        const std::int32_t result = TAVIK_Init(context_, passing_config.get());
-        memory_.check_guards();
-        require(result == 0, "TAVIK_Init refuses the configuration: status " + std::to_string(status()));
-    }
-
-    // One call of TAVIK_Encode with all samples of `pcm`: adds its output, if any, to the frames. Returns its size.
-    std::size_t encode(std::span<const std::int16_t> pcm, EncodedStream &stream) {
-        const auto offered = static_cast<std::uint32_t>(pcm.size() / channels_);
-        const auto input = std::make_unique<std::int16_t[]>(pcm.size());
-        std::copy(pcm.begin(), pcm.end(), input.get());
-        output_.make_stale();
-        std::uint32_t samples = offered, bytes = 0xffffffff;
-        const std::int32_t result = TAVIK_Encode(context_, input.get(), &samples, output_.data(), &bytes);
-
-        memory_.check_guards();
-        output_.check_guards();
-        require(std::equal(pcm.begin(), pcm.end(), input.get()), "TAVIK_Encode changes its input");
-        require(samples == offered, "TAVIK_Encode changes the sample count");
-        require(bytes <= channels_ * TAVIK_MAX_FRAME_BYTES_PER_CHANNEL, "TAVIK_Encode reports too many bytes");
-        require(output_.is_stale_from(bytes), "TAVIK_Encode writes behind the frame");
-        require(fits_together(result, bytes, offered), "TAVIK_Encode gives status " + std::to_string(status()));
-        if (bytes > 0) stream.frames.emplace_back(output_.data(), output_.data() + bytes);
-        return bytes;
-    }
-
-    std::int32_t status() const { return context_->status; }
-
- private:
-    bool fits_together(std::int32_t result, std::uint32_t bytes, std::uint32_t offered) const {
-        switch (status()) {
-            case TAVIK_OK: return result == 0 && bytes > 0 && offered == TAVIK_FRAME_LENGTH;
-            case TAVIK_STATUS_NO_OUTPUT: return result == 1 && bytes == 0 && offered > 0;
-            case TAVIK_STATUS_PARTIAL_FRAME: return result == 1 && offered > 0 && offered < TAVIK_FRAME_LENGTH;
-            case TAVIK_STATUS_FLUSHING:
-            case TAVIK_STATUS_END_OF_STREAM: return result == 1 && offered == 0;
-            default: return false;
-        }
-    }
-
-    std::size_t channels_;
-    GuardedMemory memory_{sizeof(EncoderContext)};
-    GuardedMemory output_;
-    EncoderContext *context_ = reinterpret_cast<EncoderContext *>(memory_.data());
-};
-
-// ---- Checking ----
+std::size_t buffer_bytes(const EncoderConfig &config) {
+    return std::size_t{TAVIK_MAX_FRAME_BYTES_PER_CHANNEL} * channel_count(config);
+}
 
 // The copyright identifier goes out bit by bit, one for each frame from the first.
 void check_copyright(const EncoderConfig &config, const AdtsHeader &header, std::size_t number) {
@@ -100,13 +25,6 @@ void check_copyright(const EncoderConfig &config, const AdtsHeader &header, std:
     const unsigned bit = carries_bit ? config.copyright_id[number / 8] >> (7 - number % 8) & 1u : 0;
     require(header.copyright_identification_bit == bit, "copyright_identification_bit");
     require(header.copyright_identification_start == (carries_bit && number == 0), "copyright_identification_start");
-}
-
-void check_frame(const EncoderConfig &config, const Frame &frame, std::size_t number, std::size_t bytes) {
-    if (frame.adts) check_copyright(config, *frame.adts, number);
-    const std::uint64_t mean_bytes = std::uint64_t{config.bit_rate} * TAVIK_FRAME_LENGTH / config.sample_rate / 8;
-    require(config.constant_rate == 0 || bytes >= mean_bytes * frame.channels.size(), "too short for a constant rate");
-    for (const auto &channel : frame.channels) require(config.tns_disable == 0 || !channel.has_tns, "TNS is disabled");
 }
 
 // The second half of a window and the first half of the next must mirror each other.
@@ -119,6 +37,11 @@ void check_overlap(const Frame &previous, const Frame &current) {
     }
 }
 
+// What the rate loop leaves where a target is out of reach.
+bool is_silent(const ChannelStream &channel) {
+    return std::all_of(channel.quantized.begin(), channel.quantized.end(), [](int value) { return value == 0; });
+}
+
 }  // namespace
 
 std::vector<std::uint8_t> EncodedStream::bytes() const {
@@ -127,23 +50,25 @@ std::vector<std::uint8_t> EncodedStream::bytes() const {
     return all;
 }
 
-unsigned channel_count(const EncoderConfig &config) { return config.channel_mode == TAVIK_MODE_MONO ? 1 : 2; }
-
 EncodedStream encode_stream(const EncoderConfig &config, std::span<const std::int16_t> pcm) {
-    const std::size_t frame_samples = std::size_t{TAVIK_FRAME_LENGTH} * channel_count(config);
-    const std::size_t input_frames = (pcm.size() + frame_samples - 1) / frame_samples;
+    const std::size_t channels = channel_count(config);
+    const std::size_t input_frames = (pcm.size() / channels + TAVIK_FRAME_LENGTH - 1) / TAVIK_FRAME_LENGTH;
     // One frame for each input frame and the priming frame, but at least two of an input that is not empty.
     const std::size_t expected = pcm.empty() ? 0 : std::max<std::size_t>(input_frames + config.emit_priming_frame, 2);
     EncodedStream stream;
-    GuardedEncoder encoder(config);
-    for (; !pcm.empty(); pcm = pcm.subspan(std::min(frame_samples, pcm.size()))) {
-        encoder.encode(pcm.first(std::min(frame_samples, pcm.size())), stream);
+    CheckedEncoder encoder;
+    const std::int32_t status = encoder.init(config);
+    require(status == TAVIK_OK, "TAVIK_Init refuses the configuration: status ", status);
+    bool is_complete = false;
+    while (!is_complete) {
+        const auto input = pcm.first(std::min(pcm.size(), TAVIK_FRAME_LENGTH * channels));
+        pcm = pcm.subspan(input.size());
+        const auto frame = encoder.encode(input, static_cast<std::uint32_t>(input.size() / channels));
+        if (!frame.empty()) stream.frames.emplace_back(frame.begin(), frame.end());
+        require(stream.frames.size() <= expected, "the stream does not end");
+        is_complete = frame.empty() && encoder.status() == TAVIK_STATUS_END_OF_STREAM;
     }
-    int flush_calls = 0;
-    while (encoder.encode({}, stream) > 0 || encoder.status() != TAVIK_STATUS_END_OF_STREAM) {
-        require(++flush_calls < 8, "the stream does not end");
-    }
-    require(stream.frames.size() == expected, std::to_string(stream.frames.size()) + " frames");
+    require(stream.frames.size() == expected, stream.frames.size(), " frames");
     return stream;
 }
 
@@ -154,18 +79,61 @@ StreamFormat stream_format(const EncoderConfig &config) {
     return {config, static_cast<unsigned>(rate - rates.begin())};
 }
 
-std::vector<Frame> read_stream(const EncoderConfig &config, const EncodedStream &stream) {
-    std::vector<Frame> frames;
-    for (const auto &bytes : stream.frames) {
-        const std::size_t number = frames.size();
-        try {
-            frames.push_back(read_frame(bytes, stream_format(config), number == 0));
-            check_frame(config, frames.back(), number, bytes.size());
-            if (number > 0) check_overlap(frames[number - 1], frames[number]);
-        } catch (const std::runtime_error &error) {
-            throw std::runtime_error("frame " + std::to_string(number) + ": " + error.what());
-        }
+std::size_t largest_frame(const EncoderConfig &config) {
+    const std::size_t mean = mean_frame_bytes(config);
+    const std::size_t with_loans = std::min((144 * mean + 99) / 100, buffer_bytes(config));
+    return std::max<std::size_t>(config.constant_rate == 1 ? mean : with_loans, TAVIK_MAX_BYTES_OUT_OF_REACH);
+}
+
+StreamReader::StreamReader(const EncoderConfig &config)
+    : format_(stream_format(config)), mean_bytes_(mean_frame_bytes(config)), largest_bytes_(largest_frame(config)) {}
+
+const Frame &StreamReader::read(std::span<const std::uint8_t> bytes) {
+    try {
+        Frame frame = read_frame(bytes, format_, number_ == 0);
+        check(frame, bytes.size());
+        previous_ = std::move(frame);
+    } catch (const std::runtime_error &error) {
+        throw std::runtime_error("frame " + std::to_string(number_) + ": " + error.what());
     }
+    constexpr std::size_t largest_reservoir = (1 << 20) - 1;
+    const std::size_t saved = reservoir_bytes_ + mean_bytes_;
+    reservoir_bytes_ = std::min(saved - std::min(saved, bytes.size()), largest_reservoir);
+    ++number_;
+    return *previous_;
+}
+
+void StreamReader::check(const Frame &frame, std::size_t bytes) const {
+    if (frame.adts) check_copyright(format_.config, *frame.adts, number_);
+    if (previous_) check_overlap(*previous_, frame);
+    for (const auto &channel : frame.channels) {
+        require(format_.config.tns_disable == 0 || !channel.has_tns, "TNS is disabled");
+    }
+    check_size(frame, bytes);
+}
+
+void StreamReader::check_size(const Frame &frame, std::size_t bytes) const {
+    const EncoderConfig &config = format_.config;
+    const bool is_constant = config.constant_rate == 1;
+    const std::size_t budget =
+        is_constant ? mean_bytes_ : std::min(mean_bytes_ + reservoir_bytes_, buffer_bytes(config));
+    const bool out_of_reach = std::any_of(frame.channels.begin(), frame.channels.end(), is_silent);
+    const std::size_t limit = out_of_reach ? std::max<std::size_t>(budget, TAVIK_MAX_BYTES_OUT_OF_REACH) : budget;
+    require(bytes <= limit, bytes, " bytes for a budget of ", budget);
+    require(bytes <= budget || frame.fill_bits == 0, "fill in a frame that is too large");
+    require(bytes <= largest_bytes_, bytes, " bytes, more than the largest frame of ", largest_bytes_);
+    require(!is_constant || bytes >= mean_bytes_, bytes, " bytes for a constant rate of ", mean_bytes_);
+    for (const auto &channel : frame.channels) {  // a pair shares its buffer
+        const std::size_t bits = channel.section_bits + channel.scale_factor_bits + channel.spectral_bits;
+        require(config.channel_mode == TAVIK_MODE_STEREO || bits <= 8 * TAVIK_MAX_FRAME_BYTES_PER_CHANNEL, bits,
+                " bits of one channel");
+    }
+}
+
+std::vector<Frame> read_stream(const EncoderConfig &config, const EncodedStream &stream) {
+    StreamReader reader(config);
+    std::vector<Frame> frames;
+    for (const auto &bytes : stream.frames) frames.push_back(reader.read(bytes));
     return frames;
 }
 

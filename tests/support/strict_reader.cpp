@@ -104,11 +104,14 @@ class FrameReader : private BitReader {
             expect(3 + 4, element, "unexpected element or tag");
             read_channel_element(element == channel_pair);
         }
+        std::size_t start = position();
         unsigned id = read(3);
         for (; id == fill_element; id = read(3)) {
             unsigned bytes = read(4);
             if (bytes == 15) bytes += read(8) - 1;
             for (; bytes > 0; --bytes) expect(8, 0, "fill payload");
+            frame_.fill_bits += position() - start;
+            start = position();
         }
         require(id == end_element, "unexpected element behind the channels");
         read_byte_alignment();
@@ -162,7 +165,7 @@ class FrameReader : private BitReader {
         stream.scale_factor_bits = position() - start;
         expect(1, 0, "pulse_data_present");
         stream.has_tns = read(1) == 1;
-        if (stream.has_tns) read_tns_data(stream.ics);
+        if (stream.has_tns) stream.tns_coef = read_tns_data(stream.ics);
         expect(1, 0, "gain_control_data_present");
         start = position();
         read_spectral_data(stream);
@@ -201,17 +204,22 @@ class FrameReader : private BitReader {
         }
     }
 
-    void read_tns_data(const IcsInfo &info) {
+    std::vector<int> read_tns_data(const IcsInfo &info) {
         require(!info.is_short(), "TNS on short windows");
         expect(2, 1, "n_filt");
         const unsigned coef_res = read(1);
         require(read(6) < bands(info).size(), "TNS length exceeds the bands");
         const unsigned order = read(5);
         require(order <= max_tns_order, "TNS order is too high");
-        if (order == 0) return;
-        read(1);  // direction
-        const unsigned coef_compress = read(1);
-        for (unsigned i = 0; i < order; ++i) read(3 + coef_res - coef_compress);
+        if (order == 0) return {};
+        read(1);                                            // direction
+        const unsigned coef_bits = 3 + coef_res - read(1);  // coef_compress
+        std::vector<int> coef(order);
+        for (int &value : coef) {
+            value = static_cast<int>(read(coef_bits));
+            if (value >> (coef_bits - 1) != 0) value -= 1 << coef_bits;
+        }
+        return coef;
     }
 
     // ---- spectral_data ----

@@ -49,6 +49,7 @@ struct ChannelStream {
     // at 128 x the number of windows before it; 0 in lines that are not coded.
     std::vector<int> quantized;
     bool has_tns;
+    std::vector<int> tns_coef;  // of its filter, -8 to 7, from the first
     // Bits of section_data, scale_factor_data, and spectral_data: codewords, signs and escapes.
     std::size_t section_bits, scale_factor_bits, spectral_bits;
 };
@@ -57,6 +58,7 @@ struct Frame {
     std::optional<AdtsHeader> adts;
     std::vector<ChannelStream> channels;
     std::ptrdiff_t header_bits;  // of the ADTS or ADIF header
+    std::size_t fill_bits;       // of all fill elements
 };
 
 // Reads the one frame that `bytes` consists of. `first_frame`: the ADIF header, if any, precedes it. Throws

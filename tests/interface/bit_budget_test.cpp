@@ -1,0 +1,77 @@
+// Targets, loans and the reservoir.
+#include "interface/bit_budget.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using namespace tavik;
+
+struct Budget {
+    EncoderContext context;
+    EncoderState &state = state_of(context);
+    CodingBlock &block = state.coding;
+
+    // A mean of 1000 bits, 125 bytes, per channel and frame.
+    explicit Budget(u32 channel_mode) {
+        const EncoderConfig config{channel_mode, 8000, 8000, TAVIK_HEADER_NONE, 0, 0, 0, 0, 0, 0, {}};
+        EXPECT_EQ(TAVIK_Init(&context, &config), 0);
+        block.mean_channel_bits = 1000;
+        block.mean_frame_bytes = 125 * block.num_channels;
+        block.mean_frame_bits = 1000 * block.num_channels;
+        reset_bit_targets(block);
+    }
+
+    // The target of channel 0 after loans from a pool of so many bits, and what is left of the pool.
+    std::pair<i32, i32> lend(i32 pool, WindowSequence sequence, WindowSequence before, u32 tns_data_present) {
+        reset_bit_targets(block);
+        block.window_sequence[0] = sequence;
+        block.tns_data[0].tns_data_present = tns_data_present;
+        lend_reservoir_bits(state, pool, before, 0);
+        return {block.bits_target[0], pool};
+    }
+};
+
+using enum WindowSequence;
+
+TEST(BitBudget, LoansBySharesOfTheMean) {
+    Budget budget(TAVIK_MODE_MONO);
+    EXPECT_EQ(budget.lend(5000, only_long, only_long, 0), std::pair(1200, 4800));
+    EXPECT_EQ(budget.lend(5000, only_long, only_long, 1), std::pair(1260, 4740));
+    EXPECT_EQ(budget.lend(5000, long_start, only_long, 0), std::pair(1360, 4640));
+    EXPECT_EQ(budget.lend(5000, long_start, only_long, 1), std::pair(1440, 4560));
+    EXPECT_EQ(budget.lend(5000, eight_short, eight_short, 0), std::pair(1200, 4800));
+    EXPECT_EQ(budget.lend(5000, only_long, long_stop, 0), std::pair(1200, 4800));
+    budget.block.ms_mask_present = MsMask::all;
+    EXPECT_EQ(budget.lend(5000, only_long, only_long, 0), std::pair(1180, 4820));
+}
+
+TEST(BitBudget, APoolLendsWhatItHas) {
+    Budget budget(TAVIK_MODE_MONO);
+    EXPECT_EQ(budget.lend(170, long_start, only_long, 1), std::pair(1170, 0));
+    EXPECT_EQ(budget.lend(0, long_start, only_long, 1), std::pair(1000, 0));
+}
+
+TEST(BitBudget, AnIndependentChannelKeepsToItsBuffer) {
+    Budget budget(TAVIK_MODE_TWO_MONO);
+    budget.block.mean_channel_bits = 6000;
+    EXPECT_EQ(budget.lend(9000, only_long, only_long, 0), std::pair(6144, 8856));
+}
+
+TEST(BitBudget, TheReservoirFillsAndIsUsedUp) {
+    Budget budget(TAVIK_MODE_STEREO);
+    CodingBlock &block = budget.block;
+    update_reservoir(block, 50);
+    EXPECT_EQ(block.reservoir_bytes, 200);
+    EXPECT_EQ(block.available_bits, 2000u + 1600);
+    update_reservoir(block, 350);
+    EXPECT_EQ(block.reservoir_bytes, 100);
+    update_reservoir(block, 351);
+    EXPECT_EQ(block.reservoir_bytes, 0);
+    EXPECT_EQ(block.available_bits, 2000u);
+    for (int frame = 0; frame < 5000; ++frame) update_reservoir(block, 10);
+    EXPECT_EQ(block.reservoir_bytes, (1 << 20) - 1);
+    EXPECT_EQ(block.available_bits, 12288u);
+}
+
+}  // namespace
