@@ -1,0 +1,12 @@
+#include "reference_decoder.h"
+
+namespace tavik_fuzz {
+
+struct ReferenceDecoder::Codecs {};
+
+ReferenceDecoder::ReferenceDecoder() = default;
+ReferenceDecoder::~ReferenceDecoder() = default;
+void ReferenceDecoder::start(const EncoderConfig &) {}
+DecodedFrame ReferenceDecoder::decode(std::span<const std::uint8_t>, std::size_t) { return {}; }
+
+}  // namespace tavik_fuzz

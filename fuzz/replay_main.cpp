@@ -1,0 +1,90 @@
+// Runs every input of a corpus, and some random ones, through a fuzz target and compares a digest of all that the
+// library put out with the one on record: no input may be a finding, and every build must put out the same.
+// Usage: replay CORPUS_DIRECTORY DIGEST_FILE
+#include <algorithm>
+#include <cinttypes>
+#include <cstdio>
+#include <exception>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <random>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "target.h"
+
+namespace {
+
+std::vector<std::uint8_t> read_file(const std::filesystem::path &path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+std::string hexadecimal(std::uint64_t value) {
+    char text[17];
+    std::snprintf(text, sizeof text, "%016" PRIx64, value);
+    return text;
+}
+
+std::vector<std::filesystem::path> sorted_files(const std::filesystem::path &directory) {
+    std::vector<std::filesystem::path> files;
+    for (const auto &entry : std::filesystem::directory_iterator(directory)) files.push_back(entry.path());
+    std::sort(files.begin(), files.end());
+    return files;
+}
+
+class Replay {
+ public:
+    void run(std::span<const std::uint8_t> input, const std::string &name) {
+        try {
+            const tavik_fuzz::Outcome outcome = tavik_fuzz::run_target(input);
+            all_.units += outcome.units;
+            all_.add_output(std::span(&outcome.hash, 1));
+            ++inputs_;
+        } catch (const std::exception &error) {
+            std::printf("%s: %s\n", name.c_str(), error.what());
+            ++findings_;
+        }
+    }
+
+    // Whether all is well.
+    bool report(const std::string &expected_digest) const {
+        const std::string digest = hexadecimal(all_.hash);
+        std::printf("%zu inputs, %" PRIu64 " %s, digest %s (on record: %s), %zu findings\n", inputs_, all_.units,
+                    tavik_fuzz::unit_name, digest.c_str(), expected_digest.c_str(), findings_);
+        return inputs_ > 0 && findings_ == 0 && digest == expected_digest;
+    }
+
+ private:
+    tavik_fuzz::Outcome all_;
+    std::size_t inputs_ = 0;
+    std::size_t findings_ = 0;
+};
+
+int replay(const std::filesystem::path &directory, const std::filesystem::path &digest_file) {
+    constexpr unsigned random_inputs = 200;
+    Replay replay;
+    for (const auto &file : sorted_files(directory)) replay.run(read_file(file), file);
+    std::minstd_rand random;
+    std::vector<std::uint8_t> input(256);
+    for (unsigned number = 0; number < random_inputs; ++number) {
+        for (auto &byte : input) byte = static_cast<std::uint8_t>(random() >> 16);
+        replay.run(input, "random input " + std::to_string(number));
+    }
+    std::ifstream recorded(digest_file);
+    std::string expected_digest;
+    recorded >> expected_digest;
+    return replay.report(expected_digest) ? 0 : 1;
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+    if (argc != 3) {
+        std::fprintf(stderr, "usage: %s CORPUS_DIRECTORY DIGEST_FILE\n", argv[0]);
+        return 2;
+    }
+    return replay(argv[1], argv[2]);
+}

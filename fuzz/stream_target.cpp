@@ -1,0 +1,169 @@
+// Whole streams: configurations, samples and the order of calls are drawn from the input. A context that is initialised
+// again and again runs beside fresh ones; every call is checked against the protocol, every frame by the strict reader
+// and by an independent decoder.
+#include <algorithm>
+#include <optional>
+#include <vector>
+
+#include "draw_config.h"
+#include "input_bytes.h"
+#include "reference_decoder.h"
+#include "sound_check.h"
+#include "support/require.h"
+#include "support/stream_harness.h"
+#include "synthesiser.h"
+#include "target.h"
+
+namespace tavik_fuzz {
+namespace {
+
+using namespace tavik_test;
+
+constexpr unsigned most_calls = 96;  // of one input
+
+struct DrawnConfig {
+    EncoderConfig config;
+    std::int32_t status;  // that TAVIK_Init must give
+};
+
+// One field in error now and then.
+DrawnConfig draw_config(InputBytes &input) {
+    EncoderConfig config = draw_valid_config(input);
+    if (input.byte() < 0xf0) return {config, TAVIK_OK};
+    const std::uint32_t high = 2 + input.long_word() % 0xfffffffe;  // from 2 on
+    switch (input.below(11)) {
+        case 0: config.channel_mode = std::max(high, 3u); return {config, TAVIK_ERR_CHANNEL_MODE};
+        case 1: config.sample_rate += 1 + high % 16; return {config, TAVIK_ERR_SAMPLE_RATE};
+        case 2: config.bit_rate = high % TAVIK_MIN_BIT_RATE; return {config, TAVIK_ERR_BIT_RATE};
+        case 3: config.bit_rate = std::max(high, 6 * config.sample_rate + 1); return {config, TAVIK_ERR_BIT_RATE};
+        case 4: config.header_type = std::max(high, 3u); return {config, TAVIK_ERR_HEADER_TYPE};
+        case 5: config.constant_rate = high; return {config, TAVIK_ERR_CONSTANT_RATE};
+        case 6: config.emit_priming_frame = high; return {config, TAVIK_ERR_PRIMING_FRAME};
+        case 7: config.tns_disable = high; return {config, TAVIK_ERR_TNS_DISABLE};
+        case 8: config.home = high; return {config, TAVIK_ERR_HOME};
+        case 9: config.original_copy = high; return {config, TAVIK_ERR_ORIGINAL_COPY};
+        default: config.copyright_id_present = high; return {config, TAVIK_ERR_COPYRIGHT_ID_PRESENT};
+    }
+}
+
+// What inputs share: costly to make, and renewed for each input.
+struct Equipment {
+    CheckedEncoder encoder;                  // initialised again for every stream of an input
+    CheckedEncoder twin{Flush::with_start};  // fresh for every stream
+    ReferenceDecoder decoder;
+};
+
+// One stream from its initialisation on.
+class Stream {
+ public:
+    Stream(Equipment &equipment, const EncoderConfig &config, bool has_twin, Outcome &outcome)
+        : equipment_(equipment),
+          config_(config),
+          has_twin_(has_twin),
+          reader_(config),
+          sound_(config),
+          outcome_(outcome) {
+        equipment.decoder.start(config);
+        equipment.twin.renew(0x3c);
+        if (has_twin) equipment.twin.init(config);
+    }
+
+    void call(std::span<const std::int16_t> pcm, std::uint32_t told) {
+        const auto frame = equipment_.encoder.encode(pcm, told);
+        require(!has_twin_ || std::ranges::equal(frame, equipment_.twin.encode(pcm, told)),
+                "a context used before and a fresh one give different frames");
+        const bool is_over = told == 0 && frame.empty() && equipment_.encoder.status() == TAVIK_STATUS_END_OF_STREAM;
+        if (!is_over) sound_.take_input(pcm);
+        if (frame.empty()) return;
+        const Frame &fields = reader_.read(frame);
+        const bool is_adif = config_.header_type == TAVIK_HEADER_ADIF;
+        const std::size_t header_bytes = is_adif ? static_cast<std::size_t>(fields.header_bits) / 8 : 0;
+        sound_.check(fields, equipment_.decoder.decode(frame, header_bytes));
+        outcome_.add_output(frame);
+        ++outcome_.units;
+    }
+
+ private:
+    Equipment &equipment_;
+    const EncoderConfig config_;
+    const bool has_twin_;
+    StreamReader reader_;
+    SoundCheck sound_;
+    Outcome &outcome_;
+};
+
+// Streams one after the other, each left where it is or brought to its end, as the input says.
+class Script {
+ public:
+    Script(InputBytes &input, Equipment &equipment, Outcome &outcome)
+        : input_(input), equipment_(equipment), outcome_(outcome) {}
+
+    void run() {
+        while (!input_.empty() && calls_left_ > 0) {
+            const auto [config, expected_status] = draw_config(input_);
+            const std::int32_t status = equipment_.encoder.init(config);
+            require(status == expected_status, "TAVIK_Init gives ", status);
+            if (status == TAVIK_OK) run_stream(config);
+        }
+    }
+
+ private:
+    enum Step : std::uint8_t { leave = 0, end_of_input = 1, absent_pointers = 2 };  // others: samples
+
+    void run_stream(const EncoderConfig &config) {
+        const bool has_twin = input_.below(4) == 0;
+        Stream stream(equipment_, config, has_twin, outcome_);
+        while (!input_.empty() && calls_left_ > 0) {
+            const std::uint8_t step = input_.byte();
+            if (step % 32 == leave) return;
+            if (step % 32 == end_of_input) {
+                give_no_samples(stream, 1u + step / 64);
+            } else if (step % 32 == absent_pointers) {
+                equipment_.encoder.encode_with_absent_pointers();
+            } else {
+                give_samples(stream, channel_count(config), 1u + step / 32);
+            }
+        }
+        give_no_samples(stream, 4);
+    }
+
+    void give_no_samples(Stream &stream, unsigned calls) {
+        for (; calls > 0 && calls_left_ > 0; --calls, --calls_left_) stream.call({}, 0);
+    }
+
+    void give_samples(Stream &stream, unsigned channels, unsigned calls) {
+        Synthesiser left(input_);
+        std::optional<Synthesiser> right;  // a signal of its own for the second channel
+        if (channels == 2 && input_.below(4) == 0) right.emplace(input_);
+        const std::uint8_t choice = input_.byte();
+        std::uint32_t told = TAVIK_FRAME_LENGTH;
+        if (choice >= 0xf0) told = std::max<std::uint32_t>(input_.long_word(), TAVIK_FRAME_LENGTH);
+        if (choice < 0x18) told = 1 + input_.word() % (TAVIK_FRAME_LENGTH - 1);
+        std::vector<std::int16_t> pcm(std::min<std::size_t>(told, TAVIK_FRAME_LENGTH) * channels);
+        for (; calls > 0 && calls_left_ > 0; --calls, --calls_left_) {
+            left.fill(pcm, channels);
+            if (right) right->fill_channel(pcm, channels, 1);
+            stream.call(pcm, told);
+        }
+    }
+
+    InputBytes &input_;
+    Equipment &equipment_;
+    Outcome &outcome_;
+    unsigned calls_left_ = most_calls;
+};
+
+}  // namespace
+
+const char *const unit_name = "frames";
+
+Outcome run_target(std::span<const std::uint8_t> input) {
+    static Equipment equipment;
+    equipment.encoder.renew(0xa5);
+    Outcome outcome;
+    InputBytes bytes(input);
+    Script(bytes, equipment, outcome).run();
+    return outcome;
+}
+
+}  // namespace tavik_fuzz
