@@ -1,33 +1,28 @@
-// A field touches one byte per pass. Invariant: bit_count = 8 byte_pos + 8 - bits_left.
+// Invariant of a BitWriter: bit_count = 8 byte_pos + 8 - bits_left.
 #include "bitstream/bit_writer.h"
 
 #include <algorithm>
 
 namespace tavik {
-namespace {
 
-// The `count` <= 8 bits of value above its lowest `below`; zeros where those lie beyond bit 31.
-u32 bits_above(u32 value, u32 below, u32 count) {
-    const u32 shifted = below < 32 ? value >> below : 0;
-    return shifted & ((1u << count) - 1);
+void BitSink::close() {
+    BitWriter &writer = out_.writer;
+    while (count_ >= 8) {
+        count_ -= 8;
+        *next_++ = static_cast<u8>(gathered_ >> count_);
+    }
+    const auto byte_pos = static_cast<u32>(next_ - out_.buffer);
+    writer.bit_count += 8 * (byte_pos - writer.byte_pos) + writer.bits_left - (8 - count_);
+    writer.byte_pos = byte_pos;
+    writer.bits_left = 8 - count_;
+    writer.current_byte = static_cast<u32>(gathered_ << writer.bits_left) & 0xFF;
 }
 
-}  // namespace
-
 void put_bits(BitOutput out, u32 value, u32 nbits) {
-    BitWriter &writer = out.writer;
-    writer.bit_count += nbits;
-    while (nbits > 0) {
-        const u32 take = std::min(writer.bits_left, nbits);
-        nbits -= take;
-        writer.bits_left -= take;
-        writer.current_byte |= bits_above(value, nbits, take) << writer.bits_left;
-        if (writer.bits_left == 0) {
-            out.buffer[writer.byte_pos++] = static_cast<u8>(writer.current_byte);
-            writer.current_byte = 0;
-            writer.bits_left = 8;
-        }
-    }
+    BitSink sink(out);
+    for (; nbits > 32; nbits -= 32) sink.put(0, 32);
+    sink.put(value, nbits);
+    sink.close();
 }
 
 u32 byte_align(BitOutput out) {
@@ -42,7 +37,7 @@ void put_bits_at(u8 *buffer, u32 value, u32 nbits, u32 bit_offset) {
         const u32 take = std::min(room, nbits);
         nbits -= take;
         u8 &byte = buffer[bit_offset / 8];
-        byte = static_cast<u8>(byte | bits_above(value, nbits, take) << (room - take));
+        byte = static_cast<u8>(byte | (value >> nbits & ((1u << take) - 1)) << (room - take));
         bit_offset += take;
     }
 }

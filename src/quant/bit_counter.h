@@ -1,7 +1,8 @@
 // Quantizes a channel at one trial gain, chooses the codebooks and counts the bits.
 #pragma once
 
-#include "interface/encoder_context.h"
+#include "quant/rate_bands.h"
+#include "quant/sections.h"
 
 namespace tavik {
 
@@ -17,9 +18,19 @@ struct ChannelData {
     std::span<i32, frame_length> quantized;  // out: signed in bands of codebooks 1, 2, 5, 6; magnitudes elsewhere
 };
 
-// Bits of section, scale-factor and spectral data with the trial common_sf; exactly what the channel stream writer
-// spends on them. overflow_bits as soon as a quantized magnitude exceeds 8191; codebooks and values are then
-// incomplete.
-u32 count_bits(const CodingBlock &block, u32 common_sf, const ChannelData &data, u32 channel);
+// What one trial asks for.
+struct Trial {
+    u32 common_sf;
+    SectionLengthField section_length;
+    u32 enough;  // the count may end where it has reached so many bits
+};
+
+inline constexpr u32 count_all = 0xFFFFFFFF;
+
+// Bits of section, scale-factor and spectral data with the trial's common_sf; exactly what the channel stream writer
+// spends on them. Codebooks and values of the coded bands are the trial's, except that bands of codebook 0 keep their
+// old values. overflow_bits as soon as a quantized magnitude exceeds 8191, `enough` or a little more as soon as there
+// are so many bits; codebooks and values are then incomplete.
+u32 count_bits(const RateBands &bands, const ChannelData &data, const Trial &trial);
 
 }  // namespace tavik

@@ -2,7 +2,9 @@
 #pragma once
 
 #include <algorithm>
+#include <span>
 
+#include "interface/kernels.h"
 #include "quant/fixed_point.h"
 #include "tables/pow34_table.h"
 #include "tavik.h"
@@ -32,10 +34,37 @@ inline u32 pow34(u32 a) {
     return ((mantissa >> pow34_shift[j]) * pow34_scale[j]) >> (15 - pow34_shift[j]);
 }
 
+namespace portable {
+
+// out[k] = (8 |spectrum[k]|)^(3/4), as pow34() has it; a multiple of 4 lines.
+void raise_to_three_quarters(std::span<const i32> spectrum, u32 *out);
+
+// 0 for an empty span.
+u32 largest(std::span<const u32> values);
+
+}  // namespace portable
+
+#if defined(__aarch64__)
+namespace neon {
+
+void raise_to_three_quarters(std::span<const i32> spectrum, u32 *out);
+
+u32 largest(std::span<const u32> values);
+
+}  // namespace neon
+#endif
+
 // Gain indices from here on quantize everything to zero.
 inline constexpr u32 first_silencing_gain = 212;
 
 inline constexpr u32 scale_factor_base = 100;  // scale factor and gain index of common_sf 0 and offset 0
+
+// From this gain index on gains are Q20 and a step begins 624427/2^20 below its value.
+inline constexpr u32 first_q20_gain = 58;
+inline constexpr u32 q20_rounding = 424149;
+
+// The smallest 3/4 power that a Q20 gain does not quantize to 0.
+inline u32 smallest_nonzero_pow34(u32 gain) { return ((1u << 20) - q20_rounding + gain - 1) / gain; }
 
 // The gain multiply of one gain index: q = (v gain + rounding) >> shift, v times 2^(-3 (i - 100) / 16).
 struct GainRule {
@@ -51,9 +80,9 @@ inline GainRule gain_rule(u32 index) {
     constexpr u64 all = ~u64{0};
     const u64 gain = TAVIK_ZOLF_ipow20[index];
     if (index < 15) return {gain, 1, 1, all};
-    if (index < 58) return {gain, 26510, 16, all};
-    if (index < 165) return {gain, 424149, 20, all};
-    return {gain, 424149, 20, 0xFFFFFFFF};
+    if (index < first_q20_gain) return {gain, 26510, 16, all};
+    if (index < 165) return {gain, q20_rounding, 20, all};
+    return {gain, q20_rounding, 20, 0xFFFFFFFF};
 }
 
 }  // namespace tavik

@@ -4,22 +4,84 @@
 #include <algorithm>
 #include <cstring>
 
-#include "quant/coded_bands.h"
 #include "quant/power34.h"
 #include "quant/rate_search.h"
 
 namespace tavik {
 namespace {
 
-// The smallest common_sf with which every coded band is quantized to zero.
-u32 smallest_silent_sf(const CodingBlock &block, ConstBandArray band_sf_offset, u32 channel) {
+// The smallest common_sf with which every coded band is quantized to zero, whatever its lines.
+u32 smallest_silent_sf(const RateBands &bands) {
     constexpr u32 without_offset = first_silencing_gain - scale_factor_base;
     u32 smallest_offset = without_offset;
-    for (const Band band : coded_bands(block, channel)) {
-        smallest_offset = std::min(smallest_offset, band_sf_offset[band.entry()]);
-    }
+    for (const RateBand &band : bands) smallest_offset = std::min(smallest_offset, u32{band.sf_offset});
     return without_offset - smallest_offset;
 }
+
+// From so many bits on the search only goes upward, however many there are. A target below 0 sets no such mark: there
+// the first step depends on the very count.
+u32 bits_that_are_enough(RateTarget target) {
+    return target.bits >= 0 ? static_cast<u32>(target.bits) + static_cast<u32>(std::max(target.tolerance, 1))
+                            : count_all;
+}
+
+// The counts of one search. It comes back to a value that it has left by one or two steps, and walks on through
+// silence: counts are remembered.
+class Trials {
+ public:
+    Trials(const RateBands &bands, const ChannelData &data, SectionLengthField section_length, u32 enough)
+        : bands_(bands), data_(data), section_length_(section_length), enough_(enough) {
+        remembered_.fill({never_tried, 0});
+    }
+
+    u32 count(u32 common_sf) {
+        if (common_sf >= silent_sf_) return silent_bits_;
+        Count &count = remembered_[common_sf % remembered_.size()];
+        if (count.common_sf != common_sf) {
+            count = {common_sf, count_bits(bands_, data_, {common_sf, section_length_, enough_})};
+            latest_ = common_sf;
+            latest_is_complete_ = count.bits < enough_;
+            if (latest_is_complete_ && count.bits <= most_bits_of_silence && is_silent()) {
+                silent_sf_ = common_sf;
+                silent_bits_ = count.bits;
+            }
+        }
+        return count.bits;
+    }
+
+    // Leaves codebooks and values of this common_sf.
+    void settle(u32 common_sf) {
+        if (!latest_is_complete_ || common_sf != latest_)
+            count_bits(bands_, data_, {common_sf, section_length_, count_all});
+        for (const RateBand &band : bands_) {
+            if (data_.codebooks[band.entry] != 0) continue;
+            std::memset(&data_.quantized[band.begin], 0, band.width * sizeof data_.quantized[0]);
+        }
+    }
+
+ private:
+    struct Count {
+        u32 common_sf;
+        u32 bits;
+    };
+    static constexpr u32 never_tried = 0xFFFFFFFF;
+    static constexpr u32 most_bits_of_silence = 39;  // three short groups of one section of 15 bands
+
+    bool is_silent() const {
+        return std::all_of(bands_.begin(), bands_.end(),
+                           [&](const RateBand &band) { return data_.codebooks[band.entry] == 0; });
+    }
+
+    const RateBands &bands_;
+    const ChannelData &data_;
+    SectionLengthField section_length_;
+    u32 enough_;
+    std::array<Count, 8> remembered_;
+    u32 latest_ = never_tried;
+    bool latest_is_complete_ = false;
+    u32 silent_sf_ = never_tried;  // from here on every count is silent_bits_, and every codebook 0
+    u32 silent_bits_ = 0;
+};
 
 u32 silence(CodingBlock &block, const ChannelData &data, u32 channel) {
     std::memset(data.codebooks.data(), 0, data.codebooks.size_bytes());
@@ -33,11 +95,16 @@ u32 silence(CodingBlock &block, const ChannelData &data, u32 channel) {
 u32 run_rate_loop(CodingBlock &block, const ChannelData &data, u32 channel) {
     if (block.has_signal[channel] != 1) return silence(block, data, channel);
 
-    RateSearch search(block.common_sf[channel], smallest_silent_sf(block, data.band_sf_offset, channel),
-                      {block.bits_target[channel], block.bits_tolerance[channel]},
-                      [&](u32 common_sf) { return count_bits(block, common_sf, data, channel); });
-    block.common_sf[channel] = search.run();
-    return data.band_sf_offset[0] + scale_factor_base + block.common_sf[channel];
+    const RateBands bands(block, data.pow34, data.band_sf_offset, channel);
+    const RateTarget target{block.bits_target[channel], block.bits_tolerance[channel]};
+    Trials trials(bands, data, section_length_field(block.num_window_groups[channel] == 1),
+                  bits_that_are_enough(target));
+    RateSearch search(block.common_sf[channel], smallest_silent_sf(bands), target,
+                      [&](u32 common_sf) { return trials.count(common_sf); });
+    const u32 common_sf = search.run();
+    trials.settle(common_sf);
+    block.common_sf[channel] = common_sf;
+    return data.band_sf_offset[0] + scale_factor_base + common_sf;
 }
 
 }  // namespace tavik

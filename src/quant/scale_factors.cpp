@@ -110,13 +110,15 @@ u32 band_offset(const CodingBlock &block, u32 channel, const Band &band, u32 pea
 
 void estimate_scale_factors(CodingBlock &block, Pow34 pow34_out, ConstSpectrum spectrum, BandArray band_sf_offset,
                             u32 channel) {
+    u32 group_begin = 0;
+    for (u32 g = 0; g < block.num_window_groups[channel]; ++g) {
+        const u32 lines = block.sfb_offset[channel][g * short_offset_row + block.max_sfb[channel]];
+        kernels::raise_to_three_quarters(spectrum.subspan(group_begin, lines), &pow34_out[group_begin]);
+        group_begin += block.window_group_length[channel][g] * short_length;
+    }
     block.has_signal[channel] = 0;
     for (const Band band : coded_bands(block, channel)) {
-        u32 peak = 0;
-        for (u32 k = band.begin; k < band.begin + band.width; ++k) {
-            pow34_out[k] = pow34(magnitude(spectrum[k]));
-            peak = std::max(peak, pow34_out[k]);
-        }
+        const u32 peak = kernels::largest(pow34_out.subspan(band.begin, band.width));
         if (peak != 0) block.has_signal[channel] = 1;
         band_sf_offset[band.entry()] = band_offset(block, channel, band, peak);
     }

@@ -16,6 +16,10 @@ struct SectionLengthField {
 inline constexpr SectionLengthField long_section_length{5, 31};
 inline constexpr SectionLengthField short_section_length{3, 7};
 
+constexpr SectionLengthField section_length_field(bool long_block) {
+    return long_block ? long_section_length : short_section_length;
+}
+
 // Calls visit(codebook, bands) for each section of the group whose first `max_sfb` codebooks are given.
 template <typename Visitor>
 void for_each_section(std::span<const u32> codebooks, Visitor visit) {

@@ -3,7 +3,7 @@
 // one call.
 #include <cstddef>
 
-#include "tables/huffman_codebooks.h"
+#include "tables/codeword_lengths.h"
 #include "tavik.h"
 
 namespace tavik::tables {
@@ -14,26 +14,6 @@ consteval std::array<u32, N> codewords(const Codebook<N> &book) {
     std::array<u32, N> codes{};
     for (std::size_t i = 0; i < N; ++i) codes[i] = book[i].code;
     return codes;
-}
-
-template <std::size_t N>
-consteval std::array<u32, N> lengths(const Codebook<N> &book) {
-    std::array<u32, N> lengths{};
-    for (std::size_t i = 0; i < N; ++i) lengths[i] = book[i].length;
-    return lengths;
-}
-
-// Index i holds a tuple of magnitudes as digits in the given radix; every digit that is not 0 brings a sign bit.
-template <std::size_t N>
-consteval std::array<u32, N> lengths_with_signs(const Codebook<N> &book, std::size_t radix) {
-    std::array<u32, N> with_signs{};
-    for (std::size_t i = 0; i < N; ++i) {
-        with_signs[i] = book[i].length;
-        for (std::size_t digits = i; digits != 0; digits /= radix) {
-            if (digits % radix != 0) ++with_signs[i];
-        }
-    }
-    return with_signs;
 }
 
 // Prefix-free and complete: no codeword begins another, and the sum of 2^-length is 1.

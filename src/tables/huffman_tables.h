@@ -22,10 +22,7 @@ constexpr u32 quad_index(const i32 *q) { return static_cast<u32>(27 * q[0] + 9 *
 constexpr u32 signed_pair_index(const i32 *q) { return static_cast<u32>(9 * q[0] + q[1] + 40); }
 
 // Codebooks 7 and 8 (magnitudes 0 ... 7, radix 8), 9 and 10 (magnitudes 0 ... 12, radix 13).
-template <i32 Radix>
-constexpr u32 pair_index(const i32 *q) {
-    return static_cast<u32>(Radix * q[0] + q[1]);
-}
+constexpr u32 pair_index(const i32 *q, u32 radix) { return radix * static_cast<u32>(q[0]) + static_cast<u32>(q[1]); }
 
 // Codebook 11, any magnitudes.
 constexpr u32 escape_pair_index(const i32 *q) {

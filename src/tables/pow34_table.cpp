@@ -35,6 +35,17 @@ consteval std::array<u32, pow34_entries> make_pow34_table() {
 
 constexpr std::array<u32, pow34_entries> pow34_table = make_pow34_table();
 
+consteval std::array<u16, small_pow34_entries> make_small_pow34() {
+    std::array<u16, small_pow34_entries> powers{};
+    for (u32 a = 0; a < small_pow34_entries; ++a) {
+        const u32 entry = pow34_table[8 * a];
+        powers[a] = static_cast<u16>((entry >> 8) >> (23 - (entry & 255)));
+    }
+    return powers;
+}
+
+constexpr std::array<u16, small_pow34_entries> small_pow34 = make_small_pow34();
+
 static_assert(pow34_table[0] == 0 && pow34_table[1] == 0x40000001 && pow34_table[2] == 0x6BA27E01);
 static_assert(pow34_table[4] == 0x5A827902 && pow34_table[16] == 0x3FFFFF04 && pow34_table[16383] == 0x5A816A0B);
 static_assert(pow34_table[16384] == 0x2D413C0C && pow34_table[26008] == 0x4000020C);

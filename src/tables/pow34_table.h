@@ -12,6 +12,10 @@ namespace tavik::tables {
 inline constexpr u32 pow34_entries = 32768;
 extern const std::array<u32, pow34_entries> pow34_table;
 
+// floor((8 a)^(3/4)) of the magnitudes that most spectral lines have.
+inline constexpr u32 small_pow34_entries = 1024;
+extern const std::array<u16, small_pow34_entries> small_pow34;
+
 // For a magnitude 2^j times the table's range: ceil(3 j / 4), and round(16 2^(3 j / 4)).
 inline constexpr std::array<u32, 13> pow34_shift = {0, 1, 2, 3, 3, 4, 5, 6, 6, 7, 8, 9, 9};
 inline constexpr std::array<u32, 13> pow34_scale = {16, 27, 45, 76, 128, 215, 362, 609, 1024, 1722, 2896, 4871, 8192};

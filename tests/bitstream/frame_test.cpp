@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "interface/encoder_context.h"
-#include "quant/bit_counter.h"
+#include "support/full_count.h"
 #include "support/signals.h"
 #include "support/stream_harness.h"
 
@@ -180,10 +180,10 @@ void expect_counted_is_written(const tavik::EncoderState &state, const Frame &fr
         if (block.has_signal[channel] == 0) continue;
         std::array<tavik::u32, tavik::band_array_size> codebooks{};
         std::array<tavik::i32, 1024> quantized{};
-        const auto bits = tavik::count_bits(block, block.common_sf[channel],
-                                            {std::span(state.spectrum[channel]).first<1024>(),
-                                             state.pow34_spectrum[channel], offsets, codebooks, quantized},
-                                            channel);
+        const auto bits = tavik_test::full_count(block, block.common_sf[channel],
+                                                 {std::span(state.spectrum[channel]).first<1024>(),
+                                                  state.pow34_spectrum[channel], offsets, codebooks, quantized},
+                                                 channel);
         EXPECT_EQ(bits, written.section_bits + written.scale_factor_bits + written.spectral_bits);
         for (std::size_t k = 0; k < 1024; ++k) {
             const int sign = state.spectrum[channel][k] < 0 ? -1 : 1;

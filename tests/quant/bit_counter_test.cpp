@@ -5,6 +5,7 @@
 
 #include <random>
 
+#include "support/full_count.h"
 #include "support/standard_tables.h"
 
 namespace {
@@ -30,7 +31,7 @@ struct Channel {
         }
     }
     u32 count(u32 common_sf = 0) {
-        return count_bits(block, common_sf, {spectrum, pow34, offsets, codebooks, quantized}, 0);
+        return tavik_test::full_count(block, common_sf, {spectrum, pow34, offsets, codebooks, quantized}, 0);
     }
 };
 

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 
+#include "support/full_count.h"
 #include "support/signals.h"
 
 namespace {
@@ -41,7 +42,7 @@ struct Loop {
     }
 
     u32 recount() {
-        return count_bits(
+        return tavik_test::full_count(
             block, block.common_sf[0],
             {first_half(state.spectrum[0]), state.pow34_spectrum[0], block.band_sf_offset[0], codebooks, quantized}, 0);
     }
