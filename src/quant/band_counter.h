@@ -107,4 +107,7 @@ inline u32 count_large_escape_pairs(const BandLines &band, const GainRule &rule)
 
 #if defined(__aarch64__)
 #include "quant/band_counter_neon.h"
+#if defined(TAVIK_CHECK_KERNELS)
+#include "quant/band_counter_checked.h"
+#endif
 #endif

@@ -49,7 +49,7 @@ constexpr i32 shift_left(i32 x, u32 count) { return count < 32 ? x << count : 0;
 
 // v 2^s: a left shift saturates where the result leaves 64 bits, a right shift (s < 0) rounds toward minus infinity.
 constexpr i64 norm_shift(i64 v, i32 s) {
-    if (s < 0) return s > -64 ? v >> -s : (v < 0 ? -1 : 0);
+    if (s <= 0) return v >> (s > -64 ? -s : 63);
     if (v == 0) return 0;
     if (s < 64 && (v << s) >> s == v) return v << s;
     return v < 0 ? std::numeric_limits<i64>::min() : std::numeric_limits<i64>::max();

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <algorithm>
+#include <array>
 #include <span>
 
 #include "interface/kernels.h"
@@ -13,25 +14,17 @@ namespace tavik {
 
 // About floor((8 a)^(3/4)): exactly the floor of the table for a < 4096, within 0.6 % above. A magnitude of 2^23 or
 // more counts as 2^23 - 1. 0, or 4 ... 741381.
+//
+// With j = 0 for a < 4096, and above it the number of doublings from 2048, the table holds the power of
+// n = 8 a / 2^j as a mantissa m and an exponent e, and the result is m 2^(e - 23 + 3 j / 4).
 inline u32 pow34(u32 a) {
-    using tables::pow34_scale;
-    using tables::pow34_shift;
-    using tables::pow34_table;
-
     constexpr u32 largest = (1u << 23) - 1;
     a = std::min(a, largest);
-    if (a < 4096) {
-        const u32 entry = pow34_table[8 * a];
-        return (entry >> 8) >> (23 - (entry & 255));
-    }
-    // Above, the table serves n = 16384 ... 32767, whose exponent is 12: with a = n 2^(j - 3) the result is the
-    // mantissa times 2^(3 j / 4 - 11).
-    if (a < 8192) return ((pow34_table[4 * a] >> 8) * pow34_scale[1]) >> 15;
-    if (a < 16384) return ((pow34_table[2 * a] >> 8) * pow34_scale[2]) >> 15;
-    const u32 doublings = highest_bit(a) - 14;
-    const u32 j = doublings + 3;
-    const u32 mantissa = pow34_table[a >> doublings] >> 8;
-    return ((mantissa >> pow34_shift[j]) * pow34_scale[j]) >> (15 - pow34_shift[j]);
+    const auto j = static_cast<u32>(std::max(static_cast<i32>(std::bit_width(a)) - 12, 0));
+    const u32 entry = tables::pow34_table[a << 3 >> j];
+    const u32 dropped = tables::pow34_dropped_bits[j];  // so that the product fits 32 bits
+    const u32 product = (entry >> 8 >> dropped) * tables::pow34_scale[j];
+    return product >> (27 - (entry & 255) - dropped);
 }
 
 namespace portable {
@@ -52,6 +45,27 @@ void raise_to_three_quarters(std::span<const i32> spectrum, u32 *out);
 u32 largest(std::span<const u32> values);
 
 }  // namespace neon
+#endif
+
+#if defined(TAVIK_CHECK_KERNELS)
+namespace checked {
+
+inline void raise_to_three_quarters(std::span<const i32> spectrum, u32 *out) {
+    neon::raise_to_three_quarters(spectrum, out);
+    for (std::size_t k = 0; k < spectrum.size(); k += 4) {
+        std::array<u32, 4> expected;
+        portable::raise_to_three_quarters(spectrum.subspan(k, 4), expected.data());
+        require_equal(std::equal(expected.begin(), expected.end(), out + k));
+    }
+}
+
+inline u32 largest(std::span<const u32> values) {
+    const u32 result = neon::largest(values);
+    require_equal(result == portable::largest(values));
+    return result;
+}
+
+}  // namespace checked
 #endif
 
 // Gain indices from here on quantize everything to zero.

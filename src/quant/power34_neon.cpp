@@ -8,10 +8,10 @@
 namespace tavik::neon {
 namespace {
 
+using tables::pow34_dropped_bits;
 using tables::pow34_scale;
-using tables::pow34_shift;
 
-// pow34_scale (16 bits) and pow34_shift (8 bits) as byte tables for vector look-ups; 0 beyond their last entry.
+// The two small tables of the 3/4 power, byte by byte, for vector look-ups; 0 beyond their last entry.
 constexpr std::array<u8, 32> make_scale_bytes() {
     std::array<u8, 32> bytes{};
     for (std::size_t j = 0; j < pow34_scale.size(); ++j) {
@@ -21,10 +21,9 @@ constexpr std::array<u8, 32> make_scale_bytes() {
     return bytes;
 }
 
-// Nothing is dropped of the mantissa before j = 3.
 constexpr std::array<u8, 16> make_dropped_bits() {
     std::array<u8, 16> bits{};
-    for (std::size_t j = 3; j < pow34_shift.size(); ++j) bits[j] = static_cast<u8>(pow34_shift[j]);
+    for (std::size_t j = 0; j < pow34_dropped_bits.size(); ++j) bits[j] = pow34_dropped_bits[j];
     return bits;
 }
 
@@ -45,8 +44,7 @@ uint32x4_t look_up(const u32 *table, uint32x4_t index) {
     return vsetq_lane_u32(table[high >> 32], values, 3);
 }
 
-// Any magnitudes below 2^23. One formula serves both ranges of pow34(): with j doublings beyond the table's range,
-// 0 below 4096, n = 8 a / 2^j has the entry m, e, and the result is (m >> dropped) scale / 2^(27 - e - dropped).
+// The formula of pow34() for any magnitudes below 2^23.
 uint32x4_t raise_large(uint32x4_t a, const ScaleTables &tables) {
     const uint32x4_t j = vqsubq_u32(vdupq_n_u32(32 - 12), vclzq_u32(a));
     const uint32x4_t n = vshlq_u32(a, vsubq_s32(vdupq_n_s32(3), vreinterpretq_s32_u32(j)));

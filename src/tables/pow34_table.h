@@ -16,8 +16,9 @@ extern const std::array<u32, pow34_entries> pow34_table;
 inline constexpr u32 small_pow34_entries = 1024;
 extern const std::array<u16, small_pow34_entries> small_pow34;
 
-// For a magnitude 2^j times the table's range: ceil(3 j / 4), and round(16 2^(3 j / 4)).
-inline constexpr std::array<u32, 13> pow34_shift = {0, 1, 2, 3, 3, 4, 5, 6, 6, 7, 8, 9, 9};
-inline constexpr std::array<u32, 13> pow34_scale = {16, 27, 45, 76, 128, 215, 362, 609, 1024, 1722, 2896, 4871, 8192};
+// For a magnitude 2^j times the table's range: round(16 2^(3 j / 4)), and the bits that the mantissa gives up so that
+// its product with that fits 32 bits: ceil(3 j / 4) from j = 3 on.
+inline constexpr std::array<u16, 12> pow34_scale = {16, 27, 45, 76, 128, 215, 362, 609, 1024, 1722, 2896, 4871};
+inline constexpr std::array<u8, 12> pow34_dropped_bits = {0, 0, 0, 3, 3, 4, 5, 6, 6, 7, 8, 9};
 
 }  // namespace tavik::tables
