@@ -5,24 +5,29 @@
 
 namespace tavik {
 
-void BitSink::close() {
-    BitWriter &writer = out_.writer;
-    while (count_ >= 8) {
-        count_ -= 8;
-        *next_++ = static_cast<u8>(gathered_ >> count_);
+BitSink open_sink(BitOutput out) {
+    const BitWriter &writer = out.writer;
+    return {out.buffer + writer.byte_pos, writer.current_byte >> writer.bits_left, 8 - writer.bits_left};
+}
+
+void close_sink(BitOutput out, BitSink sink) {
+    BitWriter &writer = out.writer;
+    while (sink.count >= 8) {
+        sink.count -= 8;
+        *sink.next++ = static_cast<u8>(sink.gathered >> sink.count);
     }
-    const auto byte_pos = static_cast<u32>(next_ - out_.buffer);
-    writer.bit_count += 8 * (byte_pos - writer.byte_pos) + writer.bits_left - (8 - count_);
+    const auto byte_pos = static_cast<u32>(sink.next - out.buffer);
+    writer.bit_count += 8 * (byte_pos - writer.byte_pos) + writer.bits_left - (8 - sink.count);
     writer.byte_pos = byte_pos;
-    writer.bits_left = 8 - count_;
-    writer.current_byte = static_cast<u32>(gathered_ << writer.bits_left) & 0xFF;
+    writer.bits_left = 8 - sink.count;
+    writer.current_byte = static_cast<u32>(sink.gathered << writer.bits_left) & 0xFF;
 }
 
 void put_bits(BitOutput out, u32 value, u32 nbits) {
-    BitSink sink(out);
+    BitSink sink = open_sink(out);
     for (; nbits > 32; nbits -= 32) sink.put(0, 32);
     sink.put(value, nbits);
-    sink.close();
+    close_sink(out, sink);
 }
 
 u32 byte_align(BitOutput out) {

@@ -15,42 +15,29 @@ struct BitOutput {
     BitWriter &writer;
 };
 
-// Appends many fields in a row: bits gather in a 64-bit word and leave it 32 at a time. The output's position is that
-// of the sink's start until close().
-class BitSink {
- public:
-    explicit BitSink(BitOutput out)
-        : out_(out),
-          next_(out.buffer + out.writer.byte_pos),
-          gathered_(out.writer.current_byte >> out.writer.bits_left),
-          count_(8 - out.writer.bits_left) {}
-    BitSink(const BitSink &) = delete;
-    BitSink &operator=(const BitSink &) = delete;
+// Where many fields in a row go: bits gather in a 64-bit word and leave it 32 at a time. A plain value: inner loops
+// work on a copy, which stays in registers.
+struct BitSink {
+    u8 *next;      // where the gathered bits go
+    u64 gathered;  // the low `count` < 32 bits; above them old ones
+    u32 count;
 
     // The low `nbits` <= 32 bits of value < 2^nbits.
     void put(u32 value, u32 nbits) {
-        gathered_ = gathered_ << nbits | value;
-        count_ += nbits;
-        if (count_ >= 32) {
-            count_ -= 32;
-            store_word(static_cast<u32>(gathered_ >> count_));
-        }
+        gathered = gathered << nbits | value;
+        count += nbits;
+        if (count < 32) return;
+        count -= 32;
+        const auto word = static_cast<u32>(gathered >> count);
+        for (u32 i = 0; i < 4; ++i) next[i] = static_cast<u8>(word >> (24 - 8 * i));
+        next += 4;
     }
-
-    // Stores the complete bytes and moves the output's position to the sink's.
-    void close();
-
- private:
-    void store_word(u32 word) {
-        for (u32 i = 0; i < 4; ++i) next_[i] = static_cast<u8>(word >> (24 - 8 * i));
-        next_ += 4;
-    }
-
-    BitOutput out_;
-    u8 *next_;
-    u64 gathered_;  // the low count_ < 32 bits; above them old ones
-    u32 count_;
 };
+
+// A sink that goes on where the output ends; and back: stores the sink's complete bytes and moves the output's position
+// to its end. Nothing else may be appended to the output in between.
+BitSink open_sink(BitOutput out);
+void close_sink(BitOutput out, BitSink sink);
 
 // Appends the low `nbits` bits of value < 2^nbits; a run of zeros (value 0) may have any length, other fields up to 32.
 void put_bits(BitOutput out, u32 value, u32 nbits);

@@ -10,8 +10,8 @@
 namespace tavik {
 namespace {
 
-// One band's values and, for the signs of magnitudes, spectrum.
-struct BandValues {
+// The values of some lines and, for the signs of magnitudes, their spectrum.
+struct CodedLines {
     const i32 *quantized;
     const i32 *spectrum;
     u32 count;  // a multiple of 4
@@ -61,73 +61,86 @@ void write_tns_data(BitSink &sink, const TavikTnsData &tns) {
 
 // Tuples of signed values, whose signs are inside the codewords.
 template <u32 Size, typename Index>
-void write_signed(BitSink &sink, const BandValues &band, const HuffmanTable &table, Index index) {
-    for (u32 k = 0; k < band.count; k += Size) {
-        const u32 i = index(band.quantized + k);
+BitSink write_signed(BitSink sink, const CodedLines &lines, const HuffmanTable &table, Index index) {
+    const i32 *const end = lines.quantized + lines.count;
+    for (const i32 *q = lines.quantized; q != end; q += Size) {
+        const u32 i = index(q);
         sink.put(table.codewords[i], table.lengths[i]);
     }
+    return sink;
 }
 
 // A codeword followed by one sign bit for each value of the tuple that is not zero.
 template <u32 Size>
 u32 append_signs(u32 codeword, const i32 *q, const i32 *x) {
     for (u32 k = 0; k < Size; ++k) {
-        const u32 present = q[k] != 0 ? 1 : 0;
-        codeword = codeword << present | (present & static_cast<u32>(x[k]) >> 31);
+        const u32 with_sign = codeword << 1 | static_cast<u32>(x[k]) >> 31;
+        codeword = q[k] != 0 ? with_sign : codeword;
     }
     return codeword;
 }
 
 // Tuples of magnitudes; the lengths include the sign bits.
 template <u32 Size, typename Index>
-void write_magnitudes(BitSink &sink, const BandValues &band, const HuffmanTable &table, Index index) {
-    for (u32 k = 0; k < band.count; k += Size) {
-        const i32 *q = band.quantized + k;
+BitSink write_magnitudes(BitSink sink, const CodedLines &lines, const HuffmanTable &table, Index index) {
+    const i32 *const end = lines.quantized + lines.count;
+    for (const i32 *q = lines.quantized, *x = lines.spectrum; q != end; q += Size, x += Size) {
         const u32 i = index(q);
-        sink.put(append_signs<Size>(table.codewords[i], q, band.spectrum + k), table.lengths[i]);
+        sink.put(append_signs<Size>(table.codewords[i], q, x), table.lengths[i]);
     }
+    return sink;
 }
 
-void write_pairs(BitSink &sink, const BandValues &band, const HuffmanTable &table, u32 radix) {
-    write_magnitudes<2>(sink, band, table, [radix](const i32 *q) { return tables::pair_index(q, radix); });
+BitSink write_pairs(BitSink sink, const CodedLines &lines, const HuffmanTable &table, u32 radix) {
+    return write_magnitudes<2>(sink, lines, table, [radix](const i32 *q) { return tables::pair_index(q, radix); });
 }
 
-void write_escape_codebook(BitSink &sink, const BandValues &band) {
-    for (u32 k = 0; k < band.count; k += 2) {
-        const i32 *q = band.quantized + k;
+BitSink write_escape_codebook(BitSink sink, const CodedLines &lines) {
+    const i32 *const end = lines.quantized + lines.count;
+    for (const i32 *q = lines.quantized, *x = lines.spectrum; q != end; q += 2, x += 2) {
         const u32 i = tables::escape_pair_index(q);
-        sink.put(append_signs<2>(TAVIK_ZOLF_huff111[i], q, band.spectrum + k), tables::escape_pair_lengths[i]);
+        sink.put(append_signs<2>(TAVIK_ZOLF_huff111[i], q, x), tables::escape_pair_lengths[i]);
         for (const i32 value : {q[0], q[1]}) {
             if (value < tables::escape_flag) continue;
             const EscapeSequence escape = escape_sequence(value);
             sink.put(escape.code, escape.length);
         }
     }
+    return sink;
 }
 
-void write_band(BitSink &sink, u32 codebook, const BandValues &band) {
+BitSink write_lines(BitSink sink, u32 codebook, const CodedLines &lines) {
     using namespace tables;
     switch (codebook) {
-        case 1: return write_signed<4>(sink, band, {TAVIK_ZOLF_huff10, TAVIK_ZOLF_huff11}, signed_quad_index);
-        case 2: return write_signed<4>(sink, band, {TAVIK_ZOLF_huff20, TAVIK_ZOLF_huff21}, signed_quad_index);
-        case 3: return write_magnitudes<4>(sink, band, {TAVIK_ZOLF_huff30, TAVIK_ZOLF_huff31}, quad_index);
-        case 4: return write_magnitudes<4>(sink, band, {TAVIK_ZOLF_huff40, TAVIK_ZOLF_huff41}, quad_index);
-        case 5: return write_signed<2>(sink, band, {TAVIK_ZOLF_huff50, TAVIK_ZOLF_huff51}, signed_pair_index);
-        case 6: return write_signed<2>(sink, band, {TAVIK_ZOLF_huff60, TAVIK_ZOLF_huff61}, signed_pair_index);
-        case 7: return write_pairs(sink, band, {TAVIK_ZOLF_huff70, TAVIK_ZOLF_huff71}, 8);
-        case 8: return write_pairs(sink, band, {TAVIK_ZOLF_huff80, TAVIK_ZOLF_huff81}, 8);
-        case 9: return write_pairs(sink, band, {TAVIK_ZOLF_huff90, TAVIK_ZOLF_huff91}, 13);
-        case 10: return write_pairs(sink, band, {TAVIK_ZOLF_huff100, TAVIK_ZOLF_huff101}, 13);
-        case escape_codebook: return write_escape_codebook(sink, band);
-        default: return;
+        case 1: return write_signed<4>(sink, lines, {TAVIK_ZOLF_huff10, TAVIK_ZOLF_huff11}, signed_quad_index);
+        case 2: return write_signed<4>(sink, lines, {TAVIK_ZOLF_huff20, TAVIK_ZOLF_huff21}, signed_quad_index);
+        case 3: return write_magnitudes<4>(sink, lines, {TAVIK_ZOLF_huff30, TAVIK_ZOLF_huff31}, quad_index);
+        case 4: return write_magnitudes<4>(sink, lines, {TAVIK_ZOLF_huff40, TAVIK_ZOLF_huff41}, quad_index);
+        case 5: return write_signed<2>(sink, lines, {TAVIK_ZOLF_huff50, TAVIK_ZOLF_huff51}, signed_pair_index);
+        case 6: return write_signed<2>(sink, lines, {TAVIK_ZOLF_huff60, TAVIK_ZOLF_huff61}, signed_pair_index);
+        case 7: return write_pairs(sink, lines, {TAVIK_ZOLF_huff70, TAVIK_ZOLF_huff71}, 8);
+        case 8: return write_pairs(sink, lines, {TAVIK_ZOLF_huff80, TAVIK_ZOLF_huff81}, 8);
+        case 9: return write_pairs(sink, lines, {TAVIK_ZOLF_huff90, TAVIK_ZOLF_huff91}, 13);
+        case 10: return write_pairs(sink, lines, {TAVIK_ZOLF_huff100, TAVIK_ZOLF_huff101}, 13);
+        case escape_codebook: return write_escape_codebook(sink, lines);
+        default: return sink;
     }
 }
 
-void write_spectral_data(BitSink &sink, const CodingBlock &block, const CodedChannel &coded, u32 channel) {
-    for (const Band band : coded_bands(block, channel)) {
-        write_band(sink, coded.codebooks[band.entry()],
-                   {&coded.quantized[band.begin], &coded.spectrum[band.begin], band.width});
+// Section by section: the bands of a section are neighbours with one codebook.
+BitSink write_spectral_data(BitSink sink, const CodingBlock &block, const CodedChannel &coded, u32 channel) {
+    u32 group_begin = 0;
+    for (u32 g = 0; g < block.num_window_groups[channel]; ++g) {
+        const u32 *offset = &block.sfb_offset[channel][g * short_offset_row];
+        for_each_section(coded.codebooks.subspan(g * max_bands, block.max_sfb[channel]), [&](u32 codebook, u32 bands) {
+            const u32 begin = group_begin + offset[0];
+            sink = write_lines(sink, codebook,
+                               {&coded.quantized[begin], &coded.spectrum[begin], offset[bands] - offset[0]});
+            offset += bands;
+        });
+        group_begin += short_length * block.window_group_length[channel][g];
     }
+    return sink;
 }
 
 }  // namespace
@@ -159,15 +172,14 @@ u32 write_channel_stream(BitOutput out, const CodingBlock &block, const CodedCha
     if (block.common_window == 0) {
         write_ics_info(out, block.window_sequence[channel], block.max_sfb[channel], scale_factor_grouping);
     }
-    BitSink sink(out);
+    BitSink sink = open_sink(out);
     write_section_data(sink, block, coded.codebooks, channel);
     write_scale_factor_data(sink, block, coded, channel);
     sink.put(0, 1);  // pulse_data_present
     sink.put(tns.tns_data_present, 1);
     if (tns.tns_data_present == 1) write_tns_data(sink, tns);
     sink.put(0, 1);  // gain_control_data_present
-    write_spectral_data(sink, block, coded, channel);
-    sink.close();
+    close_sink(out, write_spectral_data(sink, block, coded, channel));
     return out.writer.bit_count - start;
 }
 

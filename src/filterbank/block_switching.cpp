@@ -66,22 +66,19 @@ i32 strength(i32 value, Neighbour neighbour, Ratios ratios) {
     return std::max(rise, wrap_abs(wrap_sub(value, neighbour.right)));
 }
 
-// The strongest candidate of `candidates`, whose first and last entries are neighbours only. Candidate 1 is examined
-// before candidate 0, then the others in order; of equals the first examined wins.
-template <std::size_t N>
-std::optional<u32> strongest(const std::array<Peak, N> &peaks, Ratios ratios) {
+// The strongest of the peaks, whose first and last entries are neighbours only. Entry 2 is examined before entry 1,
+// then the others in order; of equals the first examined wins.
+std::optional<u32> strongest(std::span<const Peak> peaks, Ratios ratios) {
     std::optional<u32> attack;
     i32 best = 0;
-    const auto examine = [&](std::size_t i) {
+    for (std::size_t n = 1; n < peaks.size() - 1; ++n) {
+        const std::size_t i = n <= 2 ? 3 - n : n;
         const i32 s = strength(peaks[i].value, {peaks[i - 1].value, peaks[i + 1].value}, ratios);
         if (s > best) {
             best = s;
             attack = peaks[i].subblock;
         }
-    };
-    examine(2);
-    examine(1);
-    for (std::size_t i = 3; i < N - 1; ++i) examine(i);
+    }
     return attack;
 }
 
@@ -111,7 +108,7 @@ std::optional<u32> find_attack(u32 sampling_rate_index, std::span<const i32, 2 *
 
 }  // namespace
 
-void measure_peaks(std::span<const i32, frame_length> block, std::span<i32, subblocks> peaks) {
+void portable::measure_peaks(std::span<const i32, frame_length> block, std::span<i32, subblocks> peaks) {
     constexpr u32 length = frame_length / subblocks;
     for (u32 b = 0; b < subblocks; ++b) {
         i32 peak = 0;

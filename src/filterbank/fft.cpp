@@ -7,6 +7,8 @@
 
 #include <algorithm>
 
+#include "filterbank/split_radix.h"
+#include "filterbank/vector_product.h"
 #include "tables/fft_tables.h"
 
 namespace tavik {
@@ -19,91 +21,135 @@ struct Complex {
     i32 im;
 };
 
-void butterfly(i32 &a, i32 &b) {
-    const i32 sum = wrap_add(a, b);
-    b = wrap_sub(a, b);
+Complex add(Complex a, Complex b) { return {wrap_add(a.re, b.re), wrap_add(a.im, b.im)}; }
+Complex subtract(Complex a, Complex b) { return {wrap_sub(a.re, b.re), wrap_sub(a.im, b.im)}; }
+Complex times_j(Complex a) { return {wrap_sub(0, a.im), a.re}; }
+
+// x e^(-j a) in three multiplications: c = cos a, p = -(cos a + sin a), q = sin a - cos a, all Q30.
+Complex rotate(Complex x, i32 c, i32 p, i32 q) {
+    const i32 common = vector_mulhi(wrap_add(x.re, x.im) << 2, c);
+    return {wrap_add(vector_mulhi(x.im << 2, q), common), wrap_add(vector_mulhi(x.re << 2, p), common)};
+}
+
+// Rotation by a quarter of pi.
+Complex rotate_eighth_turn(Complex x) {
+    const i32 sum = wrap_add(x.re, x.im) << 1;
+    const i32 difference = wrap_sub(x.im, x.re) << 1;
+    return {mulhi(sum, cos_eighth_turn_q31), mulhi(difference, cos_eighth_turn_q31)};
+}
+
+// By three quarters of pi.
+Complex rotate_three_eighth_turns(Complex x) {
+    const i32 sum = wrap_add(x.re, x.im) << 1;
+    const i32 difference = wrap_sub(x.im, x.re) << 1;
+    return {mulhi(difference, cos_eighth_turn_q31), mulhi(sum, -cos_eighth_turn_q31)};
+}
+
+// Values of the four quarters at the same i, before or after a step.
+struct Quarters {
+    Complex x0, x1, x2, x3;
+};
+
+// A step up to the rotation of the last two.
+Quarters split(const Quarters &x) {
+    const Complex difference = subtract(x.x0, x.x2);
+    const Complex je = times_j(subtract(x.x1, x.x3));
+    return {add(x.x0, x.x2), add(x.x1, x.x3), subtract(difference, je), add(difference, je)};
+}
+
+Quarters load(const i32 *re, const i32 *im, u32 quarter) {
+    return {{re[0], im[0]},
+            {re[quarter], im[quarter]},
+            {re[2 * quarter], im[2 * quarter]},
+            {re[3 * quarter], im[3 * quarter]}};
+}
+
+void store(i32 *re, i32 *im, u32 quarter, const Quarters &y) {
+    re[0] = y.x0.re, im[0] = y.x0.im;
+    re[quarter] = y.x1.re, im[quarter] = y.x1.im;
+    re[2 * quarter] = y.x2.re, im[2 * quarter] = y.x2.im;
+    re[3 * quarter] = y.x3.re, im[3 * quarter] = y.x3.im;
+}
+
+// The step for `run` values of i, from pointers to each quarter, with the table's rotations.
+void step_run(i32 *__restrict re0, i32 *__restrict re1, i32 *__restrict re2, i32 *__restrict re3, i32 *__restrict im0,
+              i32 *__restrict im1, i32 *__restrict im2, i32 *__restrict im3, const i32 *__restrict rotation, u32 run) {
+    for (u32 i = 0; i < run; ++i) {
+        const Quarters y = split({{re0[i], im0[i]}, {re1[i], im1[i]}, {re2[i], im2[i]}, {re3[i], im3[i]}});
+        const Complex first = rotate(y.x2, rotation[i], rotation[run + i], rotation[2 * run + i]);
+        const Complex third = rotate(y.x3, rotation[3 * run + i], rotation[4 * run + i], rotation[5 * run + i]);
+        re0[i] = y.x0.re, im0[i] = y.x0.im;
+        re1[i] = y.x1.re, im1[i] = y.x1.im;
+        re2[i] = first.re, im2[i] = first.im;
+        re3[i] = third.re, im3[i] = third.im;
+    }
+}
+
+// Element L/8 of a step: its rotations are eighth turns.
+Quarters step_with_eighth_turns(const Quarters &x) {
+    const Quarters y = split(x);
+    return {y.x0, y.x1, rotate_eighth_turn(y.x2), rotate_three_eighth_turns(y.x3)};
+}
+
+// A step of size L >= 16.
+void step(i32 *re, i32 *im, u32 size) {
+    const u32 quarter = size / 4;
+    const u32 middle = size / 8;
+    const Quarters y = step_with_eighth_turns(load(re + middle, im + middle, quarter));
+    const u32 run = tables::rotation_run(size);
+    const i32 *rotation = tables::fft_rotations.data() + tables::fft_rotations_begin(size);
+    for (u32 i = 0; i < quarter; i += run, rotation += 6 * run) {
+        i32 *r = re + i;
+        i32 *m = im + i;
+        step_run(r, r + quarter, r + 2 * quarter, r + 3 * quarter, m, m + quarter, m + 2 * quarter, m + 3 * quarter,
+                 rotation, run);
+    }
+    store(re + middle, im + middle, quarter, y);
+}
+
+// Both values of a transform of 2.
+void transform_2(Complex &a, Complex &b) {
+    const Complex sum = add(a, b);
+    b = subtract(a, b);
     a = sum;
 }
 
-// Radix-2 step over L values, then d -+ j e over its differences.
-template <u32 L>
-void split(i32 *re, i32 *im) {
-    for (u32 i = 0; i < L / 2; ++i) {
-        butterfly(re[i], re[i + L / 2]);
-        butterfly(im[i], im[i + L / 2]);
+// After the step, elements 2 and 3 are outputs already.
+void transform_4(i32 *re, i32 *im) {
+    Quarters y = split(load(re, im, 1));
+    transform_2(y.x0, y.x1);
+    store(re, im, 1, y);
+}
+
+void transform_8(i32 *re, i32 *im) {
+    Quarters even = split(load(re, im, 2));
+    Quarters odd = step_with_eighth_turns(load(re + 1, im + 1, 2));
+    Quarters low = split({even.x0, odd.x0, even.x1, odd.x1});
+    transform_2(low.x0, low.x1);
+    transform_2(even.x2, odd.x2);
+    transform_2(even.x3, odd.x3);
+    store(re, im, 1, low);
+    store(re + 4, im + 4, 1, {even.x2, odd.x2, even.x3, odd.x3});
+}
+
+// Transforms n values, leaving X[bitreverse(p)] at position p.
+void split_radix(i32 *re, i32 *im, u32 n) {
+    for (u32 size = n; size >= tables::smallest_rotated_step; size /= 2) {
+        for_each_transform(n, size, [&](u32 p) { step(re + p, im + p, size); });
     }
-    for (u32 i = L / 2; i < 3 * L / 4; ++i) {
-        const Complex d{re[i], im[i]};
-        const Complex e{re[i + L / 4], im[i + L / 4]};
-        re[i] = wrap_add(d.re, e.im);
-        im[i] = wrap_sub(d.im, e.re);
-        re[i + L / 4] = wrap_sub(d.re, e.im);
-        im[i + L / 4] = wrap_add(d.im, e.re);
-    }
-}
-
-// (re + j im) e^(-j a) in three multiplications: c = cos a, p = -(cos a + sin a), q = sin a - cos a, all Q30.
-void rotate(i32 &re, i32 &im, i32 c, i32 p, i32 q) {
-    const i32 common = mulhi(wrap_add(re, im) << 2, c);
-    const i32 rotated = wrap_add(mulhi(im << 2, q), common);
-    im = wrap_add(mulhi(re << 2, p), common);
-    re = rotated;
-}
-
-// Rotation of element L/8 of the two odd quarters: by a quarter of pi, and by three.
-void rotate_eighth_turns(i32 &re1, i32 &im1, i32 &re3, i32 &im3) {
-    const i32 sum1 = wrap_add(re1, im1) << 1;
-    const i32 difference1 = wrap_sub(im1, re1) << 1;
-    re1 = mulhi(sum1, cos_eighth_turn_q31);
-    im1 = mulhi(difference1, cos_eighth_turn_q31);
-    const i32 sum3 = wrap_add(re3, im3) << 1;
-    const i32 difference3 = wrap_sub(im3, re3) << 1;
-    re3 = mulhi(difference3, cos_eighth_turn_q31);
-    im3 = mulhi(sum3, -cos_eighth_turn_q31);
-}
-
-// Rotates x[L/2 + k] by a = 2 pi k / L and x[3 L/4 + k] by 3 a for the table entries `first` ... `last` - 1.
-template <u32 L>
-void rotate_quarters(i32 *re, i32 *im, u32 k, u32 first, u32 last) {
-    constexpr u32 run = L / 4 - 2;
-    const i32 *c1 = tables::fft_rotations<L>.data();
-    for (u32 i = first; i < last; ++i, ++k) {
-        const i32 *entry = c1 + i;
-        rotate(re[L / 2 + k], im[L / 2 + k], entry[0], entry[run], entry[2 * run]);
-        rotate(re[3 * L / 4 + k], im[3 * L / 4 + k], entry[3 * run], entry[4 * run], entry[5 * run]);
+    for (u32 p = 0; p < n; p += 8) {
+        if (is_transform(p / 8)) {
+            transform_8(re + p, im + p);
+        } else {
+            transform_4(re + p, im + p);
+            transform_4(re + p + 4, im + p + 4);
+        }
     }
 }
 
-// Transforms L values, leaving X[bitreverse(p)] at position p.
-template <u32 L>
-void split_radix(i32 *re, i32 *im) {
-    static_assert(L >= 8);
-    split<L>(re, im);
-    if constexpr (L >= 16) rotate_quarters<L>(re, im, 1, 0, L / 8 - 1);
-    rotate_eighth_turns(re[5 * L / 8], im[5 * L / 8], re[7 * L / 8], im[7 * L / 8]);
-    if constexpr (L >= 16) rotate_quarters<L>(re, im, L / 8 + 1, L / 8 - 1, L / 4 - 2);
-    split_radix<L / 2>(re, im);
-    split_radix<L / 4>(re + L / 2, im + L / 2);
-    split_radix<L / 4>(re + 3 * L / 4, im + 3 * L / 4);
-}
-
-template <>
-void split_radix<2>(i32 *re, i32 *im) {
-    butterfly(re[0], re[1]);
-    butterfly(im[0], im[1]);
-}
-
-// After the split, elements 2 and 3 are outputs already.
-template <>
-void split_radix<4>(i32 *re, i32 *im) {
-    split<4>(re, im);
-    split_radix<2>(re, im);
-}
-
-// Swaps every x[p] with x[bitreverse(p)], p = high Row + low: bitreverse(p) = reversed[low] Row + reversed[high].
-template <std::size_t N, std::size_t Rows>
-void bit_reverse(std::span<i32, N> x, const std::array<u8, Rows> &reversed) {
-    constexpr std::size_t row = N / Rows;
+// Swaps every x[p] with x[bitreverse(p)], p = high row + low: bitreverse(p) = reversed[low] row + reversed[high].
+void bit_reverse(std::span<i32> x, std::span<const u8> reversed) {
+    const std::size_t row = x.size() / reversed.size();
     for (std::size_t low = row - 1; low > 0; --low) {
         const std::size_t target = reversed[low];
         std::swap(x[low], x[row * target]);
@@ -115,19 +161,11 @@ void bit_reverse(std::span<i32, N> x, const std::array<u8, Rows> &reversed) {
 
 }  // namespace
 
-template <std::size_t N>
-void fft(std::span<i32, N> re, std::span<i32, N> im) {
-    split_radix<N>(re.data(), im.data());
-    if constexpr (N == 512) {
-        bit_reverse(re, tables::reversed_5_bits);
-        bit_reverse(im, tables::reversed_5_bits);
-    } else {
-        bit_reverse(re, tables::reversed_3_bits);
-        bit_reverse(im, tables::reversed_3_bits);
-    }
+void fft(std::span<i32> re, std::span<i32> im) {
+    split_radix(re.data(), im.data(), static_cast<u32>(re.size()));
+    const auto reversed = re.size() == 512 ? std::span<const u8>(tables::reversed_5_bits) : tables::reversed_3_bits;
+    bit_reverse(re, reversed);
+    bit_reverse(im, reversed);
 }
-
-template void fft<512>(std::span<i32, 512>, std::span<i32, 512>);
-template void fft<64>(std::span<i32, 64>, std::span<i32, 64>);
 
 }  // namespace tavik

@@ -1,52 +1,57 @@
 // Windows of the four window sequences, and the transform of each.
 #include "filterbank/filter_bank.h"
 
+#include <cstring>
+
 #include "filterbank/mdct.h"
 
 namespace tavik {
 namespace {
 
-using History = std::span<const i32, history_length>;
 using Block = std::span<i32, history_length>;
 
 // The short windows of a frame, and the slopes of its transition windows, lie in the middle of each half.
 constexpr u32 flat_length = (frame_length - short_length) / 2;  // 448 samples before or after a short slope
 
-// Sample times window value (Q23) times 2^7: x 2^16 w / 2^32.
-constexpr i32 windowed(i32 x, i32 window_q23) { return mulhi(x << 16, window_q23); }
+constexpr i32 window_one_q23 = 1 << 23;
 
-// out[p] = x[p] under the rising half-window that starts at p = begin.
-template <std::size_t N>
-void rise(History x, Block out, u32 begin, const i32 (&window)[N]) {
-    for (u32 p = 0; p < N; ++p) out[begin + p] = windowed(x[begin + p], window[p]);
+// The half window with a short slope: silence, slope, window value 1.
+HalfWindow short_slope(std::span<i32, frame_length> half) {
+    for (u32 p = 0; p < flat_length; ++p) {
+        half[p] = 0;
+        half[frame_length - 1 - p] = window_one_q23;
+    }
+    for (u32 p = 0; p < short_length; ++p) half[flat_length + p] = TAVIK_SSW[p];
+    return half;
 }
 
-template <std::size_t N>
-void fall(History x, Block out, u32 begin, const i32 (&window)[N]) {
-    for (u32 p = 0; p < N; ++p) out[begin + p] = windowed(x[begin + p], window[N - 1 - p]);
+// One half of a transition window on 1024 samples: with a long slope, or a short one with its flat part shifted.
+template <typename Sample, typename Store>
+inline void window_half(bool is_short_slope, u32 flat_shift, Sample sample, Store store) {
+    for (u32 p = 0; p < frame_length; ++p) {
+        if (!is_short_slope) {
+            store(p, windowed(sample(p), TAVIK_SLW[p]));
+        } else if (p < flat_length) {
+            store(p, 0);
+        } else if (p < flat_length + short_length) {
+            store(p, windowed(sample(p), TAVIK_SSW[p - flat_length]));
+        } else {
+            store(p, shift_left(sample(p) << 7, flat_shift));
+        }
+    }
 }
 
-// Window value 1: the sample times 2^7.
-void flat(History x, Block out, u32 begin, u32 count, u32 shift) {
-    for (u32 p = begin; p < begin + count; ++p) out[p] = shift_left(x[p] << 7, shift);
-}
-
-void silent(Block out, u32 begin, u32 count) {
-    for (u32 p = begin; p < begin + count; ++p) out[p] = 0;
-}
-
-void window_long_start(History x, Block out, u32 flat_shift) {
-    rise(x, out, 0, TAVIK_SLW);
-    flat(x, out, frame_length, flat_length, flat_shift);
-    fall(x, out, frame_length + flat_length, TAVIK_SSW);
-    silent(out, history_length - flat_length, flat_length);
-}
-
-void window_long_stop(History x, Block out, u32 flat_shift) {
-    silent(out, 0, flat_length);
-    rise(x, out, flat_length, TAVIK_SSW);
-    flat(x, out, flat_length + short_length, flat_length, flat_shift);
-    fall(x, out, frame_length, TAVIK_SLW);
+// A long block with its flat parts shifted, which the encoder does not ask for.
+void transform_shifted(History x, Block out, WindowSequence sequence, std::span<i32, frame_length> scratch,
+                       u32 flat_shift) {
+    constexpr u32 last = history_length - 1;
+    window_half(
+        sequence == WindowSequence::long_stop, flat_shift, [&](u32 p) { return x[p]; },
+        [&](u32 p, i32 value) { out[p] = value; });
+    window_half(
+        sequence == WindowSequence::long_start, flat_shift, [&](u32 p) { return x[last - p]; },
+        [&](u32 p, i32 value) { out[last - p] = value; });
+    mdct(out, scratch);
 }
 
 // Short block w covers x[448 + 128 w ... 703 + 128 w] and is staged at out[128 w]: over the upper half of the block
@@ -59,27 +64,27 @@ void transform_short_blocks(History x, Block out, std::span<i32, short_length> s
             block[p] = windowed(samples[p], TAVIK_SSW[p]);
             block[short_length + p] = windowed(samples[short_length + p], TAVIK_SSW[short_length - 1 - p]);
         }
-        mdct<short_length>(block, scratch);
+        mdct(block, scratch);
     }
 }
 
 }  // namespace
 
 void filter_bank(History x, Block out, WindowSequence sequence, std::span<i32, frame_length> scratch, u32 flat_shift) {
-    switch (sequence) {
-        case WindowSequence::only_long:
-            rise(x, out, 0, TAVIK_SLW);
-            fall(x, out, frame_length, TAVIK_SLW);
-            break;
-        case WindowSequence::long_start: window_long_start(x, out, flat_shift); break;
-        case WindowSequence::long_stop: window_long_stop(x, out, flat_shift); break;
-        case WindowSequence::eight_short: transform_short_blocks(x, out, scratch.first<short_length>()); return;
+    if (sequence == WindowSequence::eight_short) {
+        transform_short_blocks(x, out, scratch.first<short_length>());
+    } else if (flat_shift != 0) {
+        transform_shifted(x, out, sequence, scratch, flat_shift);
+    } else {
+        LongWindow window{TAVIK_SLW, TAVIK_SLW};
+        if (sequence == WindowSequence::long_start) window.fall = short_slope(out.last<frame_length>());
+        if (sequence == WindowSequence::long_stop) window.rise = short_slope(out.last<frame_length>());
+        kernels::long_mdct(x, window, out.first<frame_length>(), scratch);
     }
-    mdct<frame_length>(out, scratch);
 }
 
 void low_pass(Spectrum spectrum, u32 limit) {
-    for (u32 k = limit; k < frame_length; ++k) spectrum[k] = 0;
+    if (limit < frame_length) std::memset(&spectrum[limit], 0, (frame_length - limit) * sizeof(i32));
 }
 
 }  // namespace tavik

@@ -77,16 +77,14 @@ int32_t TAVIK_Encode(EncoderContext *context, const int16_t *pcm, uint32_t *samp
 }
 
 void TAVIK_ZOLF_srfft(int32_t *re, int32_t *im, int32_t n) {
-    if (n == 512) fft<512>(std::span<i32, 512>(re, 512), std::span<i32, 512>(im, 512));
-    if (n == 64) fft<64>(std::span<i32, 64>(re, 64), std::span<i32, 64>(im, 64));
+    if (n != 512 && n != 64) return;
+    const auto size = static_cast<std::size_t>(n);
+    fft(std::span<i32>(re, size), std::span<i32>(im, size));
 }
 
 void TAVIK_MDCT_FAST(int32_t *buf, uint32_t n, int32_t *scratch) {
-    if (n == 1024) {
-        mdct<1024>(std::span<i32, 2048>(buf, 2048), std::span<i32, 1024>(scratch, 1024));
-    } else {
-        mdct<128>(std::span<i32, 256>(buf, 256), std::span<i32, 128>(scratch, 128));
-    }
+    const std::size_t size = n == 1024 ? 1024 : 128;
+    mdct(std::span<i32>(buf, 2 * size), std::span<i32>(scratch, size));
 }
 
 void TAVIK_FilterBank(const int32_t *history, int32_t *out, int32_t window_sequence, int32_t *scratch, int32_t channel,
@@ -101,7 +99,8 @@ void TAVIK_FilterBank(const int32_t *history, int32_t *out, int32_t window_seque
 void TAVIK_LowPass(int32_t *spectrum, uint32_t limit) { low_pass(Spectrum(spectrum, frame_length), limit); }
 
 void TAVIK_CalcAttack(const int32_t *block, int32_t *peaks) {
-    measure_peaks(std::span<const i32, frame_length>(block, frame_length), std::span<i32, subblocks>(peaks, subblocks));
+    kernels::measure_peaks(std::span<const i32, frame_length>(block, frame_length),
+                           std::span<i32, subblocks>(peaks, subblocks));
 }
 
 uint32_t TAVIK_BlockSwitch(uint32_t sampling_rate_index, const int32_t *peaks, uint32_t *short_run_active,

@@ -6,31 +6,13 @@
 #include <algorithm>
 
 #include "interface/frame_pipeline.h"
+#include "interface/staging.h"
 
 namespace tavik {
 namespace {
 
 // Values of stream_state: input frames taken in, up to three, then the calls at the end of the input.
 enum StreamState : u32 { no_input = 0, one_frame = 1, two_frames = 2, steady = 3, first_flush = 4, all_delivered = 5 };
-
-void advance_delay_line(EncoderState &state) {
-    for (u32 channel = 0; channel < state.coding.num_channels; ++channel) {
-        i32 *older = state.time_history[channel].data();
-        i32 *newer = older + frame_length;
-        copy_elements(newer, frame_length, older);
-        copy_elements(state.lookahead_input[channel].data(), frame_length, newer);
-    }
-}
-
-// The first `count` samples of each channel, then silence.
-void fill_lookahead(EncoderState &state, const i16 *pcm, u32 count) {
-    const u32 channels = state.coding.num_channels;
-    for (u32 channel = 0; channel < channels; ++channel) {
-        auto &lookahead = state.lookahead_input[channel];
-        for (u32 i = 0; i < count; ++i) lookahead[i] = pcm[i * channels + channel];
-        std::fill(lookahead.begin() + count, lookahead.end(), 0);
-    }
-}
 
 // Moves the state on for a call with count 0; false when everything has been delivered.
 bool continue_end_of_input(EncoderState &state) {
@@ -76,8 +58,7 @@ i32 encode(EncoderState &state, const i16 *pcm, u32 &sample_count, u8 *output, u
     } else if (!continue_end_of_input(state)) {
         return result_other;
     }
-    advance_delay_line(state);
-    fill_lookahead(state, pcm, count);
+    stage_input(state, pcm, count);
 
     if (block_switching_starts(state)) state.coding.block_switching_active = 1;
     const auto previous_window_sequence = decide_windows(state);

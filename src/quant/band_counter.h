@@ -30,13 +30,14 @@ namespace portable {
 
 inline i32 quantize(u32 pow34, u32 gain) { return static_cast<i32>((pow34 * gain + q20_rounding) >> 20); }
 
-inline i32 with_sign_of(i32 magnitude, i32 x) { return x < 0 ? -magnitude : magnitude; }
+// (magnitude ^ sign) - sign, with the sign of x as 0 or -1
+inline i32 with_sign_of(i32 magnitude, i32 x) { return (magnitude ^ (x >> 31)) - (x >> 31); }
 
 // Codebooks 1 and 2: values -1 ... 1, which one threshold tells from 0.
 inline PairBits count_signed_quads(const BandLines &band, u32 gain) {
-    const u32 threshold = smallest_nonzero_pow34(gain);
+    const auto threshold = static_cast<i32>(smallest_nonzero_pow34(gain));
     for (u32 k = 0; k < band.count; ++k) {
-        band.quantized[k] = with_sign_of(band.pow34[k] >= threshold ? 1 : 0, band.spectrum[k]);
+        band.quantized[k] = with_sign_of(static_cast<i32>(band.pow34[k]) >= threshold ? 1 : 0, band.spectrum[k]);
     }
     PairBits bits = 0;
     for (u32 k = 0; k < band.count; k += 4) {

@@ -65,7 +65,7 @@ class SectionCounter {
 
 }  // namespace
 
-u32 count_bits(const RateBands &bands, const ChannelData &data, const Trial &trial) {
+u32 count_bits(const RateBands &bands, const ChannelData &data, Trial trial) {
     SectionCounter sections(trial.section_length);
     const u32 gain_base = scale_factor_base + trial.common_sf;
     u32 bits = 0;

@@ -31,6 +31,6 @@ inline constexpr u32 count_all = 0xFFFFFFFF;
 // spends on them. Codebooks and values of the coded bands are the trial's, except that bands of codebook 0 keep their
 // old values. overflow_bits as soon as a quantized magnitude exceeds 8191, `enough` or a little more as soon as there
 // are so many bits; codebooks and values are then incomplete.
-u32 count_bits(const RateBands &bands, const ChannelData &data, const Trial &trial);
+u32 count_bits(const RateBands &bands, const ChannelData &data, Trial trial);
 
 }  // namespace tavik

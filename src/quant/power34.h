@@ -12,19 +12,20 @@
 
 namespace tavik {
 
-// About floor((8 a)^(3/4)): exactly the floor of the table for a < 4096, within 0.6 % above. A magnitude of 2^23 or
-// more counts as 2^23 - 1. 0, or 4 ... 741381.
-//
-// With j = 0 for a < 4096, and above it the number of doublings from 2048, the table holds the power of
-// n = 8 a / 2^j as a mantissa m and an exponent e, and the result is m 2^(e - 23 + 3 j / 4).
+// 3/4 power of 8 a for a = 2^11 ... 2^23 - 1: with j doublings from the table's range, the table's power of 8 a / 2^j
+// times 2^(3 j / 4).
+inline u32 large_pow34(u32 a) {
+    const auto j = static_cast<u32>(std::bit_width(a)) - 12;
+    const u32 power_q11 = tables::pow34_q11[(a << 3 >> j) - tables::pow34_table_begin + tables::small_pow34_entries];
+    const u32 dropped = tables::pow34_dropped_bits[j];
+    return ((power_q11 >> dropped) * tables::pow34_scale[j]) >> (15 - dropped);
+}
+
+// About floor((8 a)^(3/4)): exactly the largest integer below it for 0 < a < 4096, within 0.6 % above. A magnitude of
+// 2^23 or more counts as 2^23 - 1. 0, or 4 ... 741381.
 inline u32 pow34(u32 a) {
     constexpr u32 largest = (1u << 23) - 1;
-    a = std::min(a, largest);
-    const auto j = static_cast<u32>(std::max(static_cast<i32>(std::bit_width(a)) - 12, 0));
-    const u32 entry = tables::pow34_table[a << 3 >> j];
-    const u32 dropped = tables::pow34_dropped_bits[j];  // so that the product fits 32 bits
-    const u32 product = (entry >> 8 >> dropped) * tables::pow34_scale[j];
-    return product >> (27 - (entry & 255) - dropped);
+    return a < tables::small_pow34_entries ? tables::small_pow34[a] : large_pow34(std::min(a, largest));
 }
 
 namespace portable {

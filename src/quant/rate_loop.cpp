@@ -68,8 +68,9 @@ class Trials {
     static constexpr u32 most_bits_of_silence = 39;  // three short groups of one section of 15 bands
 
     bool is_silent() const {
-        return std::all_of(bands_.begin(), bands_.end(),
-                           [&](const RateBand &band) { return data_.codebooks[band.entry] == 0; });
+        u32 codebooks = 0;
+        for (const RateBand &band : bands_) codebooks |= data_.codebooks[band.entry];
+        return codebooks == 0;
     }
 
     const RateBands &bands_;

@@ -1,7 +1,11 @@
 // Peaks, attack search and the window state machine.
+#include "filterbank/block_switching.h"
+
 #include <gtest/gtest.h>
 
 #include <array>
+#include <limits>
+#include <random>
 
 #include "tavik.h"
 
@@ -38,6 +42,25 @@ TEST(CalcAttack, LargestMagnitudeOfEachSubBlock) {
     TAVIK_CalcAttack(block.data(), peaks.data());
     EXPECT_EQ(peaks, (std::array<std::int32_t, 8>{300, 0, 0, 0, 0, 0, 0, 5}));
 }
+
+#if defined(__aarch64__)
+
+TEST(CalcAttack, TwinsAreEqual) {
+    std::mt19937 random(4);
+    for (int trial = 0; trial < 100; ++trial) {
+        std::array<std::int32_t, 1024> block{};
+        std::array<std::int32_t, 8> expected, peaks;
+        for (auto &x : block) x = static_cast<std::int32_t>(random()) >> (trial % 33 < 32 ? trial % 33 : 31);
+        block[random() % 1024] = std::numeric_limits<std::int32_t>::min();
+        block[random() % 1024] = std::numeric_limits<std::int32_t>::max();
+        if (trial == 0) block.fill(std::numeric_limits<std::int32_t>::min());
+        tavik::portable::measure_peaks(block, expected);
+        tavik::neon::measure_peaks(block, peaks);
+        EXPECT_EQ(peaks, expected);
+    }
+}
+
+#endif
 
 TEST(BlockSwitch, WindowSequencesFollowEachOther) {
     Detector detector;

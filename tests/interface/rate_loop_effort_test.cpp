@@ -15,8 +15,8 @@
 namespace tavik {
 
 // COUNT_BITS and RUN_RATE_LOOP: the symbols of the two functions.
-u32 real_count_bits(const RateBands &, const ChannelData &, const Trial &) __asm__("__real_" COUNT_BITS);
-u32 wrapped_count_bits(const RateBands &, const ChannelData &, const Trial &) __asm__("__wrap_" COUNT_BITS);
+u32 real_count_bits(const RateBands &, const ChannelData &, Trial) __asm__("__real_" COUNT_BITS);
+u32 wrapped_count_bits(const RateBands &, const ChannelData &, Trial) __asm__("__wrap_" COUNT_BITS);
 u32 real_run_rate_loop(CodingBlock &, const ChannelData &, u32) __asm__("__real_" RUN_RATE_LOOP);
 u32 wrapped_run_rate_loop(CodingBlock &, const ChannelData &, u32) __asm__("__wrap_" RUN_RATE_LOOP);
 
@@ -27,7 +27,7 @@ u32 most_counts = 0;  // of any
 
 }  // namespace
 
-u32 wrapped_count_bits(const RateBands &bands, const ChannelData &data, const Trial &trial) {
+u32 wrapped_count_bits(const RateBands &bands, const ChannelData &data, Trial trial) {
     ++counts;
     return real_count_bits(bands, data, trial);
 }
