@@ -4,6 +4,8 @@
 
 #include <algorithm>
 
+#include "tools/mid_side.h"
+
 namespace tavik {
 namespace {
 
@@ -19,24 +21,6 @@ constexpr MsThresholds thresholds_of(u32 sampling_rate_index) {
     return {19, 25, 50};
 }
 
-// Magnitude sums of a band: |l| + |r| and |l - r| of the halved lines, / 32.
-struct BandSums {
-    i32 both;
-    i32 side;
-};
-
-BandSums band_sums(ConstSpectrum left, ConstSpectrum right, u32 begin, u32 end) {
-    i32 both = 0;
-    i32 side = 0;
-    for (u32 k = begin; k < end; ++k) {
-        const i32 l = left[k] >> 1;
-        const i32 r = right[k] >> 1;
-        both = wrap_add(both, wrap_add(wrap_abs(l), wrap_abs(r)));
-        side = wrap_add(side, wrap_abs(wrap_sub(l, r)));
-    }
-    return {both >> 5, side >> 5};
-}
-
 // What the bands say together.
 struct Survey {
     MsMask mask = MsMask::all;  // per_band unless band 0, or no band, prefers left/right
@@ -47,9 +31,11 @@ struct Survey {
 
 Survey survey_bands(ConstSpectrum left, ConstSpectrum right, std::span<const u32> offsets, i32 side_factor,
                     std::span<u32> ms_used) {
+    std::array<BandSums, max_bands> sums_of_band;
+    kernels::band_sums(left, right, offsets.data(), std::span(sums_of_band).first(ms_used.size()));
     Survey survey;
     for (u32 b = 0; b < ms_used.size(); ++b) {
-        const BandSums sums = band_sums(left, right, offsets[b], offsets[b + 1]);
+        const BandSums sums = sums_of_band[b];
         const bool mid_side = wrap_mul(side_factor, sums.side) <= wrap_mul(10, sums.both);
         ms_used[b] = mid_side ? 1 : 0;
         if (mid_side) {
@@ -72,12 +58,14 @@ MsMask decide_mask(const Survey &survey, const MsThresholds &thresholds, u32 ban
     return survey.mask;
 }
 
-void transform_band(Spectrum left, Spectrum right, u32 begin, u32 end) {
-    for (u32 k = begin; k < end; ++k) {
-        const i32 mid = wrap_add(left[k], right[k]) >> 1;
-        const i32 side = wrap_sub(left[k], right[k]) >> 1;
-        left[k] = mid;
-        right[k] = side;
+// Transforms the bands that the mask selects, a run of neighbours at a time.
+void transform_bands(Spectrum left, Spectrum right, std::span<const u32> offsets, MsMask mask,
+                     std::span<const u32> ms_used) {
+    for (u32 b = 0; b < ms_used.size(); ++b) {
+        const u32 first = b;
+        while (b < ms_used.size() && (mask == MsMask::all || ms_used[b] != 0)) ++b;
+        const u32 lines = offsets[b] - offsets[first];
+        kernels::transform(left.subspan(offsets[first], lines), right.subspan(offsets[first], lines));
     }
 }
 
@@ -112,9 +100,7 @@ MsMask ms_stereo(Spectrum left, Spectrum right, u32 sampling_rate_index, std::sp
     const MsMask mask = decide_mask(survey, thresholds, max_sfb);
     if (mask == MsMask::none) return mask;
 
-    for (u32 b = 0; b < max_sfb; ++b) {
-        if (mask == MsMask::all || ms_used[b] != 0) transform_band(left, right, offsets[b], offsets[b + 1]);
-    }
+    transform_bands(left, right, offsets, mask, ms_used.first(max_sfb));
     const BitShares shares = bit_shares(mask, survey, tns_data_present);
     bits_target[0] = percent_of(shares.mid, bits_target[0]);
     bits_target[1] = percent_of(shares.side, bits_target[1]);

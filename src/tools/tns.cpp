@@ -1,5 +1,6 @@
-// Levinson-Durbin recursion in Q47 on normalised 64-bit values, quantization of the reflection coefficients as the
-// standard's 4-bit indices, and the moving-average filter whose inverse the decoder applies.
+// Levinson-Durbin recursion in Q47 on normalised 64-bit values, where a quick bound does not settle that prediction
+// gains little; quantization of the reflection coefficients as the standard's 4-bit indices; the direct form of the
+// moving-average filter whose inverse the decoder applies.
 #include "tools/tns.h"
 
 #include <algorithm>
@@ -15,19 +16,23 @@ using Autocorrelation = std::array<i64, tns_lags>;
 template <typename T>
 using Coefficients = std::array<T, tns_max_order>;
 
-// a b / 2^47 for Q47 values of any size, to about 47 significant bits: both are normalised to 2^46 ... 2^47 and split
-// at bit 24; the product of the low parts is left out.
-i64 q47_mul(i64 a, i64 b) {
-    const i32 exponent_a = q47_exponent(a);
-    const i32 exponent_b = q47_exponent(b);
-    const i64 normal_a = norm_shift(a, exponent_a);
-    const i64 normal_b = norm_shift(b, exponent_b);
-    constexpr i64 low_mask = 0xFFFFFF;
-    const i64 high_a = normal_a >> 24;
-    const i64 high_b = normal_b >> 24;
-    const i64 product =
-        2 * high_a * high_b + (((normal_b & low_mask) * high_a) >> 23) + (((normal_a & low_mask) * high_b) >> 23);
-    return norm_shift(product, -(exponent_a + exponent_b));
+// A Q47 value of any size as a factor: normalised to 2^46 ... 2^47 and split at bit 24.
+struct Factor {
+    i64 high;
+    i64 low;
+    i32 exponent;  // the shift that normalised it
+};
+
+Factor factor(i64 x) {
+    const i32 exponent = 47 - static_cast<i32>(std::bit_width(magnitude(x)));
+    const i64 normal = exponent >= 0 ? x << exponent : x >> -exponent;
+    return {normal >> 24, normal & 0xFFFFFF, exponent};
+}
+
+// a b / 2^47, to about 47 significant bits: the product of the low parts is left out.
+i64 q47_mul(const Factor &a, const Factor &b) {
+    const i64 product = 2 * a.high * b.high + ((b.low * a.high) >> 23) + ((a.low * b.high) >> 23);
+    return norm_shift(product, -(a.exponent + b.exponent));
 }
 
 // (a / b) 2^(q + 24), b != 0: the dividend has its top bit at 62, the divisor at 30.
@@ -63,22 +68,26 @@ void extend(Coefficients<i64> &a, u32 m, Scale scaled) {
     }
 }
 
-// Levinson-Durbin recursion to order 12 on a normalised autocorrelation; sums wrap at 64 bits.
-Prediction predict(const Autocorrelation &r) {
+// Levinson-Durbin recursion to order 12 on a normalised autocorrelation; sums wrap at 64 bits. One signal in ten comes
+// here: compiled for size.
+[[gnu::cold, gnu::noinline]] Prediction predict(const Autocorrelation &r) {
     constexpr i64 limit = (i64{1} << 47) - 1;  // |k| < 1
     Prediction result{{}, r[0]};
     Coefficients<i64> a{};
+    Coefficients<Factor> r_factors{};  // of r[1] on
     for (u32 m = 1; m <= tns_max_order; ++m) {
         i64 acc = r[m];
-        for (u32 i = 1; i < m; ++i) acc = wrap_add(acc, q47_mul(a[i - 1], r[m - i]));
+        for (u32 i = 1; i < m; ++i) acc = wrap_add(acc, q47_mul(factor(a[i - 1]), r_factors[m - i - 1]));
+        r_factors[m - 1] = factor(r[m]);
         i64 k = wrap_neg(acc);
         if (acc != 0 && result.error != 0) k = q47_div(k, result.error, 23);
         k = std::clamp(k, -limit, limit);
         result.reflection_q23[m - 1] = static_cast<i32>(k >> 24);
 
-        extend(a, m, [k](i64 other) { return q47_mul(k, other); });
+        const Factor by_k = factor(k);
+        extend(a, m, [by_k](i64 other) { return q47_mul(by_k, factor(other)); });
         a[m - 1] = k;
-        result.error = wrap_sub(result.error, q47_mul(result.error, q47_mul(k, k)));
+        result.error = wrap_sub(result.error, q47_mul(factor(result.error), factor(q47_mul(by_k, by_k))));
     }
     return result;
 }
@@ -100,8 +109,8 @@ i32 quantize_coefficient(i32 k_q23, i32 &index) {
     return TAVIK_sin_table_m[-index];
 }
 
-// Direct-form coefficients (Q24) of the filter with the given reflection coefficients (Q23).
-Coefficients<i32> direct_form(std::span<const i32> reflection_q23) {
+// Direct-form coefficients (Q24) of the filter with the given reflection coefficients (Q23); 0 behind the last.
+[[gnu::cold, gnu::noinline]] Coefficients<i32> direct_form(std::span<const i32> reflection_q23) {
     Coefficients<i64> b_q45{};
     for (u32 m = 1; m <= reflection_q23.size(); ++m) {
         const i64 k = reflection_q23[m - 1];
@@ -113,25 +122,9 @@ Coefficients<i32> direct_form(std::span<const i32> reflection_q23) {
     return c_q24;
 }
 
-// x[j] += sum of c[i - 1] x[j - i] / 2^24 over the unfiltered x, 0 before the range: from the top down, in place.
-void filter(std::span<i32> x, std::span<const i32> c_q24) {
-    for (std::size_t j = x.size(); j-- > 0;) {
-        i64 sum = 0;
-        for (std::size_t i = 1; i <= std::min(c_q24.size(), j); ++i) sum = wrap_add(sum, i64{c_q24[i - 1]} * x[j - i]);
-        x[j] = wrap_add(x[j], static_cast<i32>(sum >> 24));
-    }
-}
-
 bool fits_three_bits(i32 coef) { return coef >= -4 && coef <= 3; }
 
 }  // namespace
-
-void autocorrelation(std::span<const i32> x, std::span<i64, tns_lags> r) {
-    for (std::size_t lag = 0; lag < tns_lags; ++lag) {
-        r[lag] = 0;
-        for (std::size_t i = lag; i < x.size(); ++i) r[lag] = wrap_add(r[lag], i64{x[i - lag]} * x[i]);
-    }
-}
 
 void temporal_noise_shaping(TavikTnsData &tns, Spectrum spectrum, u32 sampling_rate_index, u32 band_count,
                             u32 coded_band_count) {
@@ -144,7 +137,7 @@ void temporal_noise_shaping(TavikTnsData &tns, Spectrum spectrum, u32 sampling_r
 
     Autocorrelation r;
     autocorrelation(range, r);
-    if (r[0] == 0) return;
+    if (r[0] == 0 || kernels::prediction_gain_is_low(r)) return;
     normalise(r);
     const Prediction prediction = predict(r);
     if (!prediction_pays(r[0], prediction.error)) return;
@@ -161,8 +154,7 @@ void temporal_noise_shaping(TavikTnsData &tns, Spectrum spectrum, u32 sampling_r
     tns.coef_compress = std::all_of(tns.coef, tns.coef + order, fits_three_bits) ? 1 : 0;
     if (order == 0) return;
 
-    const Coefficients<i32> c_q24 = direct_form(std::span(reflection_q23).first(order));
-    filter(range, std::span(c_q24).first(order));
+    kernels::shaping_filter(range, direct_form(std::span(reflection_q23).first(order)));
 }
 
 }  // namespace tavik

@@ -2,14 +2,12 @@
 #pragma once
 
 #include "interface/encoder_context.h"
-#include "tables/tns_tables.h"
+#include "tools/linear_prediction.h"
 
 namespace tavik {
 
-inline constexpr u32 tns_lags = tables::tns_max_order + 1;
-
 // r[l] = sum over i < x.size() - l of x[i] x[i + l]; 0 for a lag without terms.
-void autocorrelation(std::span<const i32> x, std::span<i64, tns_lags> r);
+inline void autocorrelation(std::span<const i32> x, std::span<i64, tns_lags> r) { kernels::autocorrelation(x, r); }
 
 // Where linear prediction across the upper spectrum gains more than 129/64 in energy, quantizes a filter of order up to
 // 12, filters that part of the spectrum in place and fills `tns`; else leaves both untouched. band_count: long-window
