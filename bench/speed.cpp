@@ -1,0 +1,204 @@
+// The program tavik_speed: encodes clips from memory and tells how fast, as multiples of real time, beside FFmpeg's own
+// AAC encoder if that is asked for; or lets qemu's plugin icount count the instructions. Only the encode calls are
+// inside what is measured.
+#include <dlfcn.h>
+#include <sched.h>
+#include <tavik.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cstdio>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "clip.h"
+#include "encoding_pass.h"
+
+namespace {
+
+using namespace tavik_bench;
+
+struct Options {
+    std::vector<std::string> files;
+    unsigned sample_rate = 44100;
+    unsigned channels = 2;
+    std::vector<unsigned> bit_rates{128000};  // of all channels together
+    unsigned repetitions = 5;
+    bool with_peer = false;
+    bool count_instructions = false;
+};
+
+// A clip that gives no bytes is a fault of the benchmark or of the encoder, not a result.
+void require_stream(std::size_t bytes) {
+    if (bytes == 0) throw std::runtime_error("nothing was encoded");
+}
+
+// ---- Instructions ----
+
+// See icount/icount.c.
+constexpr long mark = 0x7A61;
+constexpr long mark_start = 1;
+constexpr long mark_stop = 2;
+
+// Where the library is loaded.
+const void *library_origin() {
+    Dl_info info{};
+    if (dladdr(reinterpret_cast<const void *>(&TAVIK_Encode), &info) == 0) throw std::runtime_error("no library");
+    return info.dli_fbase;
+}
+
+void count_instructions(const std::vector<Clip> &clips, unsigned bit_rate) {
+    for (const Clip &clip : clips) {
+        const auto pass = make_tavik_pass(clip, bit_rate);
+        std::printf("clip %s bit_rate %u seconds %.3f\n", clip.name.c_str(), bit_rate, clip.seconds());
+        std::fflush(stdout);
+        syscall(mark, mark_start, library_origin());
+        const std::size_t bytes = pass->run();
+        syscall(mark, mark_stop, static_cast<long>(clip.seconds() * 1e6));
+        require_stream(bytes);
+    }
+}
+
+// ---- Time ----
+
+// The processor time of this thread, so that waiting for other programs does not count.
+double processor_seconds() {
+    timespec now{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
+    return static_cast<double>(now.tv_sec) + 1e-9 * static_cast<double>(now.tv_nsec);
+}
+
+// Keeps the thread on the core that it is on, so that both encoders run on the same one.
+void stay_on_core() {
+    const int core = sched_getcpu();
+    cpu_set_t cores;
+    CPU_ZERO(&cores);
+    CPU_SET(static_cast<std::size_t>(core), &cores);
+    if (core < 0 || sched_setaffinity(0, sizeof(cores), &cores) != 0) std::perror("cannot stay on one core");
+}
+
+// The times of one encoder with one clip, by repetition; those of several clips add up.
+struct Times {
+    std::vector<double> seconds;
+    double sum_of_medians = 0;
+    std::size_t bytes = 0;
+};
+
+double median(std::vector<double> values) {
+    std::sort(values.begin(), values.end());
+    const std::size_t middle = values.size() / 2;
+    return values.size() % 2 == 1 ? values[middle] : (values[middle - 1] + values[middle]) / 2;
+}
+
+void time_pass(EncodingPass &pass, Times &times) {
+    const double start = processor_seconds();
+    times.bytes = pass.run();
+    times.seconds.push_back(processor_seconds() - start);
+    require_stream(times.bytes);
+    times.sum_of_medians = median(times.seconds);
+}
+
+void add(Times &total, const Times &times) {
+    total.seconds.resize(times.seconds.size());
+    for (std::size_t i = 0; i < times.seconds.size(); ++i) total.seconds[i] += times.seconds[i];
+    total.sum_of_medians += times.sum_of_medians;
+    total.bytes += times.bytes;
+}
+
+// One line; the ratio is followed by the smallest and the largest ratio of a single repetition.
+void print_line(unsigned bit_rate, const std::string &name, double seconds, const Times &tavik, const Times &peer) {
+    std::printf("%7u  %-24s %8.1f x %9zu bytes", bit_rate, name.c_str(), seconds / tavik.sum_of_medians, tavik.bytes);
+    if (!peer.seconds.empty()) {
+        std::vector<double> ratios;
+        for (std::size_t i = 0; i < peer.seconds.size(); ++i) ratios.push_back(peer.seconds[i] / tavik.seconds[i]);
+        const auto [least, most] = std::minmax_element(ratios.begin(), ratios.end());
+        std::printf("   peer %8.1f x %9zu bytes   ratio %6.2f  %6.2f ... %.2f", seconds / peer.sum_of_medians,
+                    peer.bytes, peer.sum_of_medians / tavik.sum_of_medians, *least, *most);
+    }
+    std::printf("\n");
+    std::fflush(stdout);
+}
+
+void measure_speed(const std::vector<Clip> &clips, unsigned bit_rate, const Options &options) {
+    Times all_tavik;
+    Times all_peer;
+    double seconds = 0;
+    for (const Clip &clip : clips) {
+        Times tavik;
+        Times peer;
+        for (unsigned i = 0; i < options.repetitions; ++i) {
+            time_pass(*make_tavik_pass(clip, bit_rate), tavik);
+            if (options.with_peer) time_pass(*make_peer_pass(clip, bit_rate), peer);
+        }
+        print_line(bit_rate, clip.name, clip.seconds(), tavik, peer);
+        add(all_tavik, tavik);
+        add(all_peer, peer);
+        seconds += clip.seconds();
+    }
+    print_line(bit_rate, "all", seconds, all_tavik, all_peer);
+}
+
+// ---- Command line ----
+
+void describe(CLI::App &app, Options &options) {
+    app.add_option("FILES", options.files, "Raw 16-bit PCM, interleaved [ten synthetic seconds]")
+        ->option_text(" ")
+        ->check(CLI::ExistingFile);
+    app.add_option("--rate", options.sample_rate, "Sampling rate of the files in Hz")->capture_default_str();
+    app.add_option("--channels", options.channels, "Channels of the files")
+        ->capture_default_str()
+        ->check(CLI::Range(1, 2));
+    app.add_option("-b,--bitrate", options.bit_rates, "Bit/s of all channels together, one or several")
+        ->capture_default_str()
+        ->delimiter(',')
+        ->allow_extra_args(false);
+    app.add_option("-n,--repetitions", options.repetitions, "Runs of each clip")
+        ->capture_default_str()
+        ->check(CLI::PositiveNumber);
+    app.add_flag("--peer", options.with_peer, "Compare with FFmpeg's own encoder, its fast coder and one thread");
+    app.add_flag("--count-instructions", options.count_instructions,
+                 "Mark each run for qemu's plugin icount instead of taking the time");
+}
+
+std::vector<Clip> load_clips(const Options &options) {
+    std::vector<Clip> clips;
+    for (const std::string &file : options.files) {
+        clips.push_back(read_clip(file, options.sample_rate, options.channels));
+    }
+    if (clips.empty()) clips.push_back(synthetic_clip(options.sample_rate, options.channels));
+    return clips;
+}
+
+void measure(const Options &options) {
+    const std::vector<Clip> clips = load_clips(options);
+    if (options.with_peer && make_peer_pass(clips.front(), options.bit_rates.front()) == nullptr) {
+        throw std::runtime_error("built without libavcodec, so there is no peer");
+    }
+    stay_on_core();
+    for (const unsigned bit_rate : options.bit_rates) {
+        if (options.count_instructions) {
+            count_instructions(clips, bit_rate);
+        } else {
+            measure_speed(clips, bit_rate, options);
+        }
+    }
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+    Options options;
+    CLI::App app("Encodes clips from memory and tells how many times faster than real time.");
+    describe(app, options);
+    CLI11_PARSE(app, argc, argv);
+    try {
+        measure(options);
+    } catch (const std::exception &error) {
+        std::fprintf(stderr, "tavik_speed: %s\n", error.what());
+        return 1;
+    }
+    return 0;
+}

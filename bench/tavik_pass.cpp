@@ -1,0 +1,51 @@
+#include <tavik.h>
+
+#include <algorithm>
+#include <array>
+#include <stdexcept>
+
+#include "encoding_pass.h"
+
+namespace tavik_bench {
+namespace {
+
+class TavikPass : public EncodingPass {
+ public:
+    TavikPass(const Clip &clip, unsigned bit_rate) : clip_(clip) {
+        EncoderConfig config{};
+        config.channel_mode = clip.channels == 1 ? TAVIK_MODE_MONO : TAVIK_MODE_STEREO;
+        config.sample_rate = clip.sample_rate;
+        config.bit_rate = bit_rate / clip.channels;
+        if (TAVIK_Init(&context_, &config) != 0) {
+            throw std::runtime_error("configuration refused, status " + std::to_string(context_.status));
+        }
+    }
+
+    std::size_t run() override {
+        std::size_t bytes = 0;
+        std::size_t position = 0;
+        do {
+            const std::size_t left = clip_.samples_per_channel() - position;
+            auto samples = static_cast<std::uint32_t>(std::min<std::size_t>(left, TAVIK_FRAME_LENGTH));
+            std::uint32_t frame_bytes = 0;
+            TAVIK_Encode(&context_, clip_.pcm.data() + position * clip_.channels, &samples, frame_.data(),
+                         &frame_bytes);
+            position += samples;
+            bytes += frame_bytes;
+        } while (context_.status != TAVIK_STATUS_END_OF_STREAM);
+        return bytes;
+    }
+
+ private:
+    const Clip &clip_;
+    EncoderContext context_{};
+    std::array<std::uint8_t, TAVIK_MAX_FRAME_BYTES> frame_{};
+};
+
+}  // namespace
+
+std::unique_ptr<EncodingPass> make_tavik_pass(const Clip &clip, unsigned bit_rate) {
+    return std::make_unique<TavikPass>(clip, bit_rate);
+}
+
+}  // namespace tavik_bench
