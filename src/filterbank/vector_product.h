@@ -5,10 +5,10 @@
 
 namespace tavik {
 
-// mulhi(u, v). x86-64 has no vectors of signed products: there it is made from the product of the unsigned words, from
-// whose high word v goes off for u < 0, which the unsigned u exceeds by 2^32, and u for v < 0.
+// mulhi(u, v). x86-64 before SSE4.1 has no vectors of signed products: there it is made from the product of the
+// unsigned words, from whose high word v goes off for u < 0, which the unsigned u exceeds by 2^32, and u for v < 0.
 constexpr i32 vector_mulhi(i32 u, i32 v) {
-#if defined(__x86_64__)
+#if defined(__x86_64__) && !defined(__SSE4_1__)
     const auto a = static_cast<u32>(u);
     const auto b = static_cast<u32>(v);
     const auto high = static_cast<u32>((u64{a} * b) >> 32);

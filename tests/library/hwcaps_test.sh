@@ -1,0 +1,18 @@
+#!/usr/bin/env bash
+# The dynamic loader takes the library for the machine's level where it finds one, and that library gives the same bytes.
+# Usage: hwcaps_test.sh PROGRAM DIGESTS    PROGRAM prints the digests with the shared library beside its variants
+set -euo pipefail
+program=$1
+digests=$2
+loader=$(readelf -lW "$program" | sed -n 's/.*program interpreter: \(.*\)\]/\1/p')
+
+fail() {
+    echo "${0##*/}: $1" >&2
+    exit 1
+}
+
+if "$loader" --help | grep -q 'x86-64-v3 (supported'; then
+    ldd "$program" | grep -q 'glibc-hwcaps/x86-64-v3/libtavik' || fail "the loader does not take the variant"
+fi
+"$program" | cmp - "$digests" || fail "the machine's variant gives other bytes"
+"$loader" --glibc-hwcaps-mask '' "$program" | cmp - "$digests" || fail "the plain library gives other bytes"
