@@ -12,16 +12,16 @@ namespace neon {}
 namespace checked {}  // the fast twin, compared with the portable one at every call
 #if defined(TAVIK_CHECK_KERNELS)
 namespace kernels = checked;
+
+// Stops the program where the twins of a kernel differ.
+inline void require_equal(bool equal) {
+    if (!equal) __builtin_trap();
+}
 #else
 namespace kernels = neon;
 #endif
 #else
 namespace kernels = portable;
 #endif
-
-// Stops the program where the twins of a kernel differ.
-inline void require_equal(bool equal) {
-    if (!equal) __builtin_trap();
-}
 
 }  // namespace tavik

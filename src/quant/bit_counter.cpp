@@ -74,7 +74,8 @@ u32 count_bits(const RateBands &bands, const ChannelData &data, Trial trial) {
         const u32 gain_index = (gain_base + band.sf_offset) % 256;
         const u32 gain = TAVIK_ZOLF_ipow20[gain_index];
         const bool is_q20 = gain_index >= first_q20_gain;
-        const u64 largest = is_q20 ? (u64{band.peak} * gain + q20_rounding) >> 20 : gain_rule(gain_index)(band.peak);
+        u64 largest = (u64{band.peak} * gain + q20_rounding) >> 20;
+        if (!is_q20) largest = gain_rule(gain_index)(band.peak);
         if (largest > largest_quantized) return overflow_bits;
         BandCost cost{tables::zero_codebook, 0};
         if (largest != 0) {

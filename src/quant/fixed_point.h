@@ -58,7 +58,5 @@ constexpr i64 norm_shift(i64 v, i32 s) {
 // The shift that brings the highest set bit of |x| to bit 46 (to [0.5, 1) in Q47): -17 ... 46; 0 for x = 0.
 constexpr i32 q47_exponent(i64 x) { return x == 0 ? 0 : 47 - static_cast<i32>(std::bit_width(magnitude(x))); }
 
-// Index of the highest set bit of a non-zero value.
-constexpr u32 highest_bit(u32 x) { return static_cast<u32>(std::bit_width(x)) - 1; }
 
 }  // namespace tavik

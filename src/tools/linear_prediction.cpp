@@ -14,7 +14,7 @@ void sum_lags(std::span<const i32> x, std::span<i64, tns_lags> r) {
     constexpr std::size_t head = begin + count - 1;  // lines that lack some of the lags
     std::array<i64, count> sums{};
     const auto add = [&](std::size_t i, std::size_t lags) {
-        for (std::size_t k = 0; k < lags; ++k) sums[k] = wrap_add(sums[k], i64{x[i]} * x[i - begin - k]);
+        for (std::size_t k = 0; k < lags; ++k) sums[k] = wrap_add(sums[k], static_cast<i64>(x[i]) * x[i - begin - k]);
     };
     for (std::size_t i = begin; i < std::min(head, x.size()); ++i) add(i, i - begin + 1);
     for (std::size_t i = head; i < x.size(); ++i) add(i, count);
