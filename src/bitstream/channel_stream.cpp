@@ -23,7 +23,7 @@ struct HuffmanTable {
     const u32 *codewords;
 };
 
-void write_section_data(BitSink &sink, const CodingBlock &block, ConstBandArray codebooks, u32 channel) {
+void write_section_data(BitSink &sink, const CodingBlock &block, ConstCodebooks codebooks, u32 channel) {
     const SectionLengthField field =
         section_length_field(block.window_sequence[channel] != WindowSequence::eight_short);
     for (u32 g = 0; g < block.num_window_groups[channel]; ++g) {

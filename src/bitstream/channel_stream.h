@@ -12,7 +12,7 @@ inline constexpr u32 ics_flag_bits = 3;  // pulse_data_present, tns_data_present
 // One quantized channel, as the rate loop leaves it.
 struct CodedChannel {
     u32 global_gain;
-    ConstBandArray codebooks;
+    ConstCodebooks codebooks;
     ConstBandArray band_sf_offset;
     std::span<const i32, frame_length> quantized;
     ConstSpectrum spectrum;  // for the signs of values that are stored as magnitudes

@@ -33,7 +33,7 @@ void deduct(CodingBlock &block, u32 channel, u32 bits) {
 }
 
 // Runs the rate loop of a channel and writes its channel stream. `codebooks` is cleared, or holds another channel's.
-u32 code_channel(BitOutput out, CodingBlock &block, const FrameData &data, BandArray codebooks, u32 channel) {
+u32 code_channel(BitOutput out, CodingBlock &block, const FrameData &data, Codebooks codebooks, u32 channel) {
     const ConstSpectrum spectrum(data.spectrum + channel * history_length, frame_length);
     const ConstPow34 pow34(data.pow34 + channel * frame_length, frame_length);
     const ConstBandArray band_sf_offset = block.band_sf_offset[channel];
@@ -147,7 +147,7 @@ u32 write_channel_elements(BitOutput out, EncoderState &state, const FrameData &
 }  // namespace
 
 u32 write_single_channel_element(BitOutput out, CodingBlock &block, const FrameData &data, u32 share, u32 channel) {
-    std::array<u32, band_array_size> codebooks{};
+    std::array<u8, band_array_size> codebooks{};
     put_bits(out, channel, element_tag_bits);
     deduct(block, channel, share);
     deduct(block, channel, ics_info_bits(block.window_sequence[channel]));
@@ -156,7 +156,7 @@ u32 write_single_channel_element(BitOutput out, CodingBlock &block, const FrameD
 }
 
 u32 write_channel_pair_element(BitOutput out, CodingBlock &block, const FrameData &data, u32 share) {
-    std::array<u32, band_array_size> codebooks{};
+    std::array<u8, band_array_size> codebooks{};
     u32 bits = write_pair_side_info(out, block);
     deduct_from_pair(block, share, bits);
     for (u32 channel = 0; channel < 2; ++channel) bits += code_channel(out, block, data, codebooks, channel);

@@ -52,6 +52,15 @@ FrameData frame_data(const i32 *spectrum, const u32 *pow34_spectrum, i32 *quanti
     return {spectrum, pow34_spectrum, std::span<i32, frame_length>(quantized, frame_length)};
 }
 
+using CodebookBytes = std::array<u8, band_array_size>;
+
+// Codebooks as the library holds them; callers have a word for each.
+CodebookBytes narrow_codebooks(const u32 *codebooks) {
+    CodebookBytes bytes;
+    for (u32 i = 0; i < band_array_size; ++i) bytes[i] = static_cast<u8>(codebooks[i]);
+    return bytes;
+}
+
 }  // namespace
 
 extern "C" {
@@ -139,12 +148,13 @@ void TAVIK_PreQuant(TavikCodingBlock *block, uint32_t *pow34_out, const int32_t 
 void TAVIK_Quantize(TavikCodingBlock *block, const int32_t *spectrum, uint32_t *global_gain,
                     const uint32_t *band_sf_offset, uint32_t *codebooks, int32_t *quantized,
                     const uint32_t *pow34_spectrum, uint32_t channel) {
-    *global_gain =
-        run_rate_loop(*block,
-                      {ConstSpectrum(spectrum, frame_length), ConstPow34(pow34_spectrum, frame_length),
-                       ConstBandArray(band_sf_offset, band_array_size), BandArray(codebooks, band_array_size),
-                       std::span<i32, frame_length>(quantized, frame_length)},
-                      channel);
+    CodebookBytes bytes = narrow_codebooks(codebooks);
+    *global_gain = run_rate_loop(
+        *block,
+        {ConstSpectrum(spectrum, frame_length), ConstPow34(pow34_spectrum, frame_length),
+         ConstBandArray(band_sf_offset, band_array_size), bytes, std::span<i32, frame_length>(quantized, frame_length)},
+        channel);
+    for (u32 i = 0; i < band_array_size; ++i) codebooks[i] = bytes[i];
 }
 
 void TAVIK_ZOLF_PutBit(uint8_t *buffer, uint32_t *bits_left, uint32_t *current_byte, uint32_t *bit_count,
@@ -181,9 +191,10 @@ uint32_t TAVIK_WritePCE(const TavikProgramConfig *program_config, uint8_t *buffe
 uint32_t TAVIK_WriteICS(const TavikCodingBlock *block, uint32_t global_gain, const uint32_t *codebooks,
                         const uint32_t *band_sf_offset, const int32_t *quantized, const int32_t *spectrum,
                         uint8_t *buffer, BitWriter *writer, uint32_t scale_factor_grouping, uint32_t channel) {
-    const CodedChannel coded{
-        global_gain, ConstBandArray(codebooks, band_array_size), ConstBandArray(band_sf_offset, band_array_size),
-        std::span<const i32, frame_length>(quantized, frame_length), ConstSpectrum(spectrum, frame_length)};
+    const CodebookBytes bytes = narrow_codebooks(codebooks);
+    const CodedChannel coded{global_gain, bytes, ConstBandArray(band_sf_offset, band_array_size),
+                             std::span<const i32, frame_length>(quantized, frame_length),
+                             ConstSpectrum(spectrum, frame_length)};
     return write_channel_stream({buffer, *writer}, *block, coded, scale_factor_grouping, channel);
 }
 

@@ -41,6 +41,8 @@ using Pow34 = std::span<u32, frame_length>;
 using ConstPow34 = std::span<const u32, frame_length>;
 using BandArray = std::span<u32, band_array_size>;  // group-major: entry max_bands x group + band
 using ConstBandArray = std::span<const u32, band_array_size>;
+using Codebooks = std::span<u8, band_array_size>;  // likewise; 0 ... 11
+using ConstCodebooks = std::span<const u8, band_array_size>;
 
 // Layout, targets and results of the frame being coded, then the values fixed by TAVIK_Init and those that the frame
 // driver carries from frame to frame. Mono uses entry 0 of each PerChannel array.

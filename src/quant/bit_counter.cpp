@@ -79,14 +79,14 @@ u32 count_bits(const RateBands &bands, const ChannelData &data, Trial trial) {
         if (largest > largest_quantized) return overflow_bits;
         BandCost cost{tables::zero_codebook, 0};
         if (largest != 0) {
-            const BandLines lines{&data.pow34[band.begin], &data.spectrum[band.begin], &data.quantized[band.begin],
-                                  band.width};
+            const BandLines lines{&data.pow34[band.begin()], &data.spectrum[band.begin()],
+                                  &data.quantized[band.begin()], band.width()};
             cost = is_q20 && largest <= largest_of_32_bit_products ? count_band(lines, gain, static_cast<u32>(largest))
                                                                    : count_large_band(lines, gain_rule(gain_index));
             bits += cost.bits + TAVIK_ZOLF_huff120[band.sf_offset - previous_offset + tables::scale_factor_bias];
             previous_offset = band.sf_offset;
         }
-        data.codebooks[band.entry] = cost.codebook;
+        data.codebooks[band.entry] = static_cast<u8>(cost.codebook);
         bits += sections.add(cost.codebook, band.starts_group != 0);
         if (bits >= trial.enough) return bits;
     }

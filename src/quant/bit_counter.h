@@ -14,7 +14,7 @@ struct ChannelData {
     ConstSpectrum spectrum;  // for signs only
     ConstPow34 pow34;
     ConstBandArray band_sf_offset;
-    BandArray codebooks;                     // out: 0 ... 11 per coded band
+    Codebooks codebooks;                     // out, per coded band
     std::span<i32, frame_length> quantized;  // out: signed in bands of codebooks 1, 2, 5, 6; magnitudes elsewhere
 };
 

@@ -58,5 +58,4 @@ constexpr i64 norm_shift(i64 v, i32 s) {
 // The shift that brings the highest set bit of |x| to bit 46 (to [0.5, 1) in Q47): -17 ... 46; 0 for x = 0.
 constexpr i32 q47_exponent(i64 x) { return x == 0 ? 0 : 47 - static_cast<i32>(std::bit_width(magnitude(x))); }
 
-
 }  // namespace tavik

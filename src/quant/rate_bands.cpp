@@ -4,16 +4,19 @@
 
 namespace tavik {
 
-RateBands::RateBands(const CodingBlock &block, ConstPow34 pow34, ConstBandArray band_sf_offset, u32 channel) {
+RateBands gather_rate_bands(const CodingBlock &block, ConstPow34 pow34, ConstBandArray band_sf_offset, u32 channel) {
+    RateBands gathered;
+    gathered.count = 0;
     for (const Band band : CodedBands(block, channel, block.sfb_offset_start[channel])) {
-        const u32 entry = band.entry();
-        bands_[count_++] = {kernels::largest(pow34.subspan(band.begin, band.width)),
-                            static_cast<u16>(band.begin),
-                            static_cast<u16>(band.width),
-                            static_cast<u8>(entry),
-                            static_cast<u8>(band_sf_offset[entry]),
-                            static_cast<u8>(band.number == 0)};
+        RateBand &entry = gathered.bands[gathered.count++];
+        entry.peak = kernels::largest(pow34.subspan(band.begin, band.width));
+        entry.begin_4 = static_cast<u8>(band.begin / 4);
+        entry.width_4 = band.width / 4 & 0x7F;
+        entry.starts_group = band.number == 0 ? 1 : 0;
+        entry.entry = static_cast<u8>(band.entry());
+        entry.sf_offset = static_cast<u8>(band_sf_offset[band.entry()]);
     }
+    return gathered;
 }
 
 }  // namespace tavik

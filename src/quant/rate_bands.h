@@ -7,24 +7,25 @@ namespace tavik {
 
 struct RateBand {
     u32 peak;  // largest 3/4 power
-    u16 begin;
-    u16 width;
-    u8 entry;         // in band arrays
-    u8 sf_offset;     // 0 ... 18
-    u8 starts_group;  // 1: the first of its window group
+    u8 begin_4;
+    u8 width_4 : 7;       // up to 64
+    u8 starts_group : 1;  // the first of its window group
+    u8 entry;             // in band arrays
+    u8 sf_offset;         // 0 ... 18
+
+    u32 begin() const { return 4 * u32{begin_4}; }  // first coefficient
+    u32 width() const { return 4 * u32{width_4}; }
 };
 
 // Up to 51 bands of a long block, or 15 in each of up to 3 groups.
-class RateBands {
- public:
-    RateBands(const CodingBlock &block, ConstPow34 pow34, ConstBandArray band_sf_offset, u32 channel);
+struct RateBands {
+    std::array<RateBand, max_bands> bands;
+    u32 count;
 
-    const RateBand *begin() const { return bands_.data(); }
-    const RateBand *end() const { return bands_.data() + count_; }
-
- private:
-    std::array<RateBand, max_bands> bands_;
-    u32 count_ = 0;
+    const RateBand *begin() const { return bands.data(); }
+    const RateBand *end() const { return bands.data() + count; }
 };
+
+RateBands gather_rate_bands(const CodingBlock &block, ConstPow34 pow34, ConstBandArray band_sf_offset, u32 channel);
 
 }  // namespace tavik

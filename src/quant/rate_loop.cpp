@@ -55,7 +55,7 @@ class Trials {
             count_bits(bands_, data_, {common_sf, section_length_, count_all});
         for (const RateBand &band : bands_) {
             if (data_.codebooks[band.entry] != 0) continue;
-            std::memset(&data_.quantized[band.begin], 0, band.width * sizeof data_.quantized[0]);
+            std::memset(&data_.quantized[band.begin()], 0, band.width() * sizeof data_.quantized[0]);
         }
     }
 
@@ -96,7 +96,7 @@ u32 silence(CodingBlock &block, const ChannelData &data, u32 channel) {
 u32 run_rate_loop(CodingBlock &block, const ChannelData &data, u32 channel) {
     if (block.has_signal[channel] != 1) return silence(block, data, channel);
 
-    const RateBands bands(block, data.pow34, data.band_sf_offset, channel);
+    const RateBands bands = gather_rate_bands(block, data.pow34, data.band_sf_offset, channel);
     const RateTarget target{block.bits_target[channel], block.bits_tolerance[channel]};
     Trials trials(bands, data, section_length_field(block.num_window_groups[channel] == 1),
                   bits_that_are_enough(target));

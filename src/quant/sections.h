@@ -22,11 +22,11 @@ constexpr SectionLengthField section_length_field(bool long_block) {
 
 // Calls visit(codebook, bands) for each section of the group whose first `max_sfb` codebooks are given.
 template <typename Visitor>
-void for_each_section(std::span<const u32> codebooks, Visitor visit) {
+void for_each_section(std::span<const u8> codebooks, Visitor visit) {
     for (std::size_t begin = 0; begin < codebooks.size();) {
         std::size_t end = begin + 1;
         while (end < codebooks.size() && codebooks[end] == codebooks[begin]) ++end;
-        visit(codebooks[begin], static_cast<u32>(end - begin));
+        visit(u32{codebooks[begin]}, static_cast<u32>(end - begin));
         begin = end;
     }
 }

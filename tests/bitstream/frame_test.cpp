@@ -178,7 +178,7 @@ void expect_counted_is_written(const tavik::EncoderState &state, const Frame &fr
         const auto &offsets = block.band_sf_offset[channel];
         EXPECT_EQ(written.global_gain, 100 + block.common_sf[channel] + (block.has_signal[channel] ? offsets[0] : 0));
         if (block.has_signal[channel] == 0) continue;
-        std::array<tavik::u32, tavik::band_array_size> codebooks{};
+        std::array<tavik::u8, tavik::band_array_size> codebooks{};
         std::array<tavik::i32, 1024> quantized{};
         const auto bits = tavik_test::full_count(block, block.common_sf[channel],
                                                  {std::span(state.spectrum[channel]).first<1024>(),

@@ -18,7 +18,8 @@ struct Channel {
     CodingBlock block{};
     std::array<i32, 1024> spectrum{};
     std::array<u32, 1024> pow34{};
-    std::array<u32, band_array_size> offsets{}, codebooks{};
+    std::array<u32, band_array_size> offsets{};
+    std::array<u8, band_array_size> codebooks{};
     std::array<i32, 1024> quantized{};
 
     Channel(u32 bands, u32 width, std::array<u32, 3> groups = {1, 0, 0}) {

@@ -42,9 +42,12 @@ struct Loop {
     }
 
     u32 recount() {
-        return tavik_test::full_count(
+        std::array<u8, band_array_size> recounted{};
+        const u32 bits = tavik_test::full_count(
             block, block.common_sf[0],
-            {first_half(state.spectrum[0]), state.pow34_spectrum[0], block.band_sf_offset[0], codebooks, quantized}, 0);
+            {first_half(state.spectrum[0]), state.pow34_spectrum[0], block.band_sf_offset[0], recounted, quantized}, 0);
+        std::ranges::copy(recounted, codebooks.begin());
+        return bits;
     }
 
     bool is_silent() const {
