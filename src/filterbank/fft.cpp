@@ -71,13 +71,16 @@ void store(i32 *re, i32 *im, u32 quarter, const Quarters &y) {
     re[3 * quarter] = y.x3.re, im[3 * quarter] = y.x3.im;
 }
 
-// The step for `run` values of i, from pointers to each quarter, with the table's rotations.
+// The step for `run` values of i, from pointers to each quarter. Their rotations are `stride` apart, six kinds of them
+// `kind` apart.
 void step_run(i32 *__restrict re0, i32 *__restrict re1, i32 *__restrict re2, i32 *__restrict re3, i32 *__restrict im0,
-              i32 *__restrict im1, i32 *__restrict im2, i32 *__restrict im3, const i32 *__restrict rotation, u32 run) {
+              i32 *__restrict im1, i32 *__restrict im2, i32 *__restrict im3, const i32 *__restrict rotation, u32 stride,
+              u32 kind, u32 run) {
     for (u32 i = 0; i < run; ++i) {
         const Quarters y = split({{re0[i], im0[i]}, {re1[i], im1[i]}, {re2[i], im2[i]}, {re3[i], im3[i]}});
-        const Complex first = rotate(y.x2, rotation[i], rotation[run + i], rotation[2 * run + i]);
-        const Complex third = rotate(y.x3, rotation[3 * run + i], rotation[4 * run + i], rotation[5 * run + i]);
+        const i32 *__restrict by = rotation + i * stride;
+        const Complex first = rotate(y.x2, by[0], by[kind], by[2 * kind]);
+        const Complex third = rotate(y.x3, by[3 * kind], by[4 * kind], by[5 * kind]);
         re0[i] = y.x0.re, im0[i] = y.x0.im;
         re1[i] = y.x1.re, im1[i] = y.x1.im;
         re2[i] = first.re, im2[i] = first.im;
@@ -96,13 +99,15 @@ void step(i32 *re, i32 *im, u32 size) {
     const u32 quarter = size / 4;
     const u32 middle = size / 8;
     const Quarters y = step_with_eighth_turns(load(re + middle, im + middle, quarter));
-    const u32 run = tables::rotation_run(size);
+    const u32 stride = tables::rotation_stride(size);
+    const u32 kind = tables::rotation_run(size);
+    const u32 run = kind / stride;
     const i32 *rotation = tables::fft_rotations.data() + tables::fft_rotations_begin(size);
-    for (u32 i = 0; i < quarter; i += run, rotation += 6 * run) {
+    for (u32 i = 0; i < quarter; i += run, rotation += 6 * kind) {
         i32 *r = re + i;
         i32 *m = im + i;
         step_run(r, r + quarter, r + 2 * quarter, r + 3 * quarter, m, m + quarter, m + 2 * quarter, m + 3 * quarter,
-                 rotation, run);
+                 rotation, stride, kind, run);
     }
     store(re + middle, im + middle, quarter, y);
 }

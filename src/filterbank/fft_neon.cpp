@@ -46,9 +46,10 @@ struct Rotations {
     int32x4_t c, p, q;
 };
 
-Rotations load_rotations(const i32 *entry) {
-    const int32x4x3_t x = vld1q_s32_x3(entry);
-    return {x.val[0], x.val[1], x.val[2]};
+Rotations load_rotations(const i32 *entry) { return {vld1q_s32(entry), vld1q_s32(entry + 4), vld1q_s32(entry + 8)}; }
+
+Rotations every_second(const Rotations &low, const Rotations &high) {
+    return {vuzp1q_s32(low.c, high.c), vuzp1q_s32(low.p, high.p), vuzp1q_s32(low.q, high.q)};
 }
 
 // x e^(-j a) in three multiplications, as the portable version does it. Within the headroom mulhi(x << 2, c) is
@@ -102,18 +103,28 @@ struct Quarters {
 // The table has the rotations of four neighbours, by a and then by 3 a, together.
 constexpr u32 half_entry = 3 * tables::rotation_run(0);
 
-// A step of size L >= 32.
+// A step of size L. Its quad with i = L/8 has that in lane 0, or, when it is the only one, in lane 2.
 void step(i32 *z, u32 size, const i32 *rotation) {
+    const bool takes_every_second = tables::rotation_stride(size) == 2;
     Quarters x(z, quad_re(size / 4));
     const i32 *end = x.x1;
-    const i32 *middle = z + quad_re(size / 8) + quad_words;
+    const i32 *behind_middle = z + quad_re(size / 8) / quad_words * quad_words + quad_words;
     do {
-        const Rotations once = load_rotations(rotation);
-        rotation += half_entry;
-        const Rotations thrice = load_rotations(rotation);
-        rotation += half_entry;
+        Rotations once = load_rotations(rotation);
+        Rotations thrice = load_rotations(rotation + half_entry);
+        rotation += 2 * half_entry;
+        if (takes_every_second) {
+            once = every_second(once, load_rotations(rotation));
+            thrice = every_second(thrice, load_rotations(rotation + half_entry));
+            rotation += 2 * half_entry;
+        }
         const Quarters::Odd before = x.step(once, thrice);
-        if (x.x0 == middle) x.complete_eighth_turns<0>(before);
+        if (x.x0 != behind_middle) continue;
+        if (size == 16) {
+            x.complete_eighth_turns<2>(before);
+        } else {
+            x.complete_eighth_turns<0>(before);
+        }
     } while (x.x0 != end);
 }
 
@@ -135,28 +146,31 @@ void transform_4(Quad *x) {
     butterfly(x[0], x[1]);
 }
 
-void transform_8(Quad *x) {
-    butterfly(x[0], x[4]);
-    butterfly(x[1], x[5]);
-    butterfly(x[2], x[6]);
-    butterfly(x[3], x[7]);
-    turn(x[4], x[6]);
-    turn(x[5], x[7]);
-    x[5] = {scaled_sum(x[5]), scaled_difference(x[5])};
-    x[7] = {scaled_difference(x[7]), vqdmulhq_n_s32(vaddq_s32(x[7].re, x[7].im), -cos_eighth_turn_q31)};
+// A transform of 8 values, or of 4 and 4.
+void transform_block(Quad *x, bool is_transform_of_8) {
+    if (is_transform_of_8) {
+        butterfly(x[0], x[4]);
+        butterfly(x[1], x[5]);
+        butterfly(x[2], x[6]);
+        butterfly(x[3], x[7]);
+        turn(x[4], x[6]);
+        turn(x[5], x[7]);
+        x[5] = {scaled_sum(x[5]), scaled_difference(x[5])};
+        x[7] = {scaled_difference(x[7]), vqdmulhq_n_s32(vaddq_s32(x[7].re, x[7].im), -cos_eighth_turn_q31)};
+        butterfly(x[4], x[5]);
+        butterfly(x[6], x[7]);
+    } else {
+        transform_4(x + 4);
+    }
     transform_4(x);
-    butterfly(x[4], x[5]);
-    butterfly(x[6], x[7]);
 }
 
 constexpr u32 block_words = 2 * quad_words;
 constexpr u32 groups = 16;  // of blocks b, b + 16, b + 32, b + 48
 
-// Transforms the four blocks of group b, each as 8 or as 4 and 4 values. In the lanes' order, t = 0, 2, 1, 3, value j
-// of all belongs to four neighbouring outputs: bitreverse(8 (16 t + b) + j) = 64 bitreverse(j) + 4 bitreverse(b) +
-// bitreverse(t).
-template <u32 Size>
-void transform_group(const i32 *z, i32 *out, u32 b) {
+// Transforms the four blocks of group b. In the lanes' order, t = 0, 2, 1, 3, value j of all belongs to four
+// neighbouring outputs: bitreverse(8 (16 t + b) + j) = 64 bitreverse(j) + 4 bitreverse(b) + bitreverse(t).
+void transform_group(const i32 *z, i32 *out, u32 b, bool is_transform_of_8) {
     constexpr u32 distance = groups * block_words;
     const i32 *from = z + b * block_words;
     int32x4x4_t v0 = vld1q_s32_x4(from);
@@ -169,12 +183,7 @@ void transform_group(const i32 *z, i32 *out, u32 b) {
     transpose(v0.val[3], v1.val[3], v2.val[3], v3.val[3]);
     Quad x[8] = {{v0.val[0], v0.val[1]}, {v1.val[0], v1.val[1]}, {v2.val[0], v2.val[1]}, {v3.val[0], v3.val[1]},
                  {v0.val[2], v0.val[3]}, {v1.val[2], v1.val[3]}, {v2.val[2], v2.val[3]}, {v3.val[2], v3.val[3]}};
-    if constexpr (Size == 8) {
-        transform_8(x);
-    } else {
-        transform_4(x);
-        transform_4(x + 4);
-    }
+    transform_block(x, is_transform_of_8);
     i32 *to = out + quad_re(4) * tables::reversed_4_bits[b];
     for (const u32 j : tables::reversed_3_bits) {
         store(to, x[j]);
@@ -185,26 +194,14 @@ void transform_group(const i32 *z, i32 *out, u32 b) {
 }  // namespace
 
 void neon::fft_512(std::span<i32, fft_512_words> z, std::span<i32, fft_512_words> out) {
-    for (u32 size = 512; size >= 32; size /= 2) {
+    for (u32 size = 512; size >= tables::smallest_rotated_step; size /= 2) {
         const i32 *rotation = tables::fft_rotations.data() + tables::fft_rotations_begin(size);
         for_each_transform(512, size, [&](u32 p) { step(z.data() + 2 * p, size, rotation); });
     }
-    const Rotations once = load_rotations(tables::fft_rotations.data());
-    const Rotations thrice = load_rotations(tables::fft_rotations.data() + half_entry);
-    for_each_transform(512, 16, [&](u32 p) {
-        Quarters x(z.data() + 2 * p, quad_words);
-        x.complete_eighth_turns<2>(x.step(once, thrice));
-    });
-    for (u32 b = 0; b < groups; ++b) {
-        if (is_transform(b)) {
-            transform_group<8>(z.data(), out.data(), b);
-        } else {
-            transform_group<4>(z.data(), out.data(), b);
-        }
-    }
+    for (u32 b = 0; b < groups; ++b) transform_group(z.data(), out.data(), b, is_transform(b));
     // All groups are of one kind but the last, where block 31 is two transforms of 4 between transforms of 8.
     constexpr u32 last = groups - 1;
-    transform_group<4>(z.data(), z.data(), last);
+    transform_group(z.data(), z.data(), last, false);
     for (u32 n = 4 * last + 2; n < 512; n += 64) {
         out[quad_re(n)] = z[quad_re(n)];
         out[neon::quad_im(n)] = z[neon::quad_im(n)];

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <array>
+#include <bit>
 
 #include "tables/trigonometry.h"
 
@@ -11,25 +12,42 @@ namespace tavik::tables {
 // value, so it stays.
 inline constexpr i32 cos_eighth_turn_q31 = 0x5A827B70;
 
-// Rotations of the FFT steps of size L = 16, 32 ... 512 by a = 2 pi i / L and by 3 a, i < L/4, Q30, step after step in
-// one array. A step has six runs, c1 = cos a, p1 = -(cos a + sin a), q1 = sin a - cos a, then c3, p3, q3 of 3 a, for
-// every rotation_run() values of i: four where vectors are loaded one by one, otherwise all.
+// Rotations of the FFT steps of size L = 16, 32 ... 512 by a = 2 pi i / L and by 3 a, i < L/4, Q30. Six values each,
+// c1 = cos a, p1 = -(cos a + sin a), q1 = sin a - cos a, then c3, p3, q3 of 3 a. Those of some neighbours lie together:
+// as many values of c1, then of p1 ... On AArch64 these are four neighbours, and only the steps of 512, 128 and 32 have
+// rotations of their own: those of half the size are every second one of them. Elsewhere they are a whole step, of
+// every size.
 inline constexpr u32 smallest_rotated_step = 16;
 inline constexpr u32 largest_step = 512;
 
-constexpr u32 rotation_run([[maybe_unused]] u32 step) {
+constexpr bool every_step_has_rotations =
 #if defined(__aarch64__)
-    return 4;
+    false;
 #else
-    return step / 4;
+    true;
 #endif
+
+// The step whose rotations one of this size takes, 1 or `rotation_stride` apart.
+constexpr u32 step_with_rotations(u32 step) {
+    return every_step_has_rotations || std::countr_zero(step) % 2 == 1 ? step : 2 * step;
+}
+constexpr u32 rotation_stride(u32 step) { return step_with_rotations(step) == step ? 1 : 2; }
+
+// How many neighbours lie together.
+constexpr u32 rotation_run([[maybe_unused]] u32 step) { return every_step_has_rotations ? step / 4 : 4; }
+
+// Where the rotations of a step begin. Those of its quarter, or of its half, lie before them, and so on.
+constexpr u32 fft_rotations_begin(u32 step) {
+    const u32 own = step_with_rotations(step);
+    return every_step_has_rotations ? (own - smallest_rotated_step) * 6 / 4 : (own - 2 * smallest_rotated_step) / 2;
 }
 
-constexpr u32 fft_rotations_begin(u32 step) { return (step - smallest_rotated_step) * 6 / 4; }
+inline constexpr u32 fft_rotations_size = fft_rotations_begin(largest_step) + largest_step / 4 * 6;
 
-consteval std::array<i32, fft_rotations_begin(2 * largest_step)> make_fft_rotations() {
-    std::array<i32, fft_rotations_begin(2 * largest_step)> table{};
+consteval std::array<i32, fft_rotations_size> make_fft_rotations() {
+    std::array<i32, fft_rotations_size> table{};
     for (u32 step = smallest_rotated_step; step <= largest_step; step *= 2) {
+        if (step_with_rotations(step) != step) continue;
         const u32 run = rotation_run(step);
         for (u32 i = 0; i < step / 4; ++i) {
             for (u32 quarter = 0; quarter < 2; ++quarter) {  // angles a and 3 a
@@ -52,11 +70,6 @@ consteval std::array<i32, fft_rotations_begin(2 * largest_step)> make_fft_rotati
 // At i = L/8 the entries are those of an eighth turn: c1 = cos(pi / 4), q1 = 0, c3 = -c1, p3 = 0. With them re of the
 // first and im of the second rotation come out as products of one rounding, as they have to.
 inline constexpr std::array fft_rotations = make_fft_rotations();
-
-static_assert(std::array{fft_rotations[1], fft_rotations[5], fft_rotations[9]} ==
-              std::array{992008094, -1402911301, -581104888});  // L = 16, i = 1: a
-static_assert(std::array{fft_rotations[15], fft_rotations[19], fft_rotations[23]} ==
-              std::array{-992008094, 1402911301, 581104888});  // i = 3: 3 a
 
 template <std::size_t Bits>
 consteval std::array<u8, std::size_t{1} << Bits> bit_reversal() {

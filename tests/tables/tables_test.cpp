@@ -72,15 +72,24 @@ TEST(Tables, WindowsAndRotationsAreRoundedToNearest) {
         EXPECT_EQ(TAVIK_W4[2 * k], 16 * rounded(std::cos(2 * pi * (k + 0.125) / 256), 23)) << k;
         EXPECT_EQ(TAVIK_W4[2 * k + 1], 16 * rounded(-std::sin(2 * pi * (k + 0.125) / 256), 23)) << k;
     }
-    const std::size_t run = tavik::tables::rotation_run(512);
-    for (std::size_t k = 0; k < 128; ++k) {
-        if (k == 64) continue;
-        const double a = 2 * pi * static_cast<double>(k) / 512;
-        const std::int32_t *entry =
-            &tavik::tables::fft_rotations[tavik::tables::fft_rotations_begin(512) + k / run * 6 * run + k % run];
-        EXPECT_EQ(entry[0], rounded(std::cos(a), 30)) << k;
-        EXPECT_EQ(entry[run], rounded(-(std::cos(a) + std::sin(a)), 30)) << k;
-        EXPECT_EQ(entry[5 * run], rounded(std::sin(3 * a) - std::cos(3 * a), 30)) << k;
+}
+
+TEST(Tables, FftRotationsAreRoundedToNearest) {
+    for (std::uint32_t step = 16; step <= 512; step *= 2) {
+        const std::size_t run = tavik::tables::rotation_run(step);
+        for (std::size_t i = 0; i < step / 4; ++i) {
+            if (i == step / 8) continue;
+            const double a = 2 * pi * static_cast<double>(i) / step;
+            const std::size_t k = i * tavik::tables::rotation_stride(step);
+            const std::int32_t *entry =
+                &tavik::tables::fft_rotations[tavik::tables::fft_rotations_begin(step) + k / run * 6 * run + k % run];
+            EXPECT_EQ(entry[0], rounded(std::cos(a), 30)) << step << ' ' << i;
+            EXPECT_EQ(entry[run], rounded(-(std::cos(a) + std::sin(a)), 30)) << step << ' ' << i;
+            EXPECT_EQ(entry[2 * run], rounded(std::sin(a) - std::cos(a), 30)) << step << ' ' << i;
+            EXPECT_EQ(entry[3 * run], rounded(std::cos(3 * a), 30)) << step << ' ' << i;
+            EXPECT_EQ(entry[4 * run], rounded(-(std::cos(3 * a) + std::sin(3 * a)), 30)) << step << ' ' << i;
+            EXPECT_EQ(entry[5 * run], rounded(std::sin(3 * a) - std::cos(3 * a), 30)) << step << ' ' << i;
+        }
     }
 }
 
