@@ -105,12 +105,6 @@ u32 write_header(BitOutput out, EncoderState &state) {
 // A share holds the bits of the frame that the rate loop does not count and that no element deducts itself: header,
 // element identifiers, single channel tags, END, and the fixed part of each channel stream.
 
-u32 write_one_single_channel(BitOutput out, CodingBlock &block, const FrameData &data, u32 header_bits) {
-    const u32 share = header_bits + element_id_bits + element_tag_bits + fixed_channel_bits + element_id_bits;
-    const u32 bits = put_element(out, Element::sce);
-    return bits + write_single_channel_element(out, block, data, share, 0);
-}
-
 // Each channel bears half of the header and of the identifiers of CPE and END.
 u32 write_channel_pair(BitOutput out, CodingBlock &block, const FrameData &data, u32 header_bits) {
     const u32 share = header_bits / 2 + fixed_channel_bits + (element_id_bits + element_id_bits) / 2;
@@ -118,16 +112,18 @@ u32 write_channel_pair(BitOutput out, CodingBlock &block, const FrameData &data,
     return bits + write_channel_pair_element(out, block, data, share);
 }
 
-// Two single channel elements, described by a program config element in every ADTS frame.
-u32 write_two_single_channels(BitOutput out, EncoderState &state, const FrameData &data, u32 header_bits) {
+// One single channel element, or two, described by a program config element in every ADTS frame.
+u32 write_single_channels(BitOutput out, EncoderState &state, const FrameData &data, u32 header_bits) {
     CodingBlock &block = state.coding;
+    const bool are_two = state.config.channel_configuration == channel_configuration_two_mono;
     u32 bits = 0;
-    if (state.config.header_type == HeaderType::adts) {
+    if (are_two && state.config.header_type == HeaderType::adts) {
         bits += put_element(out, Element::pce);
         bits += write_program_config(out, block.program_config);
     }
     // The first channel also bears the END identifier.
-    u32 share = (header_bits + bits) / 2 + element_id_bits + element_tag_bits + fixed_channel_bits + element_id_bits;
+    u32 share = (header_bits + bits) / (are_two ? 2 : 1) + element_id_bits + element_tag_bits + fixed_channel_bits +
+                element_id_bits;
     for (u32 channel = 0; channel < block.num_channels; ++channel) {
         bits += put_element(out, Element::sce);
         bits += write_single_channel_element(out, block, data, share, channel);
@@ -137,11 +133,10 @@ u32 write_two_single_channels(BitOutput out, EncoderState &state, const FrameDat
 }
 
 u32 write_channel_elements(BitOutput out, EncoderState &state, const FrameData &data, u32 header_bits) {
-    switch (state.config.channel_configuration) {
-        case channel_configuration_mono: return write_one_single_channel(out, state.coding, data, header_bits);
-        case channel_configuration_stereo: return write_channel_pair(out, state.coding, data, header_bits);
-        default: return write_two_single_channels(out, state, data, header_bits);
+    if (state.config.channel_configuration == channel_configuration_stereo) {
+        return write_channel_pair(out, state.coding, data, header_bits);
     }
+    return write_single_channels(out, state, data, header_bits);
 }
 
 }  // namespace

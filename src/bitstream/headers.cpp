@@ -1,4 +1,4 @@
-// One put_bits call per syntax element, in the standard's order and under its names.
+// One put_bits call per syntax element, or per run of zeros, in the standard's order and under its names.
 #include "bitstream/headers.h"
 
 namespace tavik {
@@ -61,14 +61,9 @@ u32 write_program_config(BitOutput out, const TavikProgramConfig &program) {
     put_bits(out, low_complexity_profile, 2);  // object_type
     put_bits(out, program.sampling_frequency_index, 4);
     put_bits(out, program.num_front_channel_elements, 4);
-    put_bits(out, 0, 4);  // num_side_channel_elements
-    put_bits(out, 0, 4);  // num_back_channel_elements
-    put_bits(out, 0, 2);  // num_lfe_channel_elements
-    put_bits(out, 0, 3);  // num_assoc_data_elements
-    put_bits(out, 0, 4);  // num_valid_cc_elements
-    put_bits(out, 0, 1);  // mono_mixdown_present
-    put_bits(out, 0, 1);  // stereo_mixdown_present
-    put_bits(out, 0, 1);  // matrix_mixdown_idx_present
+    // No further elements: num_side, num_back, num_lfe, num_assoc_data, num_valid_cc.
+    put_bits(out, 0, 4 + 4 + 2 + 3 + 4);
+    put_bits(out, 0, 1 + 1 + 1);  // mono, stereo and matrix_mixdown_idx_present
     for (u32 i = 0; i < program.num_front_channel_elements; ++i) {
         put_bits(out, program.front_element_is_cpe[i], 1);
         put_bits(out, program.front_element_tag_select[i], 4);

@@ -10,11 +10,11 @@ namespace {
 
 // Ratios in units of 1/128.
 struct Thresholds {
-    i32 group;          // the quieter half frame / the louder
-    i32 pair_rise;      // left neighbour / attack, pairs of sub-blocks
-    i32 pair_fall;      // right neighbour / attack
-    i32 subblock_rise;  // the same for single sub-blocks
-    i32 subblock_fall;
+    u8 group;          // the quieter half frame / the louder
+    u8 pair_rise;      // left neighbour / attack, pairs of sub-blocks
+    u8 pair_fall;      // right neighbour / attack
+    u8 subblock_rise;  // the same for single sub-blocks
+    u8 subblock_fall;
 };
 
 constexpr std::array<Thresholds, 12> block_switch_thresholds = {{

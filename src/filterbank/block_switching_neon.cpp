@@ -12,7 +12,9 @@ void neon::measure_peaks(std::span<const i32, frame_length> block, std::span<i32
         int32x4_t largest = vdupq_n_s32(0);
         for (const i32 *end = from + length; from != end; from += 16) {
             const int32x4x4_t x = vld1q_s32_x4(from);
-            for (const int32x4_t quad : x.val) largest = vmaxq_s32(largest, vabsq_s32(quad));
+            const int32x4_t low = vmaxq_s32(vabsq_s32(x.val[0]), vabsq_s32(x.val[1]));
+            const int32x4_t high = vmaxq_s32(vabsq_s32(x.val[2]), vabsq_s32(x.val[3]));
+            largest = vmaxq_s32(largest, vmaxq_s32(low, high));
         }
         peak = vmaxvq_s32(largest);
     }

@@ -1,6 +1,7 @@
 // Windows of the four window sequences, and the transform of each.
 #include "filterbank/filter_bank.h"
 
+#include <cstddef>
 #include <cstring>
 
 #include "filterbank/mdct.h"
@@ -25,18 +26,18 @@ HalfWindow short_slope(std::span<i32, frame_length> half) {
     return half;
 }
 
-// One half of a transition window on 1024 samples: with a long slope, or a short one with its flat part shifted.
-template <typename Sample, typename Store>
-inline void window_half(bool is_short_slope, u32 flat_shift, Sample sample, Store store) {
-    for (u32 p = 0; p < frame_length; ++p) {
+// One half of a transition window on 1024 samples, read and written `step` = 1 or -1 apart: with a long slope, or a
+// short one with its flat part shifted.
+void window_half(const i32 *x, i32 *out, std::ptrdiff_t step, bool is_short_slope, u32 flat_shift) {
+    for (u32 p = 0; p < frame_length; ++p, x += step, out += step) {
         if (!is_short_slope) {
-            store(p, windowed(sample(p), TAVIK_SLW[p]));
+            *out = windowed(*x, TAVIK_SLW[p]);
         } else if (p < flat_length) {
-            store(p, 0);
+            *out = 0;
         } else if (p < flat_length + short_length) {
-            store(p, windowed(sample(p), TAVIK_SSW[p - flat_length]));
+            *out = windowed(*x, TAVIK_SSW[p - flat_length]);
         } else {
-            store(p, shift_left(sample(p) << 7, flat_shift));
+            *out = shift_left(*x << 7, flat_shift);
         }
     }
 }
@@ -45,12 +46,8 @@ inline void window_half(bool is_short_slope, u32 flat_shift, Sample sample, Stor
 void transform_shifted(History x, Block out, WindowSequence sequence, std::span<i32, frame_length> scratch,
                        u32 flat_shift) {
     constexpr u32 last = history_length - 1;
-    window_half(
-        sequence == WindowSequence::long_stop, flat_shift, [&](u32 p) { return x[p]; },
-        [&](u32 p, i32 value) { out[p] = value; });
-    window_half(
-        sequence == WindowSequence::long_start, flat_shift, [&](u32 p) { return x[last - p]; },
-        [&](u32 p, i32 value) { out[last - p] = value; });
+    window_half(x.data(), out.data(), 1, sequence == WindowSequence::long_stop, flat_shift);
+    window_half(&x[last], &out[last], -1, sequence == WindowSequence::long_start, flat_shift);
     mdct(out, scratch);
 }
 

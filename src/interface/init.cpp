@@ -118,7 +118,7 @@ void set_header_values(CodingBlock &block, const StoredConfig &config) {
 u32 sample_rate_index(u32 sample_rate) {
     constexpr u32 first_index = 3;
     static constexpr u32 rates[] = {48000, 44100, 32000, 24000, 22050, 16000, 12000, 11025, 8000};
-    const u32 *found = std::find(std::begin(rates), std::end(rates), sample_rate);
+    const u32 *found = std::ranges::find(rates, sample_rate);
     return found == std::end(rates) ? unknown_sample_rate : first_index + static_cast<u32>(found - rates);
 }
 
