@@ -77,7 +77,10 @@ struct Quarters {
 
     // Does the step and moves on.
     Odd step(const Rotations &once, const Rotations &thrice) {
-        Quad a = load(x0), b = load(x1), c = load(x2), d = load(x3);
+        Quad a = load(x0);
+        Quad b = load(x1);
+        Quad c = load(x2);
+        Quad d = load(x3);
         butterfly(a, c);
         butterfly(b, d);
         turn(c, d);

@@ -37,7 +37,8 @@ struct Coefficients {
 // The pairs are even, so that mulhi(x, c) is vqdmulhq_s32(x, c / 2).
 Coefficients coefficients(const i32 *z, int32x4x2_t pairs) {
     const int32x4x2_t x = vld1q_s32_x2(z);
-    const int32x4_t re = x.val[0], im = x.val[1];
+    const int32x4_t re = x.val[0];
+    const int32x4_t im = x.val[1];
     const int32x4_t c = vshrq_n_s32(pairs.val[0], 1);
     const int32x4_t s = vshrq_n_s32(pairs.val[1], 1);
     return {vsubq_s32(vqdmulhq_s32(im, s), vqdmulhq_s32(re, c)), vaddq_s32(vqdmulhq_s32(im, c), vqdmulhq_s32(re, s))};
@@ -48,18 +49,28 @@ Coefficients coefficients(const i32 *z, int32x4x2_t pairs) {
 // windows or products. In the mirrored values it is the other way round, so that they come out in their order.
 void window_and_fold(History x, const LongWindow &window, Quads z) {
     constexpr u32 quarter = frame_length / 2;
-    const i32 *up = x.data() + quarter, *down = up;
-    const i32 *late_up = up + frame_length, *late_down = late_up;
-    const i32 *rise_up = window.rise.data() + quarter, *rise_down = rise_up;
-    const i32 *fall_up = window.fall.data() + quarter, *fall_down = fall_up;
-    const i32 *pair_up = TAVIK_W2, *pair_down = pair_up + frame_length;
-    i32 *z_up = z.data(), *z_down = z_up + fft_512_words;
+    const i32 *up = x.data() + quarter;
+    const i32 *down = up;
+    const i32 *late_up = up + frame_length;
+    const i32 *late_down = late_up;
+    const i32 *rise_up = window.rise.data() + quarter;
+    const i32 *rise_down = rise_up;
+    const i32 *fall_up = window.fall.data() + quarter;
+    const i32 *fall_down = fall_up;
+    const i32 *pair_up = TAVIK_W2;
+    const i32 *pair_down = pair_up + frame_length;
+    i32 *z_up = z.data();
+    i32 *z_down = z_up + fft_512_words;
     do {
         down -= 8, late_down -= 8, rise_down -= 8, fall_down -= 8, pair_down -= 8, z_down -= 8;
-        const int32x4x2_t a = vld2q_s32(up), b = vld2q_s32(down);
-        const int32x4x2_t c = vld2q_s32(late_up), d = vld2q_s32(late_down);
-        const int32x4x2_t rise_a = vld2q_s32(rise_up), rise_b = vld2q_s32(rise_down);
-        const int32x4x2_t fall_a = vld2q_s32(fall_up), fall_b = vld2q_s32(fall_down);
+        const int32x4x2_t a = vld2q_s32(up);
+        const int32x4x2_t b = vld2q_s32(down);
+        const int32x4x2_t c = vld2q_s32(late_up);
+        const int32x4x2_t d = vld2q_s32(late_down);
+        const int32x4x2_t rise_a = vld2q_s32(rise_up);
+        const int32x4x2_t rise_b = vld2q_s32(rise_down);
+        const int32x4x2_t fall_a = vld2q_s32(fall_up);
+        const int32x4x2_t fall_b = vld2q_s32(fall_down);
         store_rotated(
             z_up,
             vaddq_s32(windowed_quad(reversed(d.val[1]), fall_a.val[0]),
@@ -76,9 +87,12 @@ void window_and_fold(History x, const LongWindow &window, Quads z) {
 }
 
 void rotate_out(ConstQuads z, Spectrum spectrum) {
-    const i32 *z_up = z.data(), *z_down = z_up + fft_512_words;
-    const i32 *pair_up = TAVIK_W2, *pair_down = pair_up + frame_length;
-    i32 *up = spectrum.data(), *down = up + frame_length;
+    const i32 *z_up = z.data();
+    const i32 *z_down = z_up + fft_512_words;
+    const i32 *pair_up = TAVIK_W2;
+    const i32 *pair_down = pair_up + frame_length;
+    i32 *up = spectrum.data();
+    i32 *down = up + frame_length;
     do {
         z_down -= 8, pair_down -= 8, down -= 8;
         const Coefficients first = coefficients(z_up, vld2q_s32(pair_up));

@@ -9,7 +9,8 @@ namespace portable {}
 
 #if defined(__aarch64__)
 namespace neon {}
-namespace checked {}  // the fast twin, compared with the portable one at every call
+// The fast twin, compared with the portable one at every call.
+namespace checked {}
 #if defined(TAVIK_CHECK_KERNELS)
 namespace kernels = checked;
 

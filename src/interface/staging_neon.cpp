@@ -26,7 +26,8 @@ void neon::read_mono(const i16 *pcm, u32 count, Frame samples) {
 }
 
 void neon::read_stereo(const i16 *pcm, u32 count, Frame left, Frame right) {
-    i32 *to_left = left.data(), *to_right = right.data();
+    i32 *to_left = left.data();
+    i32 *to_right = right.data();
     for (const i32 *end = to_left + count; to_left != end; to_left += 8, to_right += 8, pcm += 16) {
         const int16x8x2_t pairs = vld2q_s16(pcm);
         store_widened(to_left, pairs.val[0]);

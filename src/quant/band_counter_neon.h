@@ -5,8 +5,7 @@
 
 #include "quant/band_counter.h"
 
-namespace tavik {
-namespace neon {
+namespace tavik::neon {
 
 inline int32x4_t quantize(uint32x4_t pow34, u32 gain) {
     return vreinterpretq_s32_u32(vshrq_n_u32(vmlaq_n_u32(vdupq_n_u32(q20_rounding), pow34, gain), 20));
@@ -132,5 +131,4 @@ inline u32 count_escape_pairs(const BandLines &band, u32 gain) {
     return bits + vaddlvq_u16(escapes);
 }
 
-}  // namespace neon
-}  // namespace tavik
+}  // namespace tavik::neon

@@ -31,8 +31,8 @@ constexpr std::array<u8, 32> scale_bytes = make_scale_bytes();
 constexpr std::array<u8, 16> dropped_bits = make_dropped_bits();
 
 struct ScaleTables {
-    uint8x16x2_t scale = vld1q_u8_x2(scale_bytes.data());
-    uint8x16_t dropped = vld1q_u8(dropped_bits.data());
+    uint8x16x2_t scale;
+    uint8x16_t dropped;
 };
 
 uint32x4_t look_up(const u32 *table, uint32x4_t index) {
@@ -69,7 +69,7 @@ uint32x4_t raise_any(uint32x4_t a, const ScaleTables &tables) {
 
 void raise_to_three_quarters(std::span<const i32> spectrum, u32 *out) {
     const uint32x4_t largest_magnitude = vdupq_n_u32((1u << 23) - 1);
-    const ScaleTables tables;
+    const ScaleTables tables = {vld1q_u8_x2(scale_bytes.data()), vld1q_u8(dropped_bits.data())};
     const u16 *const small = tavik::tables::small_pow34.data();
     for (const i32 *x = spectrum.data(), *const end = x + spectrum.size(); x != end; x += 4, out += 4) {
         const uint32x4_t a = vreinterpretq_u32_s32(vabsq_s32(vld1q_s32(x)));

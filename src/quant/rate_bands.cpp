@@ -5,7 +5,7 @@
 namespace tavik {
 
 RateBands gather_rate_bands(const CodingBlock &block, ConstPow34 pow34, ConstBandArray band_sf_offset, u32 channel) {
-    RateBands gathered;
+    RateBands gathered;  // NOLINT(cppcoreguidelines-pro-type-member-init): filled band by band
     gathered.count = 0;
     for (const Band band : CodedBands(block, channel, block.sfb_offset_start[channel])) {
         RateBand &entry = gathered.bands[gathered.count++];

@@ -77,7 +77,7 @@ class Trials {
     const ChannelData &data_;
     SectionLengthField section_length_;
     u32 enough_;
-    std::array<Count, 8> remembered_;
+    std::array<Count, 8> remembered_{};
     u32 latest_ = never_tried;
     bool latest_is_complete_ = false;
     u32 silent_sf_ = never_tried;  // from here on every count is silent_bits_, and every codebook 0

@@ -71,19 +71,21 @@ consteval std::array<i32, fft_rotations_size> make_fft_rotations() {
 // first and im of the second rotation come out as products of one rounding, as they have to.
 inline constexpr std::array fft_rotations = make_fft_rotations();
 
-template <std::size_t Bits>
-consteval std::array<u8, std::size_t{1} << Bits> bit_reversal() {
-    std::array<u8, std::size_t{1} << Bits> reversed{};
+// The indices below N, a power of two, with their bits in reverse order.
+template <std::size_t N>
+consteval std::array<u8, N> bit_reversal() {
+    constexpr u32 bits = std::countr_zero(N);
+    std::array<u8, N> reversed{};
     for (u32 i = 0; i < reversed.size(); ++i) {
-        for (u32 bit = 0; bit < Bits; ++bit) {
-            if ((i >> bit & 1) != 0) reversed[i] = static_cast<u8>(reversed[i] | 1u << (Bits - 1 - bit));
+        for (u32 bit = 0; bit < bits; ++bit) {
+            if ((i >> bit & 1) != 0) reversed[i] = static_cast<u8>(reversed[i] | 1u << (bits - 1 - bit));
         }
     }
     return reversed;
 }
 
-inline constexpr std::array<u8, 32> reversed_5_bits = bit_reversal<5>();
-inline constexpr std::array<u8, 16> reversed_4_bits = bit_reversal<4>();
-inline constexpr std::array<u8, 8> reversed_3_bits = bit_reversal<3>();
+inline constexpr std::array<u8, 32> reversed_5_bits = bit_reversal<32>();
+inline constexpr std::array<u8, 16> reversed_4_bits = bit_reversal<16>();
+inline constexpr std::array<u8, 8> reversed_3_bits = bit_reversal<8>();
 
 }  // namespace tavik::tables

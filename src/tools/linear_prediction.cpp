@@ -7,18 +7,18 @@ namespace {
 
 using tables::tns_max_order;
 
-// The sums of the lags begin ... begin + count - 1: as many at once as fit the registers of a 64-bit machine. 64-bit
+// The sums of the lags First ... First + Count - 1: as many at once as fit the registers of a 64-bit machine. 64-bit
 // products one by one are faster on x86-64 than vectors of them, or of 16-bit ones where the lines allow it.
-template <std::size_t begin, std::size_t count>
+template <std::size_t First, std::size_t Count>
 void sum_lags(std::span<const i32> x, std::span<i64, tns_lags> r) {
-    constexpr std::size_t head = begin + count - 1;  // lines that lack some of the lags
-    std::array<i64, count> sums{};
+    constexpr std::size_t head = First + Count - 1;  // lines that lack some of the lags
+    std::array<i64, Count> sums{};
     const auto add = [&](std::size_t i, std::size_t lags) {
-        for (std::size_t k = 0; k < lags; ++k) sums[k] = wrap_add(sums[k], static_cast<i64>(x[i]) * x[i - begin - k]);
+        for (std::size_t k = 0; k < lags; ++k) sums[k] = wrap_add(sums[k], static_cast<i64>(x[i]) * x[i - First - k]);
     };
-    for (std::size_t i = begin; i < std::min(head, x.size()); ++i) add(i, i - begin + 1);
-    for (std::size_t i = head; i < x.size(); ++i) add(i, count);
-    for (std::size_t k = 0; k < count; ++k) r[begin + k] = sums[k];
+    for (std::size_t i = First; i < std::min(head, x.size()); ++i) add(i, i - First + 1);
+    for (std::size_t i = head; i < x.size(); ++i) add(i, Count);
+    for (std::size_t k = 0; k < Count; ++k) r[First + k] = sums[k];
 }
 
 }  // namespace
@@ -32,8 +32,8 @@ bool prediction_gain_is_low(std::span<const i64, tns_lags> r) {
     u64 magnitudes = 0;
     for (const i64 value : r) magnitudes |= magnitude(value);
     const i32 shift = gain_bound::normal_shift(magnitudes);
-    std::array<i32, tns_lags> u;
-    std::array<i32, tns_lags> v;
+    std::array<i32, tns_lags> u{};
+    std::array<i32, tns_lags> v{};
     for (std::size_t i = 0; i < tns_lags; ++i) u[i] = v[i] = static_cast<i32>(norm_shift(r[i], shift));
 
     const i32 limit = gain_bound::error_limit(v[0]);

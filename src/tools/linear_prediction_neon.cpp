@@ -11,21 +11,21 @@ constexpr std::size_t vector = 4;  // lines
 
 // A range of lines split for vectors of lines that read 12 lines below themselves: the lowest lines go behind zeros in
 // a buffer of their own, so many that the others come to whole blocks and find 12 lines below.
-template <std::size_t block>
+template <std::size_t Block>
 class PaddedHead {
  public:
     explicit PaddedHead(std::span<const i32> x)
-        : lines_(x.size() < tns_max_order ? x.size() : tns_max_order + (x.size() - tns_max_order) % block) {
+        : lines_(x.size() < tns_max_order ? x.size() : tns_max_order + (x.size() - tns_max_order) % Block) {
         for (std::size_t i = 0; i < lines_; ++i) buffer_[size - lines_ + i] = x[i];
     }
     std::size_t lines() const { return lines_; }
-    std::size_t blocks() const { return (lines_ + block - 1) / block; }
+    std::size_t blocks() const { return (lines_ + Block - 1) / Block; }
     i32 *end() { return buffer_.data() + size; }
     const i32 *end() const { return buffer_.data() + size; }
     const i32 *line_0() const { return buffer_.data() + size - lines_; }
 
  private:
-    static constexpr std::size_t size = 2 * tns_max_order + (block + vector - 1) / block * block;
+    static constexpr std::size_t size = 2 * tns_max_order + (Block + vector - 1) / Block * Block;
     std::size_t lines_;
     std::array<i32, size> buffer_{};
 };
@@ -49,16 +49,16 @@ struct WideSum {
 template <typename Sum>
 using LagSums = std::array<Sum, tns_lags>;
 
-// Lags r, r + 4 and r + 8 of lines p[0 ... 7].
-template <std::size_t r, typename Sum>
+// Lags R, R + 4 and R + 8 of lines p[0 ... 7].
+template <std::size_t R, typename Sum>
 void add_lags(LagSums<Sum> &sums, int32x4_t low, int32x4_t high, const i32 *p) {
-    const int32x4x4_t x = vld1q_s32_x4(p - 8 - r);
-    sums[r].add(low, x.val[2]);
-    sums[r].add(high, x.val[3]);
-    sums[r + 4].add(low, x.val[1]);
-    sums[r + 4].add(high, x.val[2]);
-    sums[r + 8].add(low, x.val[0]);
-    sums[r + 8].add(high, x.val[1]);
+    const int32x4x4_t x = vld1q_s32_x4(p - 8 - R);
+    sums[R].add(low, x.val[2]);
+    sums[R].add(high, x.val[3]);
+    sums[R + 4].add(low, x.val[1]);
+    sums[R + 4].add(high, x.val[2]);
+    sums[R + 8].add(low, x.val[0]);
+    sums[R + 8].add(high, x.val[1]);
 }
 
 constexpr std::size_t lag_block = 2 * vector;
@@ -172,19 +172,19 @@ namespace {
 
 using WideLines = int64x2x2_t;
 
-template <int lane>
+template <int Lane>
 void add_tap(WideLines &sum, int32x4_t x, int32x4_t c) {
-    sum.val[0] = vmlal_laneq_s32(sum.val[0], vget_low_s32(x), c, lane);
-    sum.val[1] = vmlal_high_laneq_s32(sum.val[1], x, c, lane);
+    sum.val[0] = vmlal_laneq_s32(sum.val[0], vget_low_s32(x), c, Lane);
+    sum.val[1] = vmlal_high_laneq_s32(sum.val[1], x, c, Lane);
 }
 
-// Taps r, r + 4 and r + 8 of four lines, r = 1 ... 4.
-template <int r>
+// Taps R, R + 4 and R + 8 of four lines, R = 1 ... 4.
+template <int R>
 void add_taps(WideLines &sum, const i32 *p, const int32x4x3_t &c_q24) {
-    const int32x4x3_t x = vld1q_s32_x3(p - 8 - r);
-    add_tap<r - 1>(sum, x.val[2], c_q24.val[0]);
-    add_tap<r - 1>(sum, x.val[1], c_q24.val[1]);
-    add_tap<r - 1>(sum, x.val[0], c_q24.val[2]);
+    const int32x4x3_t x = vld1q_s32_x3(p - 8 - R);
+    add_tap<R - 1>(sum, x.val[2], c_q24.val[0]);
+    add_tap<R - 1>(sum, x.val[1], c_q24.val[1]);
+    add_tap<R - 1>(sum, x.val[0], c_q24.val[2]);
 }
 
 // Filters lines downwards from `end`.

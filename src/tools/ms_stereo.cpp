@@ -31,7 +31,7 @@ struct Survey {
 
 Survey survey_bands(ConstSpectrum left, ConstSpectrum right, std::span<const u32> offsets, i32 side_factor,
                     std::span<u32> ms_used) {
-    std::array<BandSums, max_bands> sums_of_band;
+    std::array<BandSums, max_bands> sums_of_band{};
     kernels::band_sums(left, right, offsets.data(), std::span(sums_of_band).first(ms_used.size()));
     Survey survey;
     for (u32 b = 0; b < ms_used.size(); ++b) {

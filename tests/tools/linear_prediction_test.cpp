@@ -125,7 +125,7 @@ TEST(LinearPredictionTwins, AreEqualAtEveryLength) {
 // All products of one sign, with the energy on either side of the limit of 32-bit sums.
 TEST(LinearPredictionTwins, AreEqualAtTheLimitOf32Bits) {
     for (const i32 value : {2047, 2048, 2049, -2048}) {
-        for (const std::size_t count : {511, 512, 513}) expect_equal_lag_sums(std::vector<i32>(count, value));
+        for (const std::size_t count : {511u, 512u, 513u}) expect_equal_lag_sums(std::vector<i32>(count, value));
     }
     for (const i32 value : {46340, 46341}) expect_equal_lag_sums(std::vector<i32>{0, value, 0, 0, 1});
     expect_equal_lag_sums(std::vector<i32>(4, std::numeric_limits<i32>::min()));  // energy 2^64
