@@ -18,7 +18,7 @@ struct BandLines {
     u32 count;
 };
 
-// Bits under the lower codebook of a pair in the low half, under the higher one in the high half. A band has 192 lines
+// Bits under the lower codebook of a pair in the low half, under the higher one in the high half. A band has 256 lines
 // at most and a codeword 19 bits: no half overflows.
 using PairBits = u32;
 

@@ -8,7 +8,7 @@
 
 namespace tavik::checked {
 
-inline constexpr u32 most_lines = 256;  // of a band: 7 windows of 36 lines or fewer, or 96
+inline constexpr u32 most_lines = 256;  // of a band: 7 windows of 36 lines or fewer, or 96 lines
 
 // Runs the fast and the reference version of a band counter with the same further arguments.
 template <typename Fast, typename Reference>

@@ -40,7 +40,7 @@ class Trials {
         if (count.common_sf != common_sf) {
             count = {common_sf, count_bits(bands_, data_, {common_sf, section_length_, enough_})};
             latest_ = common_sf;
-            latest_is_complete_ = count.bits < enough_;
+            latest_is_complete_ = count.bits < enough_ && count.bits != overflow_bits;
             if (latest_is_complete_ && count.bits <= most_bits_of_silence && is_silent()) {
                 silent_sf_ = common_sf;
                 silent_bits_ = count.bits;

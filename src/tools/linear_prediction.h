@@ -19,7 +19,8 @@ namespace portable {
 void autocorrelation(std::span<const i32> x, std::span<i64, tns_lags> r);
 
 // True only if linear prediction of order 12 leaves more than 0.54 of the energy r[0]: the verdict on most signals, for
-// a tenth of the work that the exact error takes. False says nothing.
+// a tenth of the work that the Q47 recursion takes. False says nothing. (That recursion finds the same only where it is
+// accurate: with normalised sums.)
 bool prediction_gain_is_low(std::span<const i64, tns_lags> r);
 
 // x[j] += sum of c[i - 1] x[j - i] / 2^24, i = 1 ... 12, over the unfiltered x, which is 0 before the range.
@@ -70,8 +71,8 @@ inline void shaping_filter(std::span<i32> x, std::span<const i32, tables::tns_ma
 //   Headroom: values start below 2^27. While the error is above 9/16 of r[0], the product of all (1 - k^2) is, which
 //   bounds that of all (1 + |k|), and so the growth of any value and the 1-norm of any predictor, by 10.5.
 //   Error: a step rounds by less than 0.6 units of r[0] / 2^26 or below. Traced back through the steps, by at most
-//   1 / (1 - |k|) each, 82 in sum, the rounded values are exact ones of a positive definite matrix that differs from
-//   the given one by at most 13 x 4 x 82 x 0.6 such units. That changes the error of a predictor of 1-norm 2 x 10.5 by
+//   1 / (1 - |k|) each, 96 in sum, the rounded values are exact ones of a positive definite matrix that differs from
+//   the given one by at most 13 x 4 x 96 x 0.6 such units. That changes the error of a predictor of 1-norm 2 x 10.5 by
 //   less than 0.02 of r[0].
 namespace gain_bound {
 

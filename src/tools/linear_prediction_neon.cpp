@@ -25,7 +25,8 @@ class PaddedHead {
     const i32 *line_0() const { return buffer_.data() + size - lines_; }
 
  private:
-    static constexpr std::size_t size = 2 * tns_max_order + (Block + vector - 1) / Block * Block;
+    // Up to 12 + Block - 1 lines in whole blocks, and 12 below.
+    static constexpr std::size_t size = tns_max_order + (tns_max_order + 2 * (Block - 1)) / Block * Block;
     std::size_t lines_;
     std::array<i32, size> buffer_{};
 };

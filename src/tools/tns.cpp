@@ -51,6 +51,12 @@ void normalise(Autocorrelation &r) {
     for (i64 &value : r) value = norm_shift(value, shift);
 }
 
+// With a sum of exactly 0 nothing is normalised: the recursion may then work on a few bits, and its error has little to
+// do with that of the signal.
+bool recursion_is_accurate(const Autocorrelation &r) {
+    return std::none_of(r.begin(), r.end(), [](i64 sum) { return sum == 0; });
+}
+
 struct Prediction {
     Coefficients<i32> reflection_q23;
     i64 error;  // energy left, Q47
@@ -137,7 +143,7 @@ void temporal_noise_shaping(TavikTnsData &tns, Spectrum spectrum, u32 sampling_r
 
     Autocorrelation r;
     autocorrelation(range, r);
-    if (r[0] == 0 || kernels::prediction_gain_is_low(r)) return;
+    if (r[0] == 0 || (recursion_is_accurate(r) && kernels::prediction_gain_is_low(r))) return;
     normalise(r);
     const Prediction prediction = predict(r);
     if (!prediction_pays(r[0], prediction.error)) return;
