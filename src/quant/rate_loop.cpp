@@ -30,9 +30,7 @@ u32 bits_that_are_enough(RateTarget target) {
 class Trials {
  public:
     Trials(const RateBands &bands, const ChannelData &data, SectionLengthField section_length, u32 enough)
-        : bands_(bands), data_(data), section_length_(section_length), enough_(enough) {
-        remembered_.fill({never_tried, 0});
-    }
+        : bands_(bands), data_(data), section_length_(section_length), enough_(enough) {}
 
     u32 count(u32 common_sf) {
         if (common_sf >= silent_sf_) return silent_bits_;
@@ -51,8 +49,9 @@ class Trials {
 
     // Leaves codebooks and values of this common_sf.
     void settle(u32 common_sf) {
-        if (!latest_is_complete_ || common_sf != latest_)
+        if (!latest_is_complete_ || common_sf != latest_) {
             count_bits(bands_, data_, {common_sf, section_length_, count_all});
+        }
         for (const RateBand &band : bands_) {
             if (data_.codebooks[band.entry] != 0) continue;
             std::memset(&data_.quantized[band.begin()], 0, band.width() * sizeof data_.quantized[0]);
@@ -60,11 +59,11 @@ class Trials {
     }
 
  private:
-    struct Count {
-        u32 common_sf;
-        u32 bits;
-    };
     static constexpr u32 never_tried = 0xFFFFFFFF;
+    struct Count {
+        u32 common_sf = never_tried;
+        u32 bits = 0;
+    };
     static constexpr u32 most_bits_of_silence = 39;  // three short groups of one section of 15 bands
 
     bool is_silent() const {
