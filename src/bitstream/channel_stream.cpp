@@ -5,16 +5,16 @@
 #include "quant/coded_bands.h"
 #include "quant/sections.h"
 #include "tables/huffman_tables.h"
-#include "tables/packed_lengths.h"
 
 namespace tavik {
 namespace {
 
-// The values of some lines and, for the signs of magnitudes, their spectrum.
+// The values of some lines and, for the signs of magnitudes, their spectrum. Loops copy the end: as far as the compiler
+// knows, any byte that goes out may change what has an address.
 struct CodedLines {
     const i32 *quantized;
+    const i32 *end;  // of the values; a multiple of 4
     const i32 *spectrum;
-    u32 count;  // a multiple of 4
 };
 
 // A codebook as the public tables have it.
@@ -37,110 +37,160 @@ void write_section_data(BitSink &sink, const CodingBlock &block, ConstCodebooks 
 
 void write_scale_factor_data(BitSink &sink, const CodingBlock &block, const CodedChannel &coded, u32 channel) {
     u32 previous = coded.band_sf_offset[0];  // the one that global_gain stands for
-    for (const Band band : coded_bands(block, channel)) {
-        if (coded.codebooks[band.entry()] == tables::zero_codebook) continue;
-        const u32 offset = coded.band_sf_offset[band.entry()];
-        const u32 index = offset - previous + tables::scale_factor_bias;
-        sink.put(TAVIK_ZOLF_huff121[index], TAVIK_ZOLF_huff120[index]);
-        previous = offset;
+    for (u32 g = 0; g < block.num_window_groups[channel]; ++g) {
+        const u8 *codebook = &coded.codebooks[g * max_bands];
+        const u32 *offset = &coded.band_sf_offset[g * max_bands];
+        for (u32 bands = block.max_sfb[channel]; bands != 0; --bands, ++codebook, ++offset) {
+            if (*codebook == tables::zero_codebook) continue;
+            const u32 index = *offset - previous + tables::scale_factor_bias;
+            sink.put(TAVIK_ZOLF_huff121[index], TAVIK_ZOLF_huff120[index]);
+            previous = *offset;
+        }
     }
 }
 
 // tns_data of a long window: one filter, 4-bit coefficients, upwards.
 void write_tns_data(BitSink &sink, const TavikTnsData &tns) {
-    sink.put(1, 2);  // n_filt
-    sink.put(1, 1);  // coef_res: 4 bits
-    sink.put(tns.length, 6);
-    sink.put(tns.order, 5);
+    constexpr u32 n_filt = 1;
+    constexpr u32 coef_res = 1;  // 4 bits
+    sink.put(((n_filt << 1 | coef_res) << 6 | tns.length) << 5 | tns.order, 14);
     if (tns.order == 0) return;
-    sink.put(0, 1);  // direction
-    sink.put(tns.coef_compress, 1);
-    const u32 mask = 15u >> tns.coef_compress;
-    for (u32 i = 0; i < tns.order; ++i) sink.put(static_cast<u32>(tns.coef[i]) & mask, 4 - tns.coef_compress);
+    sink.put(tns.coef_compress, 2);  // behind direction, 0
+    const u32 bits = 4 - tns.coef_compress;
+    for (u32 i = 0; i < tns.order; ++i) sink.put(static_cast<u32>(tns.coef[i]) & (15u >> tns.coef_compress), bits);
 }
 
 // Tuples of signed values, whose signs are inside the codewords.
 template <u32 Size, typename Index>
-BitSink write_signed(BitSink sink, const CodedLines &lines, const HuffmanTable &table, Index index) {
-    const i32 *const end = lines.quantized + lines.count;
+void write_signed(BitSink &sink, const CodedLines &lines, const HuffmanTable &table, Index index) {
+    const i32 *const end = lines.end;
     for (const i32 *q = lines.quantized; q != end; q += Size) {
         const u32 i = index(q);
         sink.put(table.codewords[i], table.lengths[i]);
     }
-    return sink;
 }
 
-// A codeword followed by one sign bit for each value of the tuple that is not zero.
-template <u32 Size>
-u32 append_signs(u32 codeword, const i32 *q, const i32 *x) {
-    for (u32 k = 0; k < Size; ++k) {
-        const u32 with_sign = codeword << 1 | static_cast<u32>(x[k]) >> 31;
-        codeword = q[k] != 0 ? with_sign : codeword;
+// A codeword followed by one sign bit for each value that is not zero.
+u32 append_quad_signs(u32 codeword, const i32 *q, const i32 *x) {
+#pragma GCC unroll 4
+    for (u32 k = 0; k < 4; ++k) {
+        const u32 sign_bits = q[k] != 0 ? 1 : 0;
+        codeword = codeword << sign_bits | (static_cast<u32>(x[k]) >> 31 & sign_bits);
     }
     return codeword;
 }
 
-// Tuples of magnitudes; the lengths include the sign bits.
-template <u32 Size, typename Index>
-BitSink write_magnitudes(BitSink sink, const CodedLines &lines, const HuffmanTable &table, Index index) {
-    const i32 *const end = lines.quantized + lines.count;
-    for (const i32 *q = lines.quantized, *x = lines.spectrum; q != end; q += Size, x += Size) {
-        const u32 i = index(q);
-        sink.put(append_signs<Size>(table.codewords[i], q, x), table.lengths[i]);
+// Quads of magnitudes; the lengths include the sign bits.
+void write_quads(BitSink &sink, const CodedLines &lines, const HuffmanTable &table) {
+    const i32 *x = lines.spectrum;
+    const i32 *const end = lines.end;
+    for (const i32 *q = lines.quantized; q != end; q += 4, x += 4) {
+        const u32 i = tables::quad_index(q);
+        sink.put(append_quad_signs(table.codewords[i], q, x), table.lengths[i]);
     }
-    return sink;
 }
 
-BitSink write_pairs(BitSink sink, const CodedLines &lines, const HuffmanTable &table, u32 radix) {
-    return write_magnitudes<2>(sink, lines, table, [radix](const i32 *q) { return tables::pair_index(q, radix); });
-}
+struct Pair {
+    i32 first;
+    i32 second;
+};
 
-BitSink write_escape_codebook(BitSink sink, const CodedLines &lines) {
-    const i32 *const end = lines.quantized + lines.count;
-    for (const i32 *q = lines.quantized, *x = lines.spectrum; q != end; q += 2, x += 2) {
-        const u32 i = tables::escape_pair_index(q);
-        sink.put(append_signs<2>(TAVIK_ZOLF_huff111[i], q, x), tables::escape_pair_lengths[i]);
-        for (const i32 value : {q[0], q[1]}) {
-            if (value < tables::escape_flag) continue;
-            const EscapeSequence escape = escape_sequence(value);
-            sink.put(escape.code, escape.length);
-        }
+inline u32 append_sign(u32 codeword, i32 x) { return codeword << 1 | static_cast<u32>(x) >> 31; }
+
+// Appends a codeword and the signs, out of x, of its pair of magnitudes. `length` is that of the codeword; every sign
+// makes it `length_of_sign` longer. Zeros, which have none, are rare in pairs of this kind. Inlined, so that the sink
+// stays in registers.
+[[gnu::always_inline]] inline void put_pair(BitSink &sink, u32 codeword, u32 length, u32 length_of_sign,
+                                            const Pair &magnitudes, const i32 *x) {
+    const auto [first, second] = magnitudes;
+    if (first != 0 && second != 0) [[likely]] {
+        codeword = append_sign(append_sign(codeword, x[0]), x[1]);
+        length += 2 * length_of_sign;
+    } else if (first != 0) {
+        codeword = append_sign(codeword, x[0]);
+        length += length_of_sign;
+    } else if (second != 0) {
+        codeword = append_sign(codeword, x[1]);
+        length += length_of_sign;
     }
-    return sink;
+    sink.put(codeword, length);
 }
 
-BitSink write_lines(BitSink sink, u32 codebook, const CodedLines &lines) {
-    using namespace tables;
+// Pairs of magnitudes below the radix; the lengths include the sign bits.
+void write_pairs(BitSink &sink, const CodedLines &lines, const HuffmanTable &table, u32 radix) {
+    const i32 *x = lines.spectrum;
+    const i32 *const end = lines.end;
+    for (const i32 *q = lines.quantized; q != end; q += 2, x += 2) {
+        const Pair pair{q[0], q[1]};
+        const u32 i = tables::pair_index(pair.first, pair.second, radix);
+        put_pair(sink, table.codewords[i], table.lengths[i], 0, pair, x);
+    }
+}
+
+[[gnu::always_inline]] inline void put_escape(BitSink &sink, i32 value) {
+    if (value < tables::escape_flag) return;
+    const EscapeSequence escape = escape_sequence(value);
+    sink.put(escape.code, escape.length);
+}
+
+// Pairs of any magnitudes; the lengths are those of the codewords alone.
+void write_escape_pairs(BitSink &sink, const CodedLines &lines) {
+    const i32 *x = lines.spectrum;
+    const i32 *const end = lines.end;
+    for (const i32 *q = lines.quantized; q != end; q += 2, x += 2) {
+        const Pair pair{q[0], q[1]};
+        const u32 i = tables::escape_pair_index(pair.first, pair.second);
+        put_pair(sink, TAVIK_ZOLF_huff111[i], TAVIK_ZOLF_huff110[i], 1, pair, x);
+        if ((pair.first | pair.second) < tables::escape_flag) continue;
+        put_escape(sink, pair.first);
+        put_escape(sink, pair.second);
+    }
+}
+
+constexpr HuffmanTable huffman_table(u32 codebook) {
     switch (codebook) {
-        case 1: return write_signed<4>(sink, lines, {TAVIK_ZOLF_huff10, TAVIK_ZOLF_huff11}, signed_quad_index);
-        case 2: return write_signed<4>(sink, lines, {TAVIK_ZOLF_huff20, TAVIK_ZOLF_huff21}, signed_quad_index);
-        case 3: return write_magnitudes<4>(sink, lines, {TAVIK_ZOLF_huff30, TAVIK_ZOLF_huff31}, quad_index);
-        case 4: return write_magnitudes<4>(sink, lines, {TAVIK_ZOLF_huff40, TAVIK_ZOLF_huff41}, quad_index);
-        case 5: return write_signed<2>(sink, lines, {TAVIK_ZOLF_huff50, TAVIK_ZOLF_huff51}, signed_pair_index);
-        case 6: return write_signed<2>(sink, lines, {TAVIK_ZOLF_huff60, TAVIK_ZOLF_huff61}, signed_pair_index);
-        case 7: return write_pairs(sink, lines, {TAVIK_ZOLF_huff70, TAVIK_ZOLF_huff71}, 8);
-        case 8: return write_pairs(sink, lines, {TAVIK_ZOLF_huff80, TAVIK_ZOLF_huff81}, 8);
-        case 9: return write_pairs(sink, lines, {TAVIK_ZOLF_huff90, TAVIK_ZOLF_huff91}, 13);
-        case 10: return write_pairs(sink, lines, {TAVIK_ZOLF_huff100, TAVIK_ZOLF_huff101}, 13);
-        case escape_codebook: return write_escape_codebook(sink, lines);
-        default: return sink;
+        case 1: return {TAVIK_ZOLF_huff10, TAVIK_ZOLF_huff11};
+        case 2: return {TAVIK_ZOLF_huff20, TAVIK_ZOLF_huff21};
+        case 3: return {TAVIK_ZOLF_huff30, TAVIK_ZOLF_huff31};
+        case 4: return {TAVIK_ZOLF_huff40, TAVIK_ZOLF_huff41};
+        case 5: return {TAVIK_ZOLF_huff50, TAVIK_ZOLF_huff51};
+        case 6: return {TAVIK_ZOLF_huff60, TAVIK_ZOLF_huff61};
+        case 7: return {TAVIK_ZOLF_huff70, TAVIK_ZOLF_huff71};
+        case 8: return {TAVIK_ZOLF_huff80, TAVIK_ZOLF_huff81};
+        case 9: return {TAVIK_ZOLF_huff90, TAVIK_ZOLF_huff91};
+        case 10: return {TAVIK_ZOLF_huff100, TAVIK_ZOLF_huff101};
+        default: return {TAVIK_ZOLF_huff110, TAVIK_ZOLF_huff111};
+    }
+}
+
+void write_lines(BitSink &sink, u32 codebook, const CodedLines &lines) {
+    const HuffmanTable table = huffman_table(codebook);
+    switch (codebook) {
+        case tables::zero_codebook: return;
+        case 1:
+        case 2: return write_signed<4>(sink, lines, table, tables::signed_quad_index);
+        case 3:
+        case 4: return write_quads(sink, lines, table);
+        case 5:
+        case 6: return write_signed<2>(sink, lines, table, tables::signed_pair_index);
+        case tables::escape_codebook: return write_escape_pairs(sink, lines);
+        default: return write_pairs(sink, lines, table, codebook < 9 ? 8 : 13);
     }
 }
 
 // Section by section: the bands of a section are neighbours with one codebook.
-BitSink write_spectral_data(BitSink sink, const CodingBlock &block, const CodedChannel &coded, u32 channel) {
+void write_spectral_data(BitSink &sink, const CodingBlock &block, const CodedChannel &coded, u32 channel) {
     u32 group_begin = 0;
     for (u32 g = 0; g < block.num_window_groups[channel]; ++g) {
         const u32 *offset = &block.sfb_offset[channel][g * short_offset_row];
         for_each_section(coded.codebooks.subspan(g * max_bands, block.max_sfb[channel]), [&](u32 codebook, u32 bands) {
-            const u32 begin = group_begin + offset[0];
-            sink = write_lines(sink, codebook,
-                               {&coded.quantized[begin], &coded.spectrum[begin], offset[bands] - offset[0]});
+            const i32 *quantized = coded.quantized.data() + group_begin;
+            write_lines(sink, codebook,
+                        {quantized + offset[0], quantized + offset[bands], &coded.spectrum[group_begin + offset[0]]});
             offset += bands;
         });
         group_begin += short_length * block.window_group_length[channel][g];
     }
-    return sink;
 }
 
 }  // namespace
@@ -175,11 +225,11 @@ u32 write_channel_stream(BitOutput out, const CodingBlock &block, const CodedCha
     BitSink sink = open_sink(out);
     write_section_data(sink, block, coded.codebooks, channel);
     write_scale_factor_data(sink, block, coded, channel);
-    sink.put(0, 1);  // pulse_data_present
-    sink.put(tns.tns_data_present, 1);
+    sink.put(tns.tns_data_present, 2);  // behind pulse_data_present, 0
     if (tns.tns_data_present == 1) write_tns_data(sink, tns);
     sink.put(0, 1);  // gain_control_data_present
-    close_sink(out, write_spectral_data(sink, block, coded, channel));
+    write_spectral_data(sink, block, coded, channel);
+    close_sink(out, sink);
     return out.writer.bit_count - start;
 }
 

@@ -15,9 +15,9 @@ struct EscapeSequence {
 // |value| is 16 ... 8191.
 constexpr EscapeSequence escape_sequence(i32 value) {
     const u32 a = magnitude(value);
-    const auto ones = static_cast<u32>(std::bit_width(a >> 5));
-    const u32 length = 2 * ones + 5;
-    return {a + (1u << length) - (48u << ones), length};
+    const auto zeros = static_cast<u32>(std::countl_zero(a));  // 27 - N
+    const u32 length = 59 - 2 * zeros;
+    return {a + (1u << length) - static_cast<u32>(u64{48} << 27 >> zeros), length};
 }
 
 static_assert(escape_sequence(16).code == 0 && escape_sequence(16).length == 5);

@@ -18,9 +18,8 @@ struct BandLines {
     u32 count;
 };
 
-// Bits under the lower codebook of a pair in the low half, under the higher one in the high half. A band has 256 lines
-// at most and a codeword 19 bits: no half overflows.
-using PairBits = u32;
+// Bits of a band under both codebooks of a pair: a sum of tables::PackedLength.
+using PairBits = i32;
 
 // `gain` below is TAVIK_ZOLF_ipow20 of a gain index of 58 or more (Q20). The products of a band whose largest value is
 // 4095 or less fit 32 bits.
@@ -71,20 +70,21 @@ inline PairBits count_signed_pairs(const BandLines &band, u32 gain) {
 }
 
 // Codebooks 7 and 8 (radix 8) or 9 and 10 (radix 13), with their lengths: magnitudes below the radix.
-inline PairBits count_pairs(const BandLines &band, u32 gain, const u32 *lengths, u32 radix) {
+inline PairBits count_pairs(const BandLines &band, u32 gain, const tables::PackedLength *lengths, u32 radix) {
     quantize_magnitudes(band, gain);
     PairBits bits = 0;
     for (u32 k = 0; k < band.count; k += 2) {
-        bits += lengths[tables::pair_index(band.quantized + k, radix)];
+        bits += lengths[tables::pair_index(band.quantized[k], band.quantized[k + 1], radix)];
     }
     return bits;
 }
 
-// Bits of codebook 11 for quantized magnitudes, escape sequences included.
+// Bits of codebook 11 for quantized magnitudes, signs and escape sequences included.
 inline u32 escape_pair_bits(const i32 *q, u32 count) {
     u32 bits = 0;
-    for (u32 k = 0; k < count; k += 2) bits += tables::escape_pair_lengths[tables::escape_pair_index(q + k)];
+    for (u32 k = 0; k < count; k += 2) bits += TAVIK_ZOLF_huff110[tables::escape_pair_index(q[k], q[k + 1])];
     for (u32 k = 0; k < count; ++k) {
+        if (q[k] != 0) ++bits;  // its sign
         if (q[k] >= tables::escape_flag) bits += escape_sequence(q[k]).length;
     }
     return bits;

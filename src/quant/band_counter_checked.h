@@ -12,10 +12,10 @@ inline constexpr u32 most_lines = 256;  // of a band: 7 windows of 36 lines or f
 
 // Runs the fast and the reference version of a band counter with the same further arguments.
 template <typename Fast, typename Reference>
-u32 compare(const BandLines &band, Fast fast, Reference reference) {
+auto compare(const BandLines &band, Fast fast, Reference reference) {
     std::array<i32, most_lines> expected;
-    const u32 expected_bits = reference(BandLines{band.pow34, band.spectrum, expected.data(), band.count});
-    const u32 bits = fast(band);
+    const auto expected_bits = reference(BandLines{band.pow34, band.spectrum, expected.data(), band.count});
+    const auto bits = fast(band);
     require_equal(bits == expected_bits && std::equal(band.quantized, band.quantized + band.count, expected.data()));
     return bits;
 }
@@ -38,7 +38,7 @@ inline PairBits count_signed_pairs(const BandLines &band, u32 gain) {
         [=](const BandLines &lines) { return portable::count_signed_pairs(lines, gain); });
 }
 
-inline PairBits count_pairs(const BandLines &band, u32 gain, const u32 *lengths, u32 radix) {
+inline PairBits count_pairs(const BandLines &band, u32 gain, const tables::PackedLength *lengths, u32 radix) {
     return compare(
         band, [=](const BandLines &lines) { return neon::count_pairs(lines, gain, lengths, radix); },
         [=](const BandLines &lines) { return portable::count_pairs(lines, gain, lengths, radix); });

@@ -16,9 +16,9 @@ struct BandCost {
 
 // Equal costs take the lower codebook.
 BandCost cheaper_of_pair(PairBits bits, u32 higher) {
-    const u32 lower_bits = bits & 0xFFFF;
-    const u32 higher_bits = bits >> 16;
-    return higher_bits >= lower_bits ? BandCost{higher - 1, lower_bits} : BandCost{higher, higher_bits};
+    const u32 lower_bits = tables::in_lower_codebook(bits);
+    const i32 more = tables::more_in_higher_codebook(bits);
+    return more >= 0 ? BandCost{higher - 1, lower_bits} : BandCost{higher, lower_bits + static_cast<u32>(more)};
 }
 
 // `largest`: the band's largest value, 1 ... 4095.
@@ -29,9 +29,11 @@ BandCost count_band(const BandLines &band, u32 gain, u32 largest) {
         case 2: return cheaper_of_pair(kernels::count_signed_quads(band, gain), higher);
         case 4: return cheaper_of_pair(kernels::count_quads(band, gain), higher);
         case 6: return cheaper_of_pair(kernels::count_signed_pairs(band, gain), higher);
-        case 8: return cheaper_of_pair(kernels::count_pairs(band, gain, pair_8_lengths.data(), 8), higher);
-        case 10: return cheaper_of_pair(kernels::count_pairs(band, gain, pair_13_lengths.data(), 13), higher);
-        default: return {escape_codebook, kernels::count_escape_pairs(band, gain)};
+        case escape_codebook: return {higher, kernels::count_escape_pairs(band, gain)};
+        default:
+            const bool radix_8 = higher == 8;
+            const PackedLength *lengths = radix_8 ? pair_8_lengths.data() : pair_13_lengths.data();
+            return cheaper_of_pair(kernels::count_pairs(band, gain, lengths, radix_8 ? 8 : 13), higher);
     }
 }
 
@@ -67,26 +69,34 @@ class SectionCounter {
 
 u32 count_bits(const RateBands &bands, const ChannelData &data, Trial trial) {
     SectionCounter sections(trial.section_length);
+    // Copies, since the codebooks' bytes could be anything that is read through a reference.
+    const u32 *const pow34 = data.pow34.data();
+    const i32 *const spectrum = data.spectrum.data();
+    i32 *const quantized = data.quantized.data();
+    u8 *const codebooks = data.codebooks.data();
     const u32 gain_base = scale_factor_base + trial.common_sf;
     u32 bits = 0;
-    u32 previous_offset = data.band_sf_offset[0];  // the one that global_gain stands for
-    for (const RateBand &band : bands) {
+    u32 index_base = data.band_sf_offset[0] - tables::scale_factor_bias;  // the offset that global_gain stands for
+    for (const RateBand band : bands) {
         const u32 gain_index = (gain_base + band.sf_offset) % 256;
         const u32 gain = TAVIK_ZOLF_ipow20[gain_index];
-        const bool is_q20 = gain_index >= first_q20_gain;
         u64 largest = (u64{band.peak} * gain + q20_rounding) >> 20;
-        if (!is_q20) largest = gain_rule(gain_index)(band.peak);
+        u32 counted_by_kernels = largest_of_32_bit_products;
+        if (gain_index < first_q20_gain) {
+            largest = gain_rule(gain_index)(band.peak);
+            counted_by_kernels = 0;
+        }
         if (largest > largest_quantized) return overflow_bits;
         BandCost cost{tables::zero_codebook, 0};
         if (largest != 0) {
-            const BandLines lines{&data.pow34[band.begin()], &data.spectrum[band.begin()],
-                                  &data.quantized[band.begin()], band.width()};
-            cost = is_q20 && largest <= largest_of_32_bit_products ? count_band(lines, gain, static_cast<u32>(largest))
-                                                                   : count_large_band(lines, gain_rule(gain_index));
-            bits += cost.bits + TAVIK_ZOLF_huff120[band.sf_offset - previous_offset + tables::scale_factor_bias];
-            previous_offset = band.sf_offset;
+            const u32 begin = band.begin();
+            const BandLines lines{pow34 + begin, spectrum + begin, quantized + begin, band.width()};
+            cost = largest <= counted_by_kernels ? count_band(lines, gain, static_cast<u32>(largest))
+                                                 : count_large_band(lines, gain_rule(gain_index));
+            bits += cost.bits + TAVIK_ZOLF_huff120[band.sf_offset - index_base];
+            index_base = band.sf_offset - tables::scale_factor_bias;
         }
-        data.codebooks[band.entry] = static_cast<u8>(cost.codebook);
+        codebooks[band.entry] = static_cast<u8>(cost.codebook);
         bits += sections.add(cost.codebook, band.starts_group != 0);
         if (bits >= trial.enough) return bits;
     }

@@ -1,8 +1,6 @@
 // How tuples of quantized values index the public Huffman tables; shared by the bit counter and the spectral writer.
 #pragma once
 
-#include <algorithm>
-
 #include "quant/fixed_point.h"
 
 namespace tavik::tables {
@@ -22,11 +20,13 @@ constexpr u32 quad_index(const i32 *q) { return static_cast<u32>(27 * q[0] + 9 *
 constexpr u32 signed_pair_index(const i32 *q) { return static_cast<u32>(9 * q[0] + q[1] + 40); }
 
 // Codebooks 7 and 8 (magnitudes 0 ... 7, radix 8), 9 and 10 (magnitudes 0 ... 12, radix 13).
-constexpr u32 pair_index(const i32 *q, u32 radix) { return radix * static_cast<u32>(q[0]) + static_cast<u32>(q[1]); }
+constexpr u32 pair_index(i32 first, i32 second, u32 radix) {
+    return radix * static_cast<u32>(first) + static_cast<u32>(second);
+}
 
-// Codebook 11, any magnitudes.
-constexpr u32 escape_pair_index(const i32 *q) {
-    return static_cast<u32>(17 * std::min(q[0], escape_flag) + std::min(q[1], escape_flag));
+// Codebook 11, any magnitudes. (With std::min GCC branches.)
+constexpr u32 escape_pair_index(i32 first, i32 second) {
+    return pair_index(first < escape_flag ? first : escape_flag, second < escape_flag ? second : escape_flag, 17);
 }
 
 }  // namespace tavik::tables

@@ -6,30 +6,29 @@
 namespace tavik::tables {
 namespace {
 
+// Evaluated at compile time, where a length or difference that does not fit is an error.
 template <std::size_t N>
-consteval std::array<u32, N> packed(const std::array<u32, N> &lower, const std::array<u32, N> &higher) {
-    std::array<u32, N> pairs{};
-    for (std::size_t i = 0; i < N; ++i) pairs[i] = higher[i] << 16 | lower[i];
-    return pairs;
-}
-
-template <std::size_t N>
-consteval std::array<u8, N> bytes(const std::array<u32, N> &values) {
-    std::array<u8, N> result{};
-    for (std::size_t i = 0; i < N; ++i) result[i] = static_cast<u8>(values[i]);
-    return result;
+consteval std::array<PackedLength, N> packed(const std::array<u32, N> &lower, const std::array<u32, N> &higher) {
+    constexpr u32 most_tuples = 128;
+    std::array<PackedLength, N> lengths{};
+    for (std::size_t i = 0; i < N; ++i) {
+        const i32 difference = static_cast<i32>(higher[i]) - static_cast<i32>(lower[i]);
+        const i32 length = difference * (1 << packed_length_bits) + static_cast<i32>(lower[i]);
+        lengths[i] = static_cast<PackedLength>(length);
+        if (lengths[i] != length || lower[i] * most_tuples >> packed_length_bits != 0) __builtin_unreachable();
+    }
+    return lengths;
 }
 
 }  // namespace
 
-constexpr std::array<u32, 81> signed_quad_lengths = packed(lengths(codebook_1), lengths(codebook_2));
-constexpr std::array<u32, 81> quad_lengths =
+constexpr std::array<PackedLength, 81> signed_quad_lengths = packed(lengths(codebook_1), lengths(codebook_2));
+constexpr std::array<PackedLength, 81> quad_lengths =
     packed(lengths_with_signs(codebook_3, 3), lengths_with_signs(codebook_4, 3));
-constexpr std::array<u32, 81> signed_pair_lengths = packed(lengths(codebook_5), lengths(codebook_6));
-constexpr std::array<u32, 64> pair_8_lengths =
+constexpr std::array<PackedLength, 81> signed_pair_lengths = packed(lengths(codebook_5), lengths(codebook_6));
+constexpr std::array<PackedLength, 64> pair_8_lengths =
     packed(lengths_with_signs(codebook_7, 8), lengths_with_signs(codebook_8, 8));
-constexpr std::array<u32, 169> pair_13_lengths =
+constexpr std::array<PackedLength, 169> pair_13_lengths =
     packed(lengths_with_signs(codebook_9, 13), lengths_with_signs(codebook_10, 13));
-constexpr std::array<u8, 289> escape_pair_lengths = bytes(lengths_with_signs(codebook_11, 17));
 
 }  // namespace tavik::tables

@@ -1,4 +1,4 @@
-// Codeword lengths as the bit counter reads them: of both codebooks of a pair in one word, so that one read and one
+// Codeword lengths as the bit counter reads them: of both codebooks of a pair in one number, so that one read and one
 // addition count a tuple under both.
 #pragma once
 
@@ -8,15 +8,19 @@
 
 namespace tavik::tables {
 
-// The lower codebook's length in the low half, the higher one's in the high half; indexed like the codebooks
-// themselves. Where they code magnitudes, the sign bits are included.
-extern const std::array<u32, 81> signed_quad_lengths;  // codebooks 1 and 2
-extern const std::array<u32, 81> quad_lengths;         // 3 and 4
-extern const std::array<u32, 81> signed_pair_lengths;  // 5 and 6
-extern const std::array<u32, 64> pair_8_lengths;       // 7 and 8
-extern const std::array<u32, 169> pair_13_lengths;     // 9 and 10
+// The length in the lower codebook of a pair, plus 2^12 times what that in the higher codebook is more, -8 ... 7. Sums
+// of these over a band, 128 tuples at most, are made up the same way. Indexed like the codebooks themselves. Where they
+// code magnitudes, the sign bits are included.
+inline constexpr u32 packed_length_bits = 12;
+using PackedLength = i16;
 
-// Codebook 11 with sign bits, without escape sequences.
-extern const std::array<u8, 289> escape_pair_lengths;
+constexpr u32 in_lower_codebook(i32 packed) { return static_cast<u32>(packed) % (1u << packed_length_bits); }
+constexpr i32 more_in_higher_codebook(i32 packed) { return packed >> packed_length_bits; }
+
+extern const std::array<PackedLength, 81> signed_quad_lengths;  // codebooks 1 and 2
+extern const std::array<PackedLength, 81> quad_lengths;         // 3 and 4
+extern const std::array<PackedLength, 81> signed_pair_lengths;  // 5 and 6
+extern const std::array<PackedLength, 64> pair_8_lengths;       // 7 and 8
+extern const std::array<PackedLength, 169> pair_13_lengths;     // 9 and 10
 
 }  // namespace tavik::tables
