@@ -15,6 +15,8 @@ namespace tavik {
 namespace {
 
 using tables::cos_eighth_turn_q31;
+using tables::Rotation;
+using tables::StepRotations;
 
 struct Complex {
     i32 re;
@@ -25,10 +27,10 @@ Complex add(Complex a, Complex b) { return {wrap_add(a.re, b.re), wrap_add(a.im,
 Complex subtract(Complex a, Complex b) { return {wrap_sub(a.re, b.re), wrap_sub(a.im, b.im)}; }
 Complex times_j(Complex a) { return {wrap_sub(0, a.im), a.re}; }
 
-// x e^(-j a) in three multiplications: c = cos a, p = -(cos a + sin a), q = sin a - cos a, all Q30.
-Complex rotate(Complex x, i32 c, i32 p, i32 q) {
-    const i32 common = vector_mulhi(wrap_add(x.re, x.im) << 2, c);
-    return {wrap_add(vector_mulhi(x.im << 2, q), common), wrap_add(vector_mulhi(x.re << 2, p), common)};
+// x e^(-j a) in three multiplications. Not a call, or the loop of a step is none of vectors.
+inline Complex rotate(Complex x, Rotation by) {
+    const i32 common = vector_mulhi(wrap_add(x.re, x.im) << 2, by.c);
+    return {wrap_add(vector_mulhi(x.im << 2, by.q), common), wrap_add(vector_mulhi(x.re << 2, by.p), common)};
 }
 
 // Rotation by a quarter of pi.
@@ -71,16 +73,13 @@ void store(i32 *re, i32 *im, u32 quarter, const Quarters &y) {
     re[3 * quarter] = y.x3.re, im[3 * quarter] = y.x3.im;
 }
 
-// The step for `run` values of i, from pointers to each quarter. Their rotations are `stride` apart, six kinds of them
-// `kind` apart.
+// The step for all i < quarter, from pointers to each quarter.
 void step_run(i32 *__restrict re0, i32 *__restrict re1, i32 *__restrict re2, i32 *__restrict re3, i32 *__restrict im0,
-              i32 *__restrict im1, i32 *__restrict im2, i32 *__restrict im3, const i32 *__restrict rotation, u32 stride,
-              u32 kind, u32 run) {
-    for (u32 i = 0; i < run; ++i) {
+              i32 *__restrict im1, i32 *__restrict im2, i32 *__restrict im3, StepRotations rotations, u32 quarter) {
+    for (u32 i = 0; i < quarter; ++i) {
         const Quarters y = split({{re0[i], im0[i]}, {re1[i], im1[i]}, {re2[i], im2[i]}, {re3[i], im3[i]}});
-        const i32 *__restrict by = rotation + i * stride;
-        const Complex first = rotate(y.x2, by[0], by[kind], by[2 * kind]);
-        const Complex third = rotate(y.x3, by[3 * kind], by[4 * kind], by[5 * kind]);
+        const Complex first = rotate(y.x2, rotations.once(i));
+        const Complex third = rotate(y.x3, rotations.thrice(i));
         re0[i] = y.x0.re, im0[i] = y.x0.im;
         re1[i] = y.x1.re, im1[i] = y.x1.im;
         re2[i] = first.re, im2[i] = first.im;
@@ -99,16 +98,8 @@ void step(i32 *re, i32 *im, u32 size) {
     const u32 quarter = size / 4;
     const u32 middle = size / 8;
     const Quarters y = step_with_eighth_turns(load(re + middle, im + middle, quarter));
-    const u32 stride = tables::rotation_stride(size);
-    const u32 kind = tables::rotation_run(size);
-    const u32 run = kind / stride;
-    const i32 *rotation = tables::fft_rotations.data() + tables::fft_rotations_begin(size);
-    for (u32 i = 0; i < quarter; i += run, rotation += 6 * kind) {
-        i32 *r = re + i;
-        i32 *m = im + i;
-        step_run(r, r + quarter, r + 2 * quarter, r + 3 * quarter, m, m + quarter, m + 2 * quarter, m + 3 * quarter,
-                 rotation, stride, kind, run);
-    }
+    step_run(re, re + quarter, re + 2 * quarter, re + 3 * quarter, im, im + quarter, im + 2 * quarter, im + 3 * quarter,
+             StepRotations(size), quarter);
     store(re + middle, im + middle, quarter, y);
 }
 

@@ -3,6 +3,7 @@
 #include <arm_neon.h>
 
 #include "filterbank/fft.h"
+#include "filterbank/reversed_quad.h"
 #include "filterbank/split_radix.h"
 #include "tables/fft_tables.h"
 
@@ -41,94 +42,44 @@ void turn(Quad &d, Quad &e) {
     e = sum;
 }
 
-// The rotations of four neighbours, see tables::fft_rotations.
-struct Rotations {
-    int32x4_t c, p, q;
-};
-
-Rotations load_rotations(const i32 *entry) { return {vld1q_s32(entry), vld1q_s32(entry + 4), vld1q_s32(entry + 8)}; }
-
-Rotations every_second(const Rotations &low, const Rotations &high) {
-    return {vuzp1q_s32(low.c, high.c), vuzp1q_s32(low.p, high.p), vuzp1q_s32(low.q, high.q)};
-}
-
 // x e^(-j a) in three multiplications, as the portable version does it. Within the headroom mulhi(x << 2, c) is
 // vqdmulhq_s32(x << 1, c).
-Quad rotate(Quad x, const Rotations &by) {
+Quad rotate(Quad x, int32x4_t c, int32x4_t p, int32x4_t q) {
     const int32x4_t re = vshlq_n_s32(x.re, 1);
     const int32x4_t im = vshlq_n_s32(x.im, 1);
-    const int32x4_t common = vqdmulhq_s32(vaddq_s32(re, im), by.c);
-    return {vaddq_s32(vqdmulhq_s32(im, by.q), common), vaddq_s32(vqdmulhq_s32(re, by.p), common)};
+    const int32x4_t common = vqdmulhq_s32(vaddq_s32(re, im), c);
+    return {vaddq_s32(vqdmulhq_s32(im, q), common), vaddq_s32(vqdmulhq_s32(re, p), common)};
 }
 
 // (re + im) cos(pi / 4) and (im - re) cos(pi / 4)
 int32x4_t scaled_sum(Quad x) { return vqdmulhq_n_s32(vaddq_s32(x.re, x.im), cos_eighth_turn_q31); }
 int32x4_t scaled_difference(Quad x) { return vqdmulhq_n_s32(vsubq_s32(x.im, x.re), cos_eighth_turn_q31); }
 
-// Four neighbours in each quarter of a step.
-struct Quarters {
-    i32 *x0, *x1, *x2, *x3;
+// Where the rotations of the step of 512 are unfolded to: by a as c, p, q, s, then by 3 a as c, p, q, each for
+// i = 0 ... 128. In both, those of i and of 128 - i follow from each other. The quads by 3 a begin at i = -1, for which
+// there is room.
+constexpr u32 once_words = tables::rotation_words;
+constexpr u32 thrice_words = 3;
+constexpr u32 once_begin = 3 * once_words;
+constexpr u32 thrice_begin = once_begin + (tables::quarter_turn + 1) * once_words + thrice_words;
+static_assert(thrice_begin + (tables::quarter_turn + 2) * thrice_words <= neon::fft_512_words);
 
-    Quarters(i32 *z, u32 words) : x0(z), x1(z + words), x2(z + 2 * words), x3(z + 3 * words) {}
-
-    struct Odd {
-        Quad x2, x3;  // before the rotation
-    };
-
-    // Does the step and moves on.
-    Odd step(const Rotations &once, const Rotations &thrice) {
-        Quad a = load(x0);
-        Quad b = load(x1);
-        Quad c = load(x2);
-        Quad d = load(x3);
-        butterfly(a, c);
-        butterfly(b, d);
-        turn(c, d);
-        store(x0, a);
-        store(x1, b);
-        store(x2, rotate(c, once));
-        store(x3, rotate(d, thrice));
-        x0 += quad_words;
-        x1 += quad_words;
-        x2 += quad_words;
-        x3 += quad_words;
-        return {c, d};
-    }
-
-    // After a step with i = L/8 in this lane: the part of its values that the table's rotation does not give.
-    template <int Lane>
-    void complete_eighth_turns(const Odd &before) const {
-        vst1q_lane_s32(x2 - quad_words + 4 + Lane, scaled_difference(before.x2), Lane);
-        vst1q_lane_s32(x3 - quad_words + Lane, scaled_difference(before.x3), Lane);
-    }
-};
-
-// The table has the rotations of four neighbours, by a and then by 3 a, together.
-constexpr u32 half_entry = 3 * tables::rotation_run(0);
-
-// A step of size L. Its quad with i = L/8 has that in lane 0, or, when it is the only one, in lane 2.
-void step(i32 *z, u32 size, const i32 *rotation) {
-    const bool takes_every_second = tables::rotation_stride(size) == 2;
-    Quarters x(z, quad_re(size / 4));
-    const i32 *end = x.x1;
-    const i32 *behind_middle = z + quad_re(size / 8) / quad_words * quad_words + quad_words;
+// From the table, with cos(pi / 2 - a) = sin a.
+void unfold_once(i32 *begin) {
+    const i32 *entry = tables::fft_rotations.data();
+    i32 *up = begin;
+    i32 *down = begin + (tables::quarter_turn - 3) * once_words;
     do {
-        Rotations once = load_rotations(rotation);
-        Rotations thrice = load_rotations(rotation + half_entry);
-        rotation += 2 * half_entry;
-        if (takes_every_second) {
-            once = every_second(once, load_rotations(rotation));
-            thrice = every_second(thrice, load_rotations(rotation + half_entry));
-            rotation += 2 * half_entry;
-        }
-        const Quarters::Odd before = x.step(once, thrice);
-        if (x.x0 != behind_middle) continue;
-        if (size == 16) {
-            x.complete_eighth_turns<2>(before);
-        } else {
-            x.complete_eighth_turns<0>(before);
-        }
-    } while (x.x0 != end);
+        const int32x4x4_t x = vld4q_s32(entry);
+        const int32x4x4_t mirrored = {reversed(x.val[3]), reversed(x.val[1]), reversed(vnegq_s32(x.val[2])),
+                                      reversed(x.val[0])};
+        vst4q_s32(up, x);
+        vst4q_s32(down, mirrored);
+        entry += 4 * once_words;
+        up += 4 * once_words;
+        down -= 4 * once_words;
+    } while (up < down);
+    vst1q_s32(up, vld1q_s32(entry));
 }
 
 void transpose(int32x4_t &a, int32x4_t &b, int32x4_t &c, int32x4_t &d) {
@@ -140,6 +91,105 @@ void transpose(int32x4_t &a, int32x4_t &b, int32x4_t &c, int32x4_t &d) {
     b = vreinterpretq_s32_s64(vtrn1q_s64(ab_odd, cd_odd));
     c = vreinterpretq_s32_s64(vtrn2q_s64(ab_even, cd_even));
     d = vreinterpretq_s32_s64(vtrn2q_s64(ab_odd, cd_odd));
+}
+
+// c, p, q of four neighbours, and the sines of their angles.
+struct Rotations {
+    int32x4_t c, p, q, s;
+};
+
+// Every third of the rotations by a.
+Rotations gather_every_third(const i32 *once) {
+    Rotations x = {vld1q_s32(once), vld1q_s32(once + 3 * once_words), vld1q_s32(once + 6 * once_words),
+                   vld1q_s32(once + 9 * once_words)};
+    transpose(x.c, x.p, x.q, x.s);
+    return x;
+}
+
+// Those by 3 a are those by a of 3 i = 0, 3 ... 126, and from 129 on of 3 i - 128, further by a quarter of a turn:
+// cos(pi / 2 + b) = -sin b. Those of 128 - i have cos(3 pi / 2 - 3 a) = -sin 3 a.
+void unfold_thrice(i32 *begin, const i32 *once) {
+    const i32 *entry = once - 3 * once_words;
+    const i32 *quarter_turn = once + tables::quarter_turn * once_words;
+    i32 *up = begin - thrice_words;
+    i32 *down = begin + (tables::quarter_turn - 2) * thrice_words;
+    do {
+        const bool is_turned = entry > quarter_turn;
+        Rotations x = gather_every_third(is_turned ? entry - tables::quarter_turn * once_words : entry);
+        if (is_turned) x = {vnegq_s32(x.s), x.q, vnegq_s32(x.p), x.c};
+        const int32x4x3_t y = {x.c, x.p, x.q};
+        const int32x4x3_t mirrored = {reversed(vnegq_s32(x.s)), reversed(vnegq_s32(x.p)), reversed(x.q)};
+        vst3q_s32(up, y);
+        vst3q_s32(down, mirrored);
+        entry += 4 * 3 * once_words;
+        up += 4 * thrice_words;
+        down -= 4 * thrice_words;
+    } while (up < down + 4 * thrice_words);
+}
+
+// Replaces these lanes of what is stored at z.
+void replace(i32 *z, uint32x4_t lanes, int32x4_t by) { vst1q_s32(z, vbslq_s32(lanes, by, vld1q_s32(z))); }
+
+// A step of size L. At i = L/8, where q = 0 in the rotation by a, the rotations give one part of the values only.
+void step(i32 *z, u32 size, const i32 *once, const i32 *thrice) {
+    const u32 words = quad_re(size / 4);
+    i32 *x0 = z;
+    i32 *x1 = z + words;
+    i32 *x2 = x1 + words;
+    i32 *x3 = x2 + words;
+    const i32 *end = x1;
+    const i32 *behind_middle = x2 + quad_re(size / 8) / quad_words * quad_words + quad_words;
+    do {
+        Quad a = load(x0);
+        Quad b = load(x1);
+        Quad c = load(x2);
+        Quad d = load(x3);
+        butterfly(a, c);
+        butterfly(b, d);
+        turn(c, d);
+        const int32x4x4_t by_once = vld4q_s32(once);
+        const int32x4x3_t by_thrice = vld3q_s32(thrice);
+        store(x0, a);
+        store(x1, b);
+        store(x2, rotate(c, by_once.val[0], by_once.val[1], by_once.val[2]));
+        store(x3, rotate(d, by_thrice.val[0], by_thrice.val[1], by_thrice.val[2]));
+        x0 += quad_words;
+        x1 += quad_words;
+        x2 += quad_words;
+        x3 += quad_words;
+        once += 4 * once_words;
+        thrice += 4 * thrice_words;
+        if (x2 == behind_middle) [[unlikely]] {
+            const uint32x4_t is_eighth_turn = vceqzq_s32(by_once.val[2]);
+            replace(x2 - 4, is_eighth_turn, scaled_difference(c));
+            replace(x3 - 8, is_eighth_turn, scaled_difference(d));
+        }
+    } while (x0 != end);
+}
+
+// Makes of the rotations of a step those of one of half the size, which has `count` / 2: every second one of them.
+void halve(i32 *once, i32 *thrice, u32 count) {
+    const i32 *from_once = once;
+    const i32 *from_thrice = thrice;
+    const i32 *end = once + count * once_words;
+    do {
+        const int32x4x4_t a = vld4q_s32(from_once);
+        from_once += 4 * once_words;
+        const int32x4x4_t b = vld4q_s32(from_once);
+        from_once += 4 * once_words;
+        const int32x4x3_t c = vld3q_s32(from_thrice);
+        from_thrice += 4 * thrice_words;
+        const int32x4x3_t d = vld3q_s32(from_thrice);
+        from_thrice += 4 * thrice_words;
+        const int32x4x4_t by_once = {vuzp1q_s32(a.val[0], b.val[0]), vuzp1q_s32(a.val[1], b.val[1]),
+                                     vuzp1q_s32(a.val[2], b.val[2]), vuzp1q_s32(a.val[3], b.val[3])};
+        const int32x4x3_t by_thrice = {vuzp1q_s32(c.val[0], d.val[0]), vuzp1q_s32(c.val[1], d.val[1]),
+                                       vuzp1q_s32(c.val[2], d.val[2])};
+        vst4q_s32(once, by_once);
+        vst3q_s32(thrice, by_thrice);
+        once += 4 * once_words;
+        thrice += 4 * thrice_words;
+    } while (from_once != end);
 }
 
 void transform_4(Quad *x) {
@@ -197,9 +247,14 @@ void transform_group(const i32 *z, i32 *out, u32 b, bool is_transform_of_8) {
 }  // namespace
 
 void neon::fft_512(std::span<i32, fft_512_words> z, std::span<i32, fft_512_words> out) {
-    for (u32 size = 512; size >= tables::smallest_rotated_step; size /= 2) {
-        const i32 *rotation = tables::fft_rotations.data() + tables::fft_rotations_begin(size);
-        for_each_transform(512, size, [&](u32 p) { step(z.data() + 2 * p, size, rotation); });
+    i32 *once = out.data() + once_begin;
+    i32 *thrice = out.data() + thrice_begin;
+    unfold_once(once);
+    unfold_thrice(thrice, once);
+    for (u32 size = 512;; size /= 2) {
+        for_each_transform(512, size, [&](u32 p) { step(z.data() + 2 * p, size, once, thrice); });
+        if (size == tables::smallest_rotated_step) break;
+        halve(once, thrice, size / 4);
     }
     for (u32 b = 0; b < groups; ++b) transform_group(z.data(), out.data(), b, is_transform(b));
     // All groups are of one kind but the last, where block 31 is two transforms of 4 between transforms of 8.

@@ -4,6 +4,7 @@
 
 #include "filterbank/fft.h"
 #include "filterbank/mdct.h"
+#include "filterbank/reversed_quad.h"
 
 namespace tavik {
 namespace {
@@ -11,10 +12,6 @@ namespace {
 using neon::fft_512_words;
 using Quads = std::span<i32, fft_512_words>;
 using ConstQuads = std::span<const i32, fft_512_words>;
-
-constexpr uint8x16_t reversed_bytes = {12, 13, 14, 15, 8, 9, 10, 11, 4, 5, 6, 7, 0, 1, 2, 3};
-
-int32x4_t reversed(int32x4_t x) { return vreinterpretq_s32_u8(vqtbl1q_u8(vreinterpretq_u8_s32(x), reversed_bytes)); }
 
 // windowed(x, w) of portable, for samples of 16 bits: x 2^15 w / 2^31
 int32x4_t windowed_quad(int32x4_t x, int32x4_t window_q23) { return vqdmulhq_s32(vshlq_n_s32(x, 15), window_q23); }

@@ -74,21 +74,19 @@ TEST(Tables, WindowsAndRotationsAreRoundedToNearest) {
     }
 }
 
+void expect_rotation(const tavik::tables::Rotation &rotation, double angle) {
+    EXPECT_EQ(rotation.c, rounded(std::cos(angle), 30)) << angle;
+    EXPECT_EQ(rotation.p, rounded(-(std::cos(angle) + std::sin(angle)), 30)) << angle;
+    EXPECT_EQ(rotation.q, rounded(std::sin(angle) - std::cos(angle), 30)) << angle;
+}
+
 TEST(Tables, FftRotationsAreRoundedToNearest) {
     for (std::uint32_t step = 16; step <= 512; step *= 2) {
-        const std::size_t run = tavik::tables::rotation_run(step);
-        for (std::size_t i = 0; i < step / 4; ++i) {
+        const tavik::tables::StepRotations rotations(step);
+        for (std::uint32_t i = 0; i < step / 4; ++i) {
             if (i == step / 8) continue;
-            const double a = 2 * pi * static_cast<double>(i) / step;
-            const std::size_t k = i * tavik::tables::rotation_stride(step);
-            const std::int32_t *entry =
-                &tavik::tables::fft_rotations[tavik::tables::fft_rotations_begin(step) + k / run * 6 * run + k % run];
-            EXPECT_EQ(entry[0], rounded(std::cos(a), 30)) << step << ' ' << i;
-            EXPECT_EQ(entry[run], rounded(-(std::cos(a) + std::sin(a)), 30)) << step << ' ' << i;
-            EXPECT_EQ(entry[2 * run], rounded(std::sin(a) - std::cos(a), 30)) << step << ' ' << i;
-            EXPECT_EQ(entry[3 * run], rounded(std::cos(3 * a), 30)) << step << ' ' << i;
-            EXPECT_EQ(entry[4 * run], rounded(-(std::cos(3 * a) + std::sin(3 * a)), 30)) << step << ' ' << i;
-            EXPECT_EQ(entry[5 * run], rounded(std::sin(3 * a) - std::cos(3 * a), 30)) << step << ' ' << i;
+            expect_rotation(rotations.once(i), 2 * pi * i / step);
+            expect_rotation(rotations.thrice(i), 6 * pi * i / step);
         }
     }
 }
