@@ -1,7 +1,6 @@
 // Windows of the four window sequences, and the transform of each.
 #include "filterbank/filter_bank.h"
 
-#include <cstddef>
 #include <cstring>
 
 #include "filterbank/mdct.h"
@@ -26,28 +25,23 @@ HalfWindow short_slope(std::span<i32, frame_length> half) {
     return half;
 }
 
-// One half of a transition window on 1024 samples, read and written `step` = 1 or -1 apart: with a long slope, or a
-// short one with its flat part shifted.
-void window_half(const i32 *x, i32 *out, std::ptrdiff_t step, bool is_short_slope, u32 flat_shift) {
-    for (u32 p = 0; p < frame_length; ++p, x += step, out += step) {
-        if (!is_short_slope) {
-            *out = windowed(*x, TAVIK_SLW[p]);
-        } else if (p < flat_length) {
-            *out = 0;
-        } else if (p < flat_length + short_length) {
-            *out = windowed(*x, TAVIK_SSW[p - flat_length]);
-        } else {
-            *out = shift_left(*x << 7, flat_shift);
-        }
+// The samples of a block under a window of two halves.
+void apply_window(std::span<const i32> x, std::span<const i32> rise, std::span<const i32> fall, std::span<i32> out) {
+    const std::size_t n = rise.size();
+    for (std::size_t p = 0; p < n; ++p) {
+        out[p] = windowed(x[p], rise[p]);
+        out[n + p] = windowed(x[n + p], fall[n - 1 - p]);
     }
 }
 
-// A long block with its flat parts shifted, which the encoder does not ask for.
-void transform_shifted(History x, Block out, WindowSequence sequence, std::span<i32, frame_length> scratch,
-                       u32 flat_shift) {
-    constexpr u32 last = history_length - 1;
-    window_half(x.data(), out.data(), 1, sequence == WindowSequence::long_stop, flat_shift);
-    window_half(&x[last], &out[last], -1, sequence == WindowSequence::long_start, flat_shift);
+// A long block with the flat part of a transition window shifted, which the encoder does not ask for.
+void transform_shifted(History x, const LongWindow &window, Block out, WindowSequence sequence,
+                       std::span<i32, frame_length> scratch, u32 flat_shift) {
+    apply_window(x, window.rise, window.fall, out);
+    if (sequence != WindowSequence::only_long) {
+        i32 *flat = &out[sequence == WindowSequence::long_start ? frame_length : frame_length - flat_length];
+        for (u32 p = 0; p < flat_length; ++p) flat[p] = shift_left(flat[p], flat_shift);
+    }
     mdct(out, scratch);
 }
 
@@ -56,27 +50,25 @@ void transform_shifted(History x, Block out, WindowSequence sequence, std::span<
 void transform_short_blocks(History x, Block out, std::span<i32, short_length> scratch) {
     for (u32 w = 0; w < short_windows; ++w) {
         const auto block = out.subspan(w * short_length).first<2 * short_length>();
-        const auto samples = x.subspan(flat_length + w * short_length).first<2 * short_length>();
-        for (u32 p = 0; p < short_length; ++p) {
-            block[p] = windowed(samples[p], TAVIK_SSW[p]);
-            block[short_length + p] = windowed(samples[short_length + p], TAVIK_SSW[short_length - 1 - p]);
-        }
+        apply_window(x.subspan(flat_length + w * short_length), TAVIK_SSW, TAVIK_SSW, block);
         mdct(block, scratch);
     }
 }
 
 }  // namespace
 
+// A slope is kept in scratch where the windowed block needs all of `out`.
 void filter_bank(History x, Block out, WindowSequence sequence, std::span<i32, frame_length> scratch, u32 flat_shift) {
-    if (sequence == WindowSequence::eight_short) {
-        transform_short_blocks(x, out, scratch.first<short_length>());
-    } else if (flat_shift != 0) {
-        transform_shifted(x, out, sequence, scratch, flat_shift);
-    } else {
-        LongWindow window{TAVIK_SLW, TAVIK_SLW};
-        if (sequence == WindowSequence::long_start) window.fall = short_slope(out.last<frame_length>());
-        if (sequence == WindowSequence::long_stop) window.rise = short_slope(out.last<frame_length>());
+    if (sequence == WindowSequence::eight_short) return transform_short_blocks(x, out, scratch.first<short_length>());
+    LongWindow window{TAVIK_SLW, TAVIK_SLW};
+    if (sequence != WindowSequence::only_long) {
+        const HalfWindow slope = short_slope(flat_shift == 0 ? out.last<frame_length>() : scratch);
+        (sequence == WindowSequence::long_start ? window.fall : window.rise) = slope;
+    }
+    if (flat_shift == 0) {
         kernels::long_mdct(x, window, out.first<frame_length>(), scratch);
+    } else {
+        transform_shifted(x, window, out, sequence, scratch, flat_shift);
     }
 }
 
