@@ -14,96 +14,102 @@ namespace {
 // ceil(log2 peak) + 2, at most 18. A non-zero 3/4 power is at least 4, so that is 4 ... 18.
 i32 starting_offset(u32 peak) { return std::min(static_cast<i32>(std::bit_width(peak - 1)) + 2, 18); }
 
-// An eight-short band, by sampling rate and the number of windows in its group: short groups are coded more finely.
-i32 short_offset(u32 sampling_rate_index, u32 group_length, i32 s) {
-    switch (sampling_rate_index) {
-        case 3:
-        case 4: return s - (group_length == 1 ? 3 : group_length == 2 ? 2 : 1);
-        case 5: return group_length == 1 ? s - 2 : s;
-        case 6: return group_length == 1 ? s - 3 : s;
-        case 7:
-        case 8:
-        case 9:
-        case 10: return group_length == 1 ? s - 1 : s;
-        default: return s;
+// By how much a run of bands is finer than its starting offset s.
+struct OffsetRule {
+    u8 last_band;
+    u8 reduction;
+    u8 finer_below;   // s below which the reduction is one more
+    u8 finest_below;  // and one more again
+    u8 smallest;      // result
+
+    u32 operator()(i32 s) const {
+        const i32 finer = s - reduction - (s < finer_below ? 1 : 0) - (s < finest_below ? 1 : 0);
+        return static_cast<u32>(std::max<i32>(finer, smallest));
     }
+};
+
+constexpr u8 all_bands = 255;
+
+constexpr OffsetRule offset_rules[] = {
+    // 0 to 3: the same for all bands
+    {all_bands, 0, 0, 0, 0},
+    {all_bands, 1, 0, 0, 0},
+    {all_bands, 2, 0, 0, 0},
+    {all_bands, 3, 0, 0, 0},
+    // 4: 48000 Hz
+    {4, 1, 0, 0, 0},
+    {15, 1, 11, 0, 0},
+    {all_bands, 1, 16, 12, 0},
+    // 7: 44100 Hz
+    {4, 1, 0, 0, 0},
+    {16, 1, 11, 0, 0},
+    {all_bands, 1, 16, 12, 0},
+    // 10: 32000 Hz
+    {1, 0, 0, 0, 0},
+    {19, 2, 0, 0, 0},
+    {38, 1, 0, 0, 0},
+    {all_bands, 1, 0, 0, 3},
+    // 14: 24000 Hz
+    {8, 1, 8, 0, 0},
+    {14, 0, 13, 13, 0},
+    {24, 0, 15, 15, 0},
+    {35, 0, 15, 0, 0},
+    {41, 0, 13, 0, 0},
+    {44, 0, 11, 0, 0},
+    {all_bands, 0, 10, 0, 0},
+    // 21: 22050 Hz
+    {8, 1, 8, 0, 0},
+    {25, 2, 0, 0, 0},
+    {34, 1, 0, 0, 0},
+    {all_bands, 0, 0, 0, 0},
+    // 25: 16000 Hz
+    {6, 1, 8, 0, 0},
+    {12, 1, 7, 0, 0},
+    {33, 1, 6, 0, 0},
+    {all_bands, 0, 0, 0, 0},
+    // 29: 12000 Hz
+    {8, 1, 8, 0, 0},
+    {27, 1, 6, 0, 0},
+    {all_bands, 0, 0, 0, 0},
+    // 32: 11025 Hz
+    {29, 1, 0, 0, 0},
+    {all_bands, 0, 0, 0, 0},
+};
+
+// Where the rules of a sampling rate begin: those of long windows, and of eight-short groups of one, two and more
+// windows. Short groups are coded more finely.
+struct FirstRules {
+    u8 of_long;
+    u8 of_short[3];
+};
+
+constexpr FirstRules first_rules[] = {
+    {0, {0, 0, 0}},   // 96000 Hz
+    {0, {0, 0, 0}},   // 88200
+    {0, {0, 0, 0}},   // 64000
+    {4, {3, 2, 1}},   // 48000
+    {7, {3, 2, 1}},   // 44100
+    {10, {2, 0, 0}},  // 32000
+    {14, {3, 0, 0}},  // 24000
+    {21, {1, 0, 0}},  // 22050
+    {25, {1, 0, 0}},  // 16000
+    {29, {1, 0, 0}},  // 12000
+    {32, {1, 0, 0}},  // 11025
+    {0, {0, 0, 0}},   // 8000
+};
+
+// The rule for band 0 of a window group.
+const OffsetRule *first_rule(const CodingBlock &block, u32 channel, u32 group) {
+    const FirstRules &first = first_rules[block.sampling_rate_index];
+    if (block.window_sequence[channel] != WindowSequence::eight_short) return &offset_rules[first.of_long];
+    return &offset_rules[first.of_short[std::min(block.window_group_length[channel][group], 3u) - 1]];
 }
 
-// The high bands of 44.1 and 48 kHz.
-i32 high_band_offset(i32 t) {
-    if (t >= 15) return t;
-    return t >= 11 ? t - 1 : t - 2;
-}
-
-// 48 and 44.1 kHz differ in where the high bands begin.
-i32 offset_48_44(u32 first_high_band, bool transition, u32 band, i32 s) {
-    const i32 t = transition ? s - 2 : s - 1;
-    if (band <= 4) return t;
-    if (band < first_high_band) return t >= 10 ? t : t - 1;
-    return high_band_offset(t);
-}
-
-i32 offset_32(bool transition, u32 band, i32 s) {
-    const i32 t = transition ? s - 1 : s;
-    if (band <= 1) return t;
-    if (band <= 19) return t - 2;
-    if (band <= 38) return t - 1;
-    return t >= 4 ? t - 1 : t;
-}
-
-i32 offset_24(u32 band, i32 s) {
-    if (band <= 8) return s <= 7 ? s - 2 : s - 1;
-    if (band <= 14) return s <= 12 ? s - 2 : s;
-    if (band <= 24) return s <= 14 ? s - 2 : s;
-    if (band <= 35) return s <= 14 ? s - 1 : s;
-    if (band <= 41) return s <= 12 ? s - 1 : s;
-    if (band <= 44) return s <= 10 ? s - 1 : s;
-    return s <= 9 ? s - 1 : s;
-}
-
-i32 offset_22(u32 band, i32 s) {
-    if (band <= 8) return s >= 8 ? s - 1 : s - 2;
-    if (band <= 25) return s - 2;
-    return band <= 34 ? s - 1 : s;
-}
-
-i32 offset_16(u32 band, i32 s) {
-    if (band <= 6) return s >= 8 ? s - 1 : s - 2;
-    if (band <= 12) return s >= 7 ? s - 1 : s - 2;
-    if (band <= 33) return s >= 6 ? s - 1 : s - 2;
-    return s;
-}
-
-i32 offset_12(u32 band, i32 s) {
-    if (band <= 8) return s >= 8 ? s - 1 : s - 2;
-    if (band <= 27) return s >= 6 ? s - 1 : s - 2;
-    return s;
-}
-
-// A long-window band. `transition`: LONG_START or LONG_STOP.
-i32 long_offset(u32 sampling_rate_index, bool transition, u32 band, i32 s) {
-    switch (sampling_rate_index) {
-        case 3: return offset_48_44(16, transition, band, s);
-        case 4: return offset_48_44(17, transition, band, s);
-        case 5: return offset_32(transition, band, s);
-        case 6: return offset_24(band, s);
-        case 7: return offset_22(band, s);
-        case 8: return offset_16(band, s);
-        case 9: return offset_12(band, s);
-        case 10: return band <= 29 ? s - 1 : s;
-        default: return s;
-    }
-}
-
-u32 band_offset(const CodingBlock &block, u32 channel, const Band &band, u32 peak) {
-    if (peak == 0) return 0;
-    const i32 s = starting_offset(peak);
+// At 32 to 48 kHz, LONG_START and LONG_STOP are coded more finely than other long windows.
+bool is_fine_transition(const CodingBlock &block, u32 channel) {
     const WindowSequence sequence = block.window_sequence[channel];
-    const i32 adjusted =
-        sequence == WindowSequence::eight_short
-            ? short_offset(block.sampling_rate_index, block.window_group_length[channel][band.group], s)
-            : long_offset(block.sampling_rate_index, sequence != WindowSequence::only_long, band.number, s);
-    return static_cast<u32>(std::max(adjusted, 0));
+    return (sequence == WindowSequence::long_start || sequence == WindowSequence::long_stop) &&
+           block.sampling_rate_index >= 3 && block.sampling_rate_index <= 5;
 }
 
 }  // namespace
@@ -117,10 +123,14 @@ void estimate_scale_factors(CodingBlock &block, Pow34 pow34_out, ConstSpectrum s
         group_begin += block.window_group_length[channel][g] * short_length;
     }
     block.has_signal[channel] = 0;
+    const i32 transition = is_fine_transition(block, channel) ? 1 : 0;
+    const OffsetRule *rule = offset_rules;
     for (const Band band : coded_bands(block, channel)) {
+        if (band.number == 0) rule = first_rule(block, channel, band.group);
+        if (band.number > rule->last_band) ++rule;
         const u32 peak = kernels::largest(pow34_out.subspan(band.begin, band.width));
         if (peak != 0) block.has_signal[channel] = 1;
-        band_sf_offset[band.entry()] = band_offset(block, channel, band, peak);
+        band_sf_offset[band.entry()] = peak == 0 ? 0 : (*rule)(starting_offset(peak) - transition);
     }
 }
 
