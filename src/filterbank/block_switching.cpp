@@ -3,7 +3,6 @@
 #include "filterbank/block_switching.h"
 
 #include <algorithm>
-#include <optional>
 
 namespace tavik {
 namespace {
@@ -38,13 +37,21 @@ constexpr u32 last_index_with_fall = 7;
 // a / b < threshold / 128
 bool is_below(i32 a, i32 threshold, i32 b) { return a < (i64{threshold} * b) >> 7; }
 
-// The largest peak of some sub-blocks, and the sub-block that has it (the earlier one of equals).
-struct Peak {
-    i32 value;
-    u32 subblock;
-};
+// The sub-block, of `count` from `first` on, that has the largest peak; the earliest of equals.
+u32 loudest(std::span<const i32, 2 * subblocks> peaks, u32 first, u32 count) {
+    u32 loudest = first;
+    for (u32 i = first + 1; i < first + count; ++i) {
+        if (peaks[i] > peaks[loudest]) loudest = i;
+    }
+    return loudest;
+}
 
-Peak larger(Peak earlier, Peak later) { return later.value > earlier.value ? later : earlier; }
+// The largest peak of sub-blocks 2 j and 2 j + 1.
+i32 pair_peak(std::span<const i32, 2 * subblocks> peaks, u32 j) {
+    const i32 earlier = peaks[2 * j];
+    const i32 later = peaks[2 * j + 1];
+    return std::max(earlier, later);
+}
 
 struct Neighbour {
     i32 left;
@@ -66,44 +73,46 @@ i32 strength(i32 value, Neighbour neighbour, Ratios ratios) {
     return std::max(rise, wrap_abs(wrap_sub(value, neighbour.right)));
 }
 
-// The strongest of the peaks, whose first and last entries are neighbours only. Entry 2 is examined before entry 1,
-// then the others in order; of equals the first examined wins.
-std::optional<u32> strongest(std::span<const Peak> peaks, Ratios ratios) {
-    std::optional<u32> attack;
+// The strongest of the peaks, whose first and last entries are neighbours only; 0 when none is a candidate. Entry 2 is
+// examined before entry 1, then the others in order; of equals the first examined wins.
+u32 strongest(std::span<const i32> peaks, Ratios ratios) {
+    u32 attack = 0;
     i32 best = 0;
-    for (std::size_t n = 1; n < peaks.size() - 1; ++n) {
-        const std::size_t i = n <= 2 ? 3 - n : n;
-        const i32 s = strength(peaks[i].value, {peaks[i - 1].value, peaks[i + 1].value}, ratios);
+    for (u32 n = 1; n < peaks.size() - 1; ++n) {
+        const u32 i = n <= 2 ? 3 - n : n;
+        const i32 s = strength(peaks[i], {peaks[i - 1], peaks[i + 1]}, ratios);
         if (s > best) {
             best = s;
-            attack = peaks[i].subblock;
+            attack = i;
         }
     }
     return attack;
 }
 
-// The sub-block of an attack in the newer history half, if there is one.
-std::optional<u32> find_attack(u32 sampling_rate_index, std::span<const i32, 2 * subblocks> peaks,
-                               const TavikAttackDetectorState &previous) {
+constexpr u32 no_attack = ~u32{0};
+
+// The sub-block of an attack in the newer history half, or no_attack.
+u32 find_attack(u32 sampling_rate_index, std::span<const i32, 2 * subblocks> peaks,
+                const TavikAttackDetectorState &previous) {
     const Thresholds &thresholds = block_switch_thresholds[sampling_rate_index];
     const bool needs_fall = sampling_rate_index <= last_index_with_fall;
 
-    std::array<Peak, subblocks + 2> single{Peak{previous.last_subblock_peak, 0}};
-    for (u32 i = 0; i <= subblocks; ++i) single[i + 1] = {peaks[i], i};
-    std::array<Peak, subblocks / 2 + 2> pair{Peak{previous.last_pair_peak, 0}};
-    for (u32 j = 0; j <= subblocks / 2; ++j) {
-        pair[j + 1] = larger({peaks[2 * j], 2 * j}, {peaks[2 * j + 1], 2 * j + 1});
-    }
+    const u32 earlier = loudest(peaks, 0, subblocks / 2);
+    const u32 later = loudest(peaks, subblocks / 2, subblocks / 2);
+    const i32 earlier_peak = peaks[earlier];
+    const i32 later_peak = peaks[later];
+    if (std::max(earlier_peak, later_peak) == 0) return no_attack;
+    if (is_below(earlier_peak, thresholds.group, later_peak)) return later;
+    if (is_below(later_peak, thresholds.group, earlier_peak)) return earlier;
 
-    const Peak earlier_half = larger(pair[1], pair[2]);
-    const Peak later_half = larger(pair[3], pair[4]);
-    if (std::max(earlier_half.value, later_half.value) == 0) return std::nullopt;
-    if (is_below(earlier_half.value, thresholds.group, later_half.value)) return later_half.subblock;
-    if (is_below(later_half.value, thresholds.group, earlier_half.value)) return earlier_half.subblock;
+    std::array<i32, subblocks / 2 + 2> pair{previous.last_pair_peak};
+    for (u32 j = 0; j <= subblocks / 2; ++j) pair[j + 1] = pair_peak(peaks, j);
+    const u32 attack = strongest(pair, {thresholds.pair_rise, thresholds.pair_fall, needs_fall});
+    if (attack != 0) return loudest(peaks, 2 * (attack - 1), 2);
 
-    const auto attack = strongest(pair, {thresholds.pair_rise, thresholds.pair_fall, needs_fall});
-    if (attack) return attack;
-    return strongest(single, {thresholds.subblock_rise, thresholds.subblock_fall, needs_fall});
+    std::array<i32, subblocks + 2> single{previous.last_subblock_peak};
+    copy_elements(peaks.data(), subblocks + 1, single.data() + 1);
+    return strongest(single, {thresholds.subblock_rise, thresholds.subblock_fall, needs_fall}) - 1;
 }
 
 }  // namespace
@@ -119,14 +128,14 @@ void portable::measure_peaks(std::span<const i32, frame_length> block, std::span
 
 WindowSequence decide_window(u32 sampling_rate_index, std::span<const i32, 2 * subblocks> peaks, u32 &short_run_active,
                              u32 &attack_index, TavikAttackDetectorState &previous) {
-    const std::optional<u32> attack = find_attack(sampling_rate_index, peaks, previous);
+    const u32 attack = find_attack(sampling_rate_index, peaks, previous);
     previous.last_subblock_peak = peaks[subblocks - 1];
-    previous.last_pair_peak = std::max(peaks[subblocks - 2], peaks[subblocks - 1]);
+    previous.last_pair_peak = pair_peak(peaks, subblocks / 2 - 1);
 
     const bool in_short_run = short_run_active != 0;
-    short_run_active = attack.has_value() ? 1 : 0;
-    if (!attack) return in_short_run ? WindowSequence::long_stop : WindowSequence::only_long;
-    attack_index = *attack;
+    short_run_active = attack != no_attack ? 1 : 0;
+    if (attack == no_attack) return in_short_run ? WindowSequence::long_stop : WindowSequence::only_long;
+    attack_index = attack;
     return in_short_run ? WindowSequence::eight_short : WindowSequence::long_start;
 }
 
