@@ -9,26 +9,19 @@ namespace {
 
 constexpr u32 copyright_id_bits = 72;
 
+// The two records differ in the meaning of the first word only: channel_mode, until the channel layout is set.
 void copy_config(EncoderState &state, const EncoderConfig &config) {
-    StoredConfig &stored = state.config;
-    stored.channel_configuration = config.channel_mode;  // until the channel layout is set
-    stored.sample_rate = config.sample_rate;
-    stored.bit_rate = config.bit_rate;
-    stored.header_type = static_cast<HeaderType>(config.header_type);
-    stored.constant_rate = config.constant_rate;
-    stored.emit_priming_frame = config.emit_priming_frame;
-    stored.tns_disable = config.tns_disable;
-    stored.home = config.home;
-    stored.original_copy = config.original_copy;
-    stored.copyright_id_present = config.copyright_id_present;
-    copy_elements(config.copyright_id, sizeof(config.copyright_id), stored.copyright_id.data());
+    constexpr std::size_t bytes = offsetof(EncoderConfig, copyright_id) + sizeof(config.copyright_id);
+    static_assert(offsetof(StoredConfig, copyright_id) == offsetof(EncoderConfig, copyright_id));
+    copy_elements(std::as_bytes(std::span(&config, 1)).data(), bytes,
+                  std::as_writable_bytes(std::span(&state.config, 1)).data());
     copy_elements(config.copyright_id, sizeof(config.copyright_id), state.coding.adif_header.copyright_id);
 }
 
 // The code of the first field out of range, in this order.
-i32 check(const EncoderConfig &config) {
+i32 check(const EncoderConfig &config, u32 sampling_rate_index) {
     if (config.channel_mode > TAVIK_MODE_TWO_MONO) return TAVIK_ERR_CHANNEL_MODE;
-    if (sample_rate_index(config.sample_rate) == unknown_sample_rate) return TAVIK_ERR_SAMPLE_RATE;
+    if (sampling_rate_index == unknown_sample_rate) return TAVIK_ERR_SAMPLE_RATE;
     if (config.bit_rate < TAVIK_MIN_BIT_RATE) return TAVIK_ERR_BIT_RATE;
     if (config.bit_rate > TAVIK_MAX_BIT_RATE_FACTOR * config.sample_rate) return TAVIK_ERR_BIT_RATE;
     if (config.header_type > TAVIK_HEADER_NONE) return TAVIK_ERR_HEADER_TYPE;
@@ -67,19 +60,19 @@ void set_band_limit(CodingBlock &block) {
     block.band_limit_active = block.spectral_limit < frame_length ? 1 : 0;
     if (block.band_limit_active == 0) return;
     const u32 *starts = TAVIK_SwbOffsetLong[index];
-    block.long_band_count =
-        static_cast<u32>(std::upper_bound(starts, starts + block.long_band_count, block.spectral_limit) - starts);
+    block.long_band_count = 0;
+    while (starts[block.long_band_count] <= block.spectral_limit) ++block.long_band_count;
 }
 
-// Where the rate loop starts. The single values are the frame sizes of 64, 96 and 128 kbit/s per channel at 44.1 kHz.
+// Where the rate loop starts: 45, and 5 less from each of these on. They are the frame sizes of 64, 96 and 128 kbit/s
+// per channel at 44.1 kHz, and one more.
 u32 initial_common_sf(u32 mean_channel_bytes) {
-    if (mean_channel_bytes <= 184) return 45;
-    if (mean_channel_bytes == 185) return 40;
-    if (mean_channel_bytes <= 277) return 35;
-    if (mean_channel_bytes == 278) return 30;
-    if (mean_channel_bytes <= 370) return 25;
-    if (mean_channel_bytes == 371) return 20;
-    return 15;
+    static constexpr u16 sizes[] = {185, 186, 278, 279, 371, 372};
+    u32 common_sf = 45;
+    for (const u16 size : sizes) {
+        if (mean_channel_bytes >= size) common_sf -= 5;
+    }
+    return common_sf;
 }
 
 void set_bit_budget(CodingBlock &block, u32 bit_rate, u32 sample_rate) {
@@ -127,7 +120,7 @@ i32 initialise(EncoderState &state, const EncoderConfig &config) {
     copy_config(state, config);
     CodingBlock &block = state.coding;
     block.sampling_rate_index = sample_rate_index(config.sample_rate);
-    const i32 status = check(config);
+    const i32 status = check(config, block.sampling_rate_index);
     if (status != TAVIK_OK) return status;
 
     set_channel_layout(state, config.channel_mode);
