@@ -10,20 +10,23 @@ namespace tavik {
 namespace {
 
 struct MsThresholds {
-    i32 side_factor;  // mid/side if side_factor x side <= 10 x (left + right)
-    u32 low_share;    // per cent of bands: below it no band is coded as mid/side
-    u32 high_share;   // above it all are
+    u8 side_factor;  // mid/side if side_factor x side <= 10 x (left + right)
+    u8 low_share;    // per cent of bands: below it no band is coded as mid/side
+    u8 high_share;   // above it all are
 };
 
-constexpr MsThresholds thresholds_of(u32 sampling_rate_index) {
-    if (sampling_rate_index <= 5) return {12, 30, 55};  // 32 kHz and above
-    if (sampling_rate_index <= 8) return {19, 27, 52};  // 16 to 24 kHz
-    return {19, 25, 50};
+constexpr MsThresholds ms_thresholds[] = {
+    {12, 30, 55},  // 32 kHz and above
+    {19, 27, 52},  // 16 to 24 kHz
+    {19, 25, 50},
+};
+
+const MsThresholds &thresholds_of(u32 sampling_rate_index) {
+    return ms_thresholds[(sampling_rate_index > 5 ? 1 : 0) + (sampling_rate_index > 8 ? 1 : 0)];
 }
 
 // What the bands say together.
 struct Survey {
-    MsMask mask = MsMask::all;  // per_band unless band 0, or no band, prefers left/right
     u32 ms_band_count = 0;
     u32 lr_total = 0;
     u32 side_total = 0;
@@ -31,7 +34,7 @@ struct Survey {
 
 Survey survey_bands(ConstSpectrum left, ConstSpectrum right, std::span<const u32> offsets, i32 side_factor,
                     std::span<u32> ms_used) {
-    std::array<BandSums, max_bands> sums_of_band{};
+    std::array<BandSums, max_bands> sums_of_band;  // NOLINT(cppcoreguidelines-pro-type-member-init): filled next
     kernels::band_sums(left, right, offsets.data(), std::span(sums_of_band).first(ms_used.size()));
     Survey survey;
     for (u32 b = 0; b < ms_used.size(); ++b) {
@@ -46,16 +49,17 @@ Survey survey_bands(ConstSpectrum left, ConstSpectrum right, std::span<const u32
             const auto mean = static_cast<u32>(wrap_add(sums.both, sums.side) >> 1);
             survey.lr_total += mean;
             survey.side_total += mean;
-            if (survey.mask == MsMask::all) survey.mask = b == 0 ? MsMask::none : MsMask::per_band;
         }
     }
     return survey;
 }
 
-MsMask decide_mask(const Survey &survey, const MsThresholds &thresholds, u32 bands) {
-    if (100 * survey.ms_band_count > thresholds.high_share * bands) return MsMask::all;
-    if (100 * survey.ms_band_count < thresholds.low_share * bands) return MsMask::none;
-    return survey.mask;
+// In between, the bands decide for themselves, unless the first prefers left/right.
+MsMask decide_mask(const Survey &survey, const MsThresholds &thresholds, std::span<const u32> ms_used) {
+    const auto bands = static_cast<u32>(ms_used.size());
+    if (survey.ms_band_count == bands || 100 * survey.ms_band_count > thresholds.high_share * bands) return MsMask::all;
+    if (100 * survey.ms_band_count < thresholds.low_share * bands || ms_used[0] == 0) return MsMask::none;
+    return MsMask::per_band;
 }
 
 // Transforms the bands that the mask selects, a run of neighbours at a time.
@@ -69,23 +73,13 @@ void transform_bands(Spectrum left, Spectrum right, std::span<const u32> offsets
     }
 }
 
-// Per cent of its target that each channel keeps; 200 in all.
-struct BitShares {
-    u32 mid;
-    u32 side;
-};
-
-BitShares bit_shares(MsMask mask, const Survey &survey, bool tns_data_present) {
+// Per cent of its target that the side channel keeps; mid and side keep 200 in all.
+u32 side_share(MsMask mask, const Survey &survey, bool tns_data_present) {
     const u32 total = survey.side_total + survey.lr_total;
-    u32 q = total == 0 ? 0 : 200 * survey.side_total / total;
-    if (mask == MsMask::per_band) {
-        if (q <= 89) return {110, 90};
-        return q <= 100 ? BitShares{200 - q, q} : BitShares{100, 100};
-    }
-    if (survey.side_total == 0 || total == 0) return {190, 10};
-    if (tns_data_present && q < 35) q += 4;
-    q = std::max(q, 14u);
-    return {200 - q, q};
+    const u32 q = total == 0 ? 0 : 200 * survey.side_total / total;
+    if (mask == MsMask::per_band) return std::clamp(q, 90u, 100u);
+    if (survey.side_total == 0 || total == 0) return 10;
+    return std::max(tns_data_present && q < 35 ? q + 4 : q, 14u);
 }
 
 i32 percent_of(u32 percent, i32 bits) { return wrap_mul(static_cast<i32>(percent), bits) / 100; }
@@ -94,16 +88,17 @@ i32 percent_of(u32 percent, i32 bits) { return wrap_mul(static_cast<i32>(percent
 
 MsMask ms_stereo(Spectrum left, Spectrum right, u32 sampling_rate_index, std::span<u32, max_bands> ms_used,
                  std::span<i32, max_channels> bits_target, u32 max_sfb, bool tns_data_present) {
-    const MsThresholds thresholds = thresholds_of(sampling_rate_index);
+    const std::span<u32> flags = ms_used.first(max_sfb);
+    const MsThresholds &thresholds = thresholds_of(sampling_rate_index);
     const std::span<const u32> offsets = TAVIK_SwbOffsetLong[sampling_rate_index];
-    const Survey survey = survey_bands(left, right, offsets, thresholds.side_factor, ms_used.first(max_sfb));
-    const MsMask mask = decide_mask(survey, thresholds, max_sfb);
+    const Survey survey = survey_bands(left, right, offsets, thresholds.side_factor, flags);
+    const MsMask mask = decide_mask(survey, thresholds, flags);
     if (mask == MsMask::none) return mask;
 
-    transform_bands(left, right, offsets, mask, ms_used.first(max_sfb));
-    const BitShares shares = bit_shares(mask, survey, tns_data_present);
-    bits_target[0] = percent_of(shares.mid, bits_target[0]);
-    bits_target[1] = percent_of(shares.side, bits_target[1]);
+    transform_bands(left, right, offsets, mask, flags);
+    const u32 side = side_share(mask, survey, tns_data_present);
+    bits_target[0] = percent_of(200 - side, bits_target[0]);
+    bits_target[1] = percent_of(side, bits_target[1]);
     return mask;
 }
 
