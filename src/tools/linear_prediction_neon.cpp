@@ -1,5 +1,7 @@
 #include <arm_neon.h>
 
+#include <algorithm>
+
 #include "tools/linear_prediction.h"
 
 namespace tavik::neon {
@@ -10,12 +12,13 @@ using tables::tns_max_order;
 constexpr std::size_t vector = 4;  // lines
 
 // A range of lines split for vectors of lines that read 12 lines below themselves: the lowest lines go behind zeros in
-// a buffer of their own, so many that the others come to whole blocks and find 12 lines below.
+// a buffer of their own, so many that the others come to whole blocks and find 12 lines below. (Of fewer than 12 lines
+// all go there: the remainder is then that of a wrapped number, and the sum at least 12.)
 template <std::size_t Block>
 class PaddedHead {
  public:
     explicit PaddedHead(std::span<const i32> x)
-        : lines_(x.size() < tns_max_order ? x.size() : tns_max_order + (x.size() - tns_max_order) % Block) {
+        : lines_(std::min(x.size(), tns_max_order + (x.size() - tns_max_order) % Block)) {
         for (std::size_t i = 0; i < lines_; ++i) buffer_[size - lines_ + i] = x[i];
     }
     std::size_t lines() const { return lines_; }
@@ -33,13 +36,13 @@ class PaddedHead {
 
 // How products are summed: in 32 bits, where the caller knows that they suffice, or in 64.
 struct NarrowSum {
-    static constexpr bool has_lag_0 = false;
+    static constexpr std::size_t first_lag = 1;
     int32x4_t value = vdupq_n_s32(0);
     void add(int32x4_t a, int32x4_t b) { value = vmlaq_s32(value, a, b); }
     i64 total() const { return vaddlvq_s32(value); }
 };
 struct WideSum {
-    static constexpr bool has_lag_0 = true;
+    static constexpr std::size_t first_lag = 0;
     int64x2_t value = vdupq_n_s64(0);
     void add(int32x4_t a, int32x4_t b) {
         value = vmlal_high_s32(vmlal_s32(value, vget_low_s32(a), vget_low_s32(b)), a, b);
@@ -47,19 +50,23 @@ struct WideSum {
     i64 total() const { return vaddvq_s64(value); }
 };
 
+// Of the lags from the sum's first on.
 template <typename Sum>
-using LagSums = std::array<Sum, tns_lags>;
+using LagSums = std::array<Sum, tns_lags - Sum::first_lag>;
+
+template <std::size_t Lag, typename Sum>
+void add_lag(LagSums<Sum> &sums, int32x4_t low, int32x4_t high, int32x4_t low_below, int32x4_t high_below) {
+    sums[Lag - Sum::first_lag].add(low, low_below);
+    sums[Lag - Sum::first_lag].add(high, high_below);
+}
 
 // Lags R, R + 4 and R + 8 of lines p[0 ... 7].
 template <std::size_t R, typename Sum>
 void add_lags(LagSums<Sum> &sums, int32x4_t low, int32x4_t high, const i32 *p) {
     const int32x4x4_t x = vld1q_s32_x4(p - 8 - R);
-    sums[R].add(low, x.val[2]);
-    sums[R].add(high, x.val[3]);
-    sums[R + 4].add(low, x.val[1]);
-    sums[R + 4].add(high, x.val[2]);
-    sums[R + 8].add(low, x.val[0]);
-    sums[R + 8].add(high, x.val[1]);
+    add_lag<R, Sum>(sums, low, high, x.val[2], x.val[3]);
+    add_lag<R + 4, Sum>(sums, low, high, x.val[1], x.val[2]);
+    add_lag<R + 8, Sum>(sums, low, high, x.val[0], x.val[1]);
 }
 
 constexpr std::size_t lag_block = 2 * vector;
@@ -81,24 +88,18 @@ void sum_lags(const Segments &segments, std::span<i64, tns_lags> r) {
             const int32x4x4_t x = vld1q_s32_x4(p - 8);
             const int32x4_t low = x.val[2];
             const int32x4_t high = x.val[3];
-            if constexpr (Sum::has_lag_0) {
-                sums[0].add(low, low);
-                sums[0].add(high, high);
-            }
-            sums[4].add(low, x.val[1]);
-            sums[4].add(high, low);
-            sums[8].add(low, x.val[0]);
-            sums[8].add(high, x.val[1]);
-            sums[12].add(low, vld1q_s32(p - 12));
-            sums[12].add(high, x.val[0]);
-            add_lags<1>(sums, low, high, p);
-            add_lags<2>(sums, low, high, p);
-            add_lags<3>(sums, low, high, p);
+            if constexpr (Sum::first_lag == 0) add_lag<0, Sum>(sums, low, high, low, high);
+            add_lag<4, Sum>(sums, low, high, x.val[1], low);
+            add_lag<8, Sum>(sums, low, high, x.val[0], x.val[1]);
+            add_lag<12, Sum>(sums, low, high, vld1q_s32(p - 12), x.val[0]);
+            add_lags<1, Sum>(sums, low, high, p);
+            add_lags<2, Sum>(sums, low, high, p);
+            add_lags<3, Sum>(sums, low, high, p);
             p += lag_block;
         }
         totals = sums;
     }
-    for (std::size_t lag = Sum::has_lag_0 ? 0 : 1; lag < tns_lags; ++lag) r[lag] = totals[lag].total();
+    for (std::size_t lag = Sum::first_lag; lag < tns_lags; ++lag) r[lag] = totals[lag - Sum::first_lag].total();
 }
 
 // Sum of the squares, up to 2^62 - 1.
@@ -189,7 +190,8 @@ void add_taps(WideLines &sum, const i32 *p, const int32x4x3_t &c_q24) {
 }
 
 // Filters lines downwards from `end`.
-void filter_vectors(i32 *end, std::size_t vectors, int32x4x3_t c_q24) {
+void filter_vectors(i32 *end, std::size_t vectors, std::span<const i32, tns_max_order> coefficients_q24) {
+    const int32x4x3_t c_q24 = vld1q_s32_x3(coefficients_q24.data());
     for (i32 *p = end; vectors != 0; --vectors) {
         p -= vector;
         WideLines sum = {vdupq_n_s64(0), vdupq_n_s64(0)};
@@ -204,10 +206,9 @@ void filter_vectors(i32 *end, std::size_t vectors, int32x4x3_t c_q24) {
 }  // namespace
 
 void shaping_filter(std::span<i32> x, std::span<const i32, tns_max_order> c_q24) {
-    const int32x4x3_t c = vld1q_s32_x3(c_q24.data());
     PaddedHead<vector> head(x);
-    filter_vectors(x.data() + x.size(), (x.size() - head.lines()) / vector, c);
-    filter_vectors(head.end(), head.blocks(), c);
+    filter_vectors(x.data() + x.size(), (x.size() - head.lines()) / vector, c_q24);
+    filter_vectors(head.end(), head.blocks(), c_q24);
     for (std::size_t i = 0; i < head.lines(); ++i) x[i] = head.line_0()[i];
 }
 
