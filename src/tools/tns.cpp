@@ -30,7 +30,8 @@ Factor factor(i64 x) {
 }
 
 // a b / 2^47, to about 47 significant bits: the product of the low parts is left out.
-i64 q47_mul(const Factor &a, const Factor &b) {
+i64 q47_mul(const Factor &a, i64 factor_b) {
+    const Factor b = factor(factor_b);
     const i64 product = 2 * a.high * b.high + ((b.low * a.high) >> 23) + ((a.low * b.high) >> 23);
     return norm_shift(product, -(a.exponent + b.exponent));
 }
@@ -53,9 +54,7 @@ void normalise(Autocorrelation &r) {
 
 // With a sum of exactly 0 nothing is normalised: the recursion may then work on a few bits, and its error has little to
 // do with that of the signal.
-bool recursion_is_accurate(const Autocorrelation &r) {
-    return std::none_of(r.begin(), r.end(), [](i64 sum) { return sum == 0; });
-}
+bool recursion_is_accurate(const Autocorrelation &r) { return std::ranges::find(r, 0) == r.end(); }
 
 struct Prediction {
     Coefficients<i32> reflection_q23;
@@ -79,11 +78,11 @@ void extend(Coefficients<i64> &a, u32 m, Scale scaled) {
 [[gnu::cold, gnu::noinline]] Prediction predict(const Autocorrelation &r) {
     constexpr i64 limit = (i64{1} << 47) - 1;  // |k| < 1
     Prediction result{{}, r[0]};
-    Coefficients<i64> a{};
-    Coefficients<Factor> r_factors{};  // of r[1] on
+    Coefficients<i64> a;             // the first m - 1 at step m
+    Coefficients<Factor> r_factors;  // of r[1] on, likewise
     for (u32 m = 1; m <= tns_max_order; ++m) {
         i64 acc = r[m];
-        for (u32 i = 1; i < m; ++i) acc = wrap_add(acc, q47_mul(factor(a[i - 1]), r_factors[m - i - 1]));
+        for (u32 i = 1; i < m; ++i) acc = wrap_add(acc, q47_mul(r_factors[m - i - 1], a[i - 1]));
         r_factors[m - 1] = factor(r[m]);
         i64 k = wrap_neg(acc);
         if (acc != 0 && result.error != 0) k = q47_div(k, result.error, 23);
@@ -91,9 +90,9 @@ void extend(Coefficients<i64> &a, u32 m, Scale scaled) {
         result.reflection_q23[m - 1] = static_cast<i32>(k >> 24);
 
         const Factor by_k = factor(k);
-        extend(a, m, [by_k](i64 other) { return q47_mul(by_k, factor(other)); });
+        extend(a, m, [&by_k](i64 other) { return q47_mul(by_k, other); });
         a[m - 1] = k;
-        result.error = wrap_sub(result.error, q47_mul(factor(result.error), factor(q47_mul(by_k, by_k))));
+        result.error = wrap_sub(result.error, q47_mul(factor(result.error), q47_mul(by_k, k)));
     }
     return result;
 }
@@ -117,7 +116,7 @@ i32 quantize_coefficient(i32 k_q23, i32 &index) {
 
 // Direct-form coefficients (Q24) of the filter with the given reflection coefficients (Q23); 0 behind the last.
 [[gnu::cold, gnu::noinline]] Coefficients<i32> direct_form(std::span<const i32> reflection_q23) {
-    Coefficients<i64> b_q45{};
+    Coefficients<i64> b_q45;  // the first m - 1 at step m
     for (u32 m = 1; m <= reflection_q23.size(); ++m) {
         const i64 k = reflection_q23[m - 1];
         extend(b_q45, m, [k](i64 other) { return 2 * k * static_cast<i32>(other >> 24); });
@@ -128,7 +127,7 @@ i32 quantize_coefficient(i32 k_q23, i32 &index) {
     return c_q24;
 }
 
-bool fits_three_bits(i32 coef) { return coef >= -4 && coef <= 3; }
+constexpr auto fits_three_bits = [](i32 coef) { return coef >= -4 && coef <= 3; };
 
 }  // namespace
 
