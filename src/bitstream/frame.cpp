@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "bitstream/channel_stream.h"
+#include "bitstream/fields.h"
 #include "bitstream/headers.h"
 #include "quant/rate_loop.h"
 
@@ -23,30 +24,30 @@ constexpr u32 fixed_channel_bits = global_gain_bits + ics_flag_bits;
 // The second channel of a pair is left at least this much, at the cost of the first.
 constexpr i32 minimum_second_target = 148;
 
-u32 put_element(BitOutput out, Element element) {
-    put_bits(out, static_cast<u32>(element), element_id_bits);
-    return element_id_bits;
-}
+constexpr Field element_id(Element element) { return {static_cast<u32>(element), element_id_bits}; }
 
-void deduct(CodingBlock &block, u32 channel, u32 bits) {
+// Takes `bits` off a channel's target, and the bits of what its channel stream has besides: TNS data and, unless it is
+// shared, ics_info.
+void deduct(CodingBlock &block, u32 channel, u32 bits, bool shares_ics_info) {
+    bits += tns_data_bits(block.tns_data[channel]);
+    if (!shares_ics_info) bits += ics_info_bits(block.window_sequence[channel]);
     block.bits_target[channel] = wrap_sub(block.bits_target[channel], static_cast<i32>(bits));
 }
 
 // Runs the rate loop of a channel and writes its channel stream. `codebooks` is cleared, or holds another channel's.
-u32 code_channel(BitOutput out, CodingBlock &block, const FrameData &data, Codebooks codebooks, u32 channel) {
+void code_channel(BitOutput out, CodingBlock &block, const FrameData &data, Codebooks codebooks, u32 channel) {
     const ConstSpectrum spectrum(data.spectrum + channel * history_length, frame_length);
     const ConstPow34 pow34(data.pow34 + channel * frame_length, frame_length);
     const ConstBandArray band_sf_offset = block.band_sf_offset[channel];
     const u32 global_gain = run_rate_loop(block, {spectrum, pow34, band_sf_offset, codebooks, data.quantized}, channel);
     const CodedChannel coded{global_gain, codebooks, band_sf_offset, data.quantized, spectrum};
-    return write_channel_stream(out, block, coded, block.scale_factor_grouping[channel], channel);
+    write_channel_stream(out, block, coded, block.scale_factor_grouping[channel], channel);
 }
 
 // common_window, and with it ics_info and the mid/side flags. Returns their bits, element tag included.
 u32 write_pair_side_info(BitOutput out, const CodingBlock &block) {
     const u32 start = out.writer.bit_count;
-    put_bits(out, 0, element_tag_bits);
-    put_bits(out, block.common_window == 1 ? 1 : 0, 1);
+    put_fields(out, Field{0, element_tag_bits}, Field{block.common_window == 1 ? 1u : 0u, 1});
     if (block.common_window == 1) {
         write_ics_info(out, block.window_sequence[0], block.max_sfb[0], block.scale_factor_grouping[0]);
         put_bits(out, static_cast<u32>(block.ms_mask_present), 2);
@@ -59,12 +60,9 @@ u32 write_pair_side_info(BitOutput out, const CodingBlock &block) {
 
 // Takes share and side information off the targets of a pair; an odd bit of the side information goes to channel 0.
 void deduct_from_pair(CodingBlock &block, u32 share, u32 side_bits) {
-    deduct(block, 0, share + (side_bits + 1) / 2);
-    deduct(block, 1, share + side_bits / 2);
-    for (u32 channel = 0; channel < 2; ++channel) {
-        if (block.common_window == 0) deduct(block, channel, ics_info_bits(block.window_sequence[channel]));
-        deduct(block, channel, tns_data_bits(block.tns_data[channel]));
-    }
+    const bool shares_ics_info = block.common_window != 0;
+    deduct(block, 0, share + (side_bits + 1) / 2, shares_ics_info);
+    deduct(block, 1, share + side_bits / 2, shares_ics_info);
     if (block.bits_target[1] < minimum_second_target) {
         const i32 missing = wrap_sub(minimum_second_target, block.bits_target[1]);
         block.bits_target[0] = wrap_sub(block.bits_target[0], missing);
@@ -72,106 +70,89 @@ void deduct_from_pair(CodingBlock &block, u32 share, u32 side_bits) {
     }
 }
 
-// fill_element with `bytes` <= 270 bytes of payload, all zero: extension type 0, fill bytes 0. Returns its bits.
-u32 write_fill_element(BitOutput out, u32 bytes) {
+constexpr u32 smallest_fill_element = element_id_bits + 4;
+constexpr u32 largest_fill_bytes = 270;
+
+// fill_element with `bytes` <= 270 bytes of payload, all zero: extension type 0, fill bytes 0.
+void write_fill_element(BitOutput out, u32 bytes) {
     constexpr u32 escape_count = 15;
-    const u32 start = out.writer.bit_count;
-    put_element(out, Element::fil);
-    put_bits(out, std::min(bytes, escape_count), 4);  // count
-    if (bytes >= escape_count) {
-        put_bits(out, bytes - escape_count, 8);  // esc_count: the payload has count + esc_count - 1 bytes ...
-        --bytes;                                 // ... because this field takes one
+    if (bytes < escape_count) {
+        put_fields(out, element_id(Element::fil), Field{bytes, 4});  // count
+    } else {
+        // count and esc_count: the payload has count + esc_count - 1 bytes ...
+        put_fields(out, element_id(Element::fil), Field{escape_count, 4}, Field{bytes - escape_count, 8});
+        --bytes;  // ... because esc_count takes one
     }
     put_bits(out, 0, 8 * bytes);
-    return out.writer.bit_count - start;
 }
 
-// The header, where this frame has one, with its byte alignment. Returns its bits.
-u32 write_header(BitOutput out, EncoderState &state) {
+// The header, where this frame has one, with its byte alignment.
+void write_header(BitOutput out, EncoderState &state) {
     CodingBlock &block = state.coding;
-    u32 bits = 0;
     if (state.config.header_type == HeaderType::adts) {
         write_adts_header(out, block.adts_header, block.sampling_rate_index, state.config.channel_configuration,
                           state.config.constant_rate == 1);
-        bits = adts_header_bits;
     } else if (state.config.header_type == HeaderType::adif && block.first_frame_pending == 1) {
-        bits = write_adif_header(out, block.adif_header, block.program_config);
-        bits += byte_align(out);
+        write_adif_header(out, block.adif_header, block.program_config);
+        byte_align(out);
     }
     block.first_frame_pending = 0;
-    return bits;
 }
 
 // A share holds the bits of the frame that the rate loop does not count and that no element deducts itself: header,
 // element identifiers, single channel tags, END, and the fixed part of each channel stream.
 
 // Each channel bears half of the header and of the identifiers of CPE and END.
-u32 write_channel_pair(BitOutput out, CodingBlock &block, const FrameData &data, u32 header_bits) {
-    const u32 share = header_bits / 2 + fixed_channel_bits + (element_id_bits + element_id_bits) / 2;
-    const u32 bits = put_element(out, Element::cpe);
-    return bits + write_channel_pair_element(out, block, data, share);
+void write_channel_pair(BitOutput out, CodingBlock &block, const FrameData &data) {
+    const u32 share = out.writer.bit_count / 2 + fixed_channel_bits + (element_id_bits + element_id_bits) / 2;
+    put_fields(out, element_id(Element::cpe));
+    write_channel_pair_element(out, block, data, share);
 }
 
 // One single channel element, or two, described by a program config element in every ADTS frame.
-u32 write_single_channels(BitOutput out, EncoderState &state, const FrameData &data, u32 header_bits) {
+void write_single_channels(BitOutput out, EncoderState &state, const FrameData &data) {
     CodingBlock &block = state.coding;
     const bool are_two = state.config.channel_configuration == channel_configuration_two_mono;
-    u32 bits = 0;
     if (are_two && state.config.header_type == HeaderType::adts) {
-        bits += put_element(out, Element::pce);
-        bits += write_program_config(out, block.program_config);
+        put_fields(out, element_id(Element::pce));
+        write_program_config(out, block.program_config);
     }
     // The first channel also bears the END identifier.
-    u32 share = (header_bits + bits) / (are_two ? 2 : 1) + element_id_bits + element_tag_bits + fixed_channel_bits +
+    u32 share = out.writer.bit_count / (are_two ? 2 : 1) + element_id_bits + element_tag_bits + fixed_channel_bits +
                 element_id_bits;
     for (u32 channel = 0; channel < block.num_channels; ++channel) {
-        bits += put_element(out, Element::sce);
-        bits += write_single_channel_element(out, block, data, share, channel);
+        put_fields(out, element_id(Element::sce));
+        write_single_channel_element(out, block, data, share, channel);
         share -= element_id_bits;
     }
-    return bits;
-}
-
-u32 write_channel_elements(BitOutput out, EncoderState &state, const FrameData &data, u32 header_bits) {
-    if (state.config.channel_configuration == channel_configuration_stereo) {
-        return write_channel_pair(out, state.coding, data, header_bits);
-    }
-    return write_single_channels(out, state, data, header_bits);
 }
 
 }  // namespace
 
-u32 write_single_channel_element(BitOutput out, CodingBlock &block, const FrameData &data, u32 share, u32 channel) {
+void write_single_channel_element(BitOutput out, CodingBlock &block, const FrameData &data, u32 share, u32 channel) {
     std::array<u8, band_array_size> codebooks{};
     put_bits(out, channel, element_tag_bits);
-    deduct(block, channel, share);
-    deduct(block, channel, ics_info_bits(block.window_sequence[channel]));
-    deduct(block, channel, tns_data_bits(block.tns_data[channel]));
-    return element_tag_bits + code_channel(out, block, data, codebooks, channel);
+    deduct(block, channel, share, false);
+    code_channel(out, block, data, codebooks, channel);
 }
 
-u32 write_channel_pair_element(BitOutput out, CodingBlock &block, const FrameData &data, u32 share) {
+void write_channel_pair_element(BitOutput out, CodingBlock &block, const FrameData &data, u32 share) {
     std::array<u8, band_array_size> codebooks{};
-    u32 bits = write_pair_side_info(out, block);
-    deduct_from_pair(block, share, bits);
-    for (u32 channel = 0; channel < 2; ++channel) bits += code_channel(out, block, data, codebooks, channel);
-    return bits;
+    deduct_from_pair(block, share, write_pair_side_info(out, block));
+    for (u32 channel = 0; channel < 2; ++channel) code_channel(out, block, data, codebooks, channel);
 }
 
-u32 write_fill(BitOutput out, u32 bits_so_far, u32 target_bits) {
-    constexpr u32 smallest_element = 7;
-    constexpr u32 largest_bytes = 270;
+void write_fill(BitOutput out, u32 bits_so_far, u32 target_bits) {
+    constexpr u32 largest_fill_element = smallest_fill_element + 8 * largest_fill_bytes;
     constexpr u32 most_full_elements = 5;
     const u32 used = bits_so_far + element_id_bits;  // with END
-    if (used + smallest_element > target_bits) return 0;
+    if (used + smallest_fill_element > target_bits) return;
 
-    constexpr u32 largest_element = smallest_element + 8 * largest_bytes;
-    u32 gap = target_bits - used;
-    const u32 full_elements = std::min(most_full_elements, (gap - smallest_element) / largest_element);
-    u32 bits = 0;
-    for (u32 i = 0; i < full_elements; ++i) bits += write_fill_element(out, largest_bytes);
-    gap -= bits;
-    return bits + write_fill_element(out, (gap - smallest_element) / 8);
+    u32 gap = target_bits - used - smallest_fill_element;
+    const u32 full_elements = std::min(most_full_elements, gap / largest_fill_element);
+    for (u32 i = 0; i < full_elements; ++i) write_fill_element(out, largest_fill_bytes);
+    gap -= full_elements * largest_fill_element;
+    write_fill_element(out, gap / 8);
 }
 
 u32 constant_rate_frame_bits(const CodingBlock &block) { return 8 * block.mean_channel_bytes * block.num_channels; }
@@ -179,13 +160,17 @@ u32 constant_rate_frame_bits(const CodingBlock &block) { return 8 * block.mean_c
 u32 write_frame(EncoderState &state, u8 *buffer, const FrameData &data) {
     BitWriter writer = fresh_bit_writer;
     const BitOutput out{buffer, writer};
-    u32 bits = write_header(out, state);
-    bits += write_channel_elements(out, state, data, bits);
-    if (state.config.constant_rate == 1) bits += write_fill(out, bits, constant_rate_frame_bits(state.coding));
-    bits += put_element(out, Element::end);
-    bits += byte_align(out);
+    write_header(out, state);
+    if (state.config.channel_configuration == channel_configuration_stereo) {
+        write_channel_pair(out, state.coding, data);
+    } else {
+        write_single_channels(out, state, data);
+    }
+    if (state.config.constant_rate == 1) write_fill(out, writer.bit_count, constant_rate_frame_bits(state.coding));
+    put_fields(out, element_id(Element::end));
+    byte_align(out);
     if (state.config.header_type == HeaderType::adts) {
-        put_bits_at(buffer, (bits + 7) / 8, adts_frame_length_bits, adts_frame_length_offset);
+        put_bits_at(buffer, writer.bit_count / 8, adts_frame_length_bits, adts_frame_length_offset);
     }
     return writer.bit_count;
 }

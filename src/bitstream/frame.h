@@ -15,15 +15,15 @@ struct FrameData {
 };
 
 // single_channel_element of a channel (its number is also the tag), without the element identifier. `share`: bits
-// charged to the channel's target for headers and fixed syntax. Returns the bits written.
-u32 write_single_channel_element(BitOutput out, CodingBlock &block, const FrameData &data, u32 share, u32 channel);
+// charged to the channel's target for headers and fixed syntax.
+void write_single_channel_element(BitOutput out, CodingBlock &block, const FrameData &data, u32 share, u32 channel);
 
 // channel_pair_element of channels 0 and 1, without the element identifier. `share` is charged to each channel.
-u32 write_channel_pair_element(BitOutput out, CodingBlock &block, const FrameData &data, u32 share);
+void write_channel_pair_element(BitOutput out, CodingBlock &block, const FrameData &data, u32 share);
 
 // Fill elements that bring a constant-rate frame of `bits_so_far` bits to its mean size of `target_bits`, END and byte
-// alignment (3 to 10 bits) still to come; nothing when the frame is that long already. Returns their bits.
-u32 write_fill(BitOutput out, u32 bits_so_far, u32 target_bits);
+// alignment (3 to 10 bits) still to come; nothing when the frame is that long already.
+void write_fill(BitOutput out, u32 bits_so_far, u32 target_bits);
 
 // Mean size of a constant-rate frame.
 u32 constant_rate_frame_bits(const CodingBlock &block);

@@ -1,5 +1,7 @@
-// One put_bits call per syntax element, or per run of zeros, in the standard's order and under its names.
+// Syntax elements in the standard's order and under its names.
 #include "bitstream/headers.h"
+
+#include "bitstream/fields.h"
 
 namespace tavik {
 namespace {
@@ -19,58 +21,45 @@ u32 next_copyright_bit(TavikAdtsHeader &header) {
 void write_adts_header(BitOutput out, TavikAdtsHeader &header, u32 sampling_frequency_index, u32 channel_configuration,
                        bool constant_rate) {
     constexpr u32 variable_rate_fullness = 0x7FF;
-    put_bits(out, 0xFFF, 12);                  // syncword
-    put_bits(out, 1, 1);                       // ID: MPEG-2 AAC
-    put_bits(out, 0, 2);                       // layer
-    put_bits(out, 1, 1);                       // protection_absent
-    put_bits(out, low_complexity_profile, 2);  // profile
-    put_bits(out, sampling_frequency_index, 4);
-    put_bits(out, 0, 1);  // private_bit
-    put_bits(out, channel_configuration, 3);
-    put_bits(out, header.original_copy, 1);
-    put_bits(out, header.home, 1);
-    put_bits(out, next_copyright_bit(header), 1);  // copyright_identification_bit
-    put_bits(out, header.copyright_identification_start, 1);
+    put_fields(out, Field{0xFFF, 12},                            // syncword
+               Field{1, 1},                                      // ID: MPEG-2 AAC
+               Field{0, 2},                                      // layer
+               Field{1, 1},                                      // protection_absent
+               Field{low_complexity_profile, 2},                 // profile
+               Field{sampling_frequency_index, 4}, Field{0, 1},  // private_bit
+               Field{channel_configuration, 3}, Field{header.original_copy, 1}, Field{header.home, 1});
+    put_fields(out, Field{next_copyright_bit(header), 1},  // copyright_identification_bit
+               Field{header.copyright_identification_start, 1},
+               Field{0, adts_frame_length_bits},  // aac_frame_length, filled in when the frame is complete
+               Field{constant_rate ? header.adts_buffer_fullness : variable_rate_fullness, 11},
+               Field{0, 2});  // number_of_raw_data_blocks_in_frame: one
     header.copyright_identification_start = 0;
-    put_bits(out, 0, adts_frame_length_bits);  // aac_frame_length, filled in when the frame is complete
-    put_bits(out, constant_rate ? header.adts_buffer_fullness : variable_rate_fullness, 11);
-    put_bits(out, 0, 2);  // number_of_raw_data_blocks_in_frame: one
 }
 
-u32 write_adif_header(BitOutput out, const TavikAdifHeader &header, const TavikProgramConfig &program) {
-    const u32 start = out.writer.bit_count;
+void write_adif_header(BitOutput out, const TavikAdifHeader &header, const TavikProgramConfig &program) {
     put_bits(out, 0x41444946, 32);  // adif_id: "ADIF"
     put_bits(out, header.copyright_id_present, 1);
     if (header.copyright_id_present != 0) {
         for (const u8 byte : header.copyright_id) put_bits(out, byte, 8);
     }
-    put_bits(out, header.original_copy, 1);
-    put_bits(out, header.home, 1);
-    put_bits(out, header.bitstream_type, 1);
-    put_bits(out, header.bitrate, 23);
-    put_bits(out, 0, 4);  // num_program_config_elements: one
+    put_fields(out, Field{header.original_copy, 1}, Field{header.home, 1}, Field{header.bitstream_type, 1},
+               Field{header.bitrate, 23}, Field{0, 4});  // num_program_config_elements: one
     if (header.bitstream_type == 0) put_bits(out, header.adif_buffer_fullness, 20);
     write_program_config(out, program);
-    return out.writer.bit_count - start;
 }
 
-u32 write_program_config(BitOutput out, const TavikProgramConfig &program) {
+void write_program_config(BitOutput out, const TavikProgramConfig &program) {
     constexpr u32 element_instance_tag = 5;
-    const u32 start = out.writer.bit_count;
-    put_bits(out, element_instance_tag, 4);
-    put_bits(out, low_complexity_profile, 2);  // object_type
-    put_bits(out, program.sampling_frequency_index, 4);
-    put_bits(out, program.num_front_channel_elements, 4);
-    // No further elements: num_side, num_back, num_lfe, num_assoc_data, num_valid_cc.
-    put_bits(out, 0, 4 + 4 + 2 + 3 + 4);
-    put_bits(out, 0, 1 + 1 + 1);  // mono, stereo and matrix_mixdown_idx_present
+    put_fields(out, Field{element_instance_tag, 4}, Field{low_complexity_profile, 2},  // object_type
+               Field{program.sampling_frequency_index, 4}, Field{program.num_front_channel_elements, 4});
+    // No further elements: num_side, num_back, num_lfe, num_assoc_data, num_valid_cc; nor mono, stereo or matrix
+    // mixdown.
+    put_bits(out, 0, 4 + 4 + 2 + 3 + 4 + 1 + 1 + 1);
     for (u32 i = 0; i < program.num_front_channel_elements; ++i) {
-        put_bits(out, program.front_element_is_cpe[i], 1);
-        put_bits(out, program.front_element_tag_select[i], 4);
+        put_fields(out, Field{program.front_element_is_cpe[i], 1}, Field{program.front_element_tag_select[i], 4});
     }
     byte_align(out);      // counted from the start of the frame, or of the ADIF header
     put_bits(out, 0, 8);  // comment_field_bytes
-    return out.writer.bit_count - start;
 }
 
 }  // namespace tavik

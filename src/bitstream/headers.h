@@ -14,10 +14,10 @@ inline constexpr u32 adts_frame_length_offset = 30;  // bit position of aac_fram
 void write_adts_header(BitOutput out, TavikAdtsHeader &header, u32 sampling_frequency_index, u32 channel_configuration,
                        bool constant_rate);
 
-// adif_header with one program config element, without the byte alignment behind it. Returns its bits.
-u32 write_adif_header(BitOutput out, const TavikAdifHeader &header, const TavikProgramConfig &program);
+// adif_header with one program config element, without the byte alignment behind it.
+void write_adif_header(BitOutput out, const TavikAdifHeader &header, const TavikProgramConfig &program);
 
-// program_config_element, without an element identifier. Returns its bits.
-u32 write_program_config(BitOutput out, const TavikProgramConfig &program);
+// program_config_element, without an element identifier.
+void write_program_config(BitOutput out, const TavikProgramConfig &program);
 
 }  // namespace tavik

@@ -52,6 +52,14 @@ FrameData frame_data(const i32 *spectrum, const u32 *pow34_spectrum, i32 *quanti
     return {spectrum, pow34_spectrum, std::span<i32, frame_length>(quantized, frame_length)};
 }
 
+// The bits that `write` appends to an output.
+template <typename Write>
+u32 appended_bits(BitOutput out, Write write) {
+    const u32 start = out.writer.bit_count;
+    write(out);
+    return out.writer.bit_count - start;
+}
+
 using CodebookBytes = std::array<u8, band_array_size>;
 
 // Codebooks as the library holds them; callers have a word for each.
@@ -181,11 +189,12 @@ void TAVIK_WriteADTSHeader(uint32_t sampling_frequency_index, uint32_t constant_
 
 uint32_t TAVIK_WriteADIFHeader(const TavikProgramConfig *program_config, const TavikAdifHeader *adif_header,
                                uint8_t *buffer, BitWriter *writer) {
-    return write_adif_header({buffer, *writer}, *adif_header, *program_config);
+    return appended_bits({buffer, *writer},
+                         [&](BitOutput out) { write_adif_header(out, *adif_header, *program_config); });
 }
 
 uint32_t TAVIK_WritePCE(const TavikProgramConfig *program_config, uint8_t *buffer, BitWriter *writer) {
-    return write_program_config({buffer, *writer}, *program_config);
+    return appended_bits({buffer, *writer}, [&](BitOutput out) { write_program_config(out, *program_config); });
 }
 
 uint32_t TAVIK_WriteICS(const TavikCodingBlock *block, uint32_t global_gain, const uint32_t *codebooks,
@@ -217,18 +226,22 @@ uint32_t TAVIK_WriteBitstream(EncoderContext *context, const int32_t *spectrum, 
 
 uint32_t TAVIK_WriteSCE(TavikCodingBlock *block, const int32_t *spectrum, const uint32_t *pow34_spectrum,
                         BitWriter *writer, uint32_t share, uint8_t *buffer, int32_t *quantized, uint32_t channel) {
-    return write_single_channel_element({buffer, *writer}, *block, frame_data(spectrum, pow34_spectrum, quantized),
-                                        share, channel);
+    return appended_bits({buffer, *writer}, [&](BitOutput out) {
+        write_single_channel_element(out, *block, frame_data(spectrum, pow34_spectrum, quantized), share, channel);
+    });
 }
 
 uint32_t TAVIK_WriteCPE(TavikCodingBlock *block, const int32_t *spectrum, const uint32_t *pow34_spectrum,
                         BitWriter *writer, uint32_t share, uint8_t *buffer, int32_t *quantized) {
-    return write_channel_pair_element({buffer, *writer}, *block, frame_data(spectrum, pow34_spectrum, quantized),
-                                      share);
+    return appended_bits({buffer, *writer}, [&](BitOutput out) {
+        write_channel_pair_element(out, *block, frame_data(spectrum, pow34_spectrum, quantized), share);
+    });
 }
 
 uint32_t TAVIK_WriteFIL(const EncoderContext *context, uint32_t bits_so_far, uint8_t *buffer, BitWriter *writer) {
-    return write_fill({buffer, *writer}, bits_so_far, constant_rate_frame_bits(state_of(*context).coding));
+    return appended_bits({buffer, *writer}, [&](BitOutput out) {
+        write_fill(out, bits_so_far, constant_rate_frame_bits(state_of(*context).coding));
+    });
 }
 
 }  // extern "C"
