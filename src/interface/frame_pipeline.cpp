@@ -25,34 +25,30 @@ bool has_common_window(const EncoderState &state) {
            block.window_sequence[0] == block.window_sequence[1] && !is_eight_short(block, 0);
 }
 
-void set_long_layout(CodingBlock &block, u32 channel) {
-    block.max_sfb[channel] = block.long_band_count;
-    block.num_window_groups[channel] = 1;
-    block.window_group_length[channel][0] = 1;
-    copy_elements(TAVIK_SwbOffsetLong[block.sampling_rate_index], block.long_band_count + 1,
-                  block.sfb_offset[channel].data());
-}
-
 // The grouping comes from the attack found one call earlier, when the newer half of this block was the lookahead.
-void set_short_layout(CodingBlock &block, u32 channel) {
+void set_short_grouping(CodingBlock &block, u32 channel) {
     const auto &grouping = TAVIK_scale_factor_grouping_table[block.prev_attack_index[channel]];
-    block.max_sfb[channel] = block.short_band_count;
     copy_elements(grouping, max_groups, block.window_group_length[channel].data());
     block.num_window_groups[channel] = grouping[max_groups];
     block.scale_factor_grouping[channel] = grouping[max_groups + 1];
-    const u32 *starts = TAVIK_SwbOffsetShort[block.sampling_rate_index];
-    for (u32 g = 0; g < block.num_window_groups[channel]; ++g) {
-        u32 *row = block.sfb_offset[channel].data() + g * short_offset_row;
-        for (u32 b = 0; b <= block.short_band_count; ++b) row[b] = block.window_group_length[channel][g] * starts[b];
-    }
 }
 
 void set_band_layout(CodingBlock &block, u32 channel) {
-    block.sfb_offset_start[channel] = block.sfb_offset[channel].data();
+    const u32 *starts = TAVIK_SwbOffsetLong[block.sampling_rate_index];
+    u32 bands = block.long_band_count;
+    block.num_window_groups[channel] = 1;
+    block.window_group_length[channel][0] = 1;
     if (is_eight_short(block, channel)) {
-        set_short_layout(block, channel);
-    } else {
-        set_long_layout(block, channel);
+        starts = TAVIK_SwbOffsetShort[block.sampling_rate_index];
+        bands = block.short_band_count;
+        set_short_grouping(block, channel);
+    }
+    block.max_sfb[channel] = bands;
+    block.sfb_offset_start[channel] = block.sfb_offset[channel].data();
+    u32 *row = block.sfb_offset[channel].data();
+    for (u32 g = 0; g < block.num_window_groups[channel]; ++g, row += short_offset_row) {
+        const u32 windows = block.window_group_length[channel][g];
+        for (u32 b = 0; b <= bands; ++b) row[b] = windows * starts[b];
     }
 }
 
@@ -77,14 +73,12 @@ void regroup_short_spectra(const CodingBlock &block, Spectrum spectrum, std::spa
 }
 
 // Temporal noise shaping of a long block, where the configuration and the bit rate allow it.
-void shape_temporal_noise(EncoderState &state, u32 channel) {
+void shape_temporal_noise(EncoderState &state, Spectrum spectrum, u32 channel) {
     CodingBlock &block = state.coding;
     const u32 index = block.sampling_rate_index;
-    if (state.config.tns_disable == 1) return;
-    block.tns_data[channel].tns_data_present = 0;
-    if (is_eight_short(block, channel) || state.config.bit_rate < tables::tns_min_bitrate[index]) return;
-    temporal_noise_shaping(block.tns_data[channel], first_half(state.spectrum[channel]), index,
-                           TAVIK_NumSwbLongWindow[index], block.long_band_count);
+    if (state.config.tns_disable == 1 || state.config.bit_rate < tables::tns_min_bitrate[index]) return;
+    temporal_noise_shaping(block.tns_data[channel], spectrum, index, TAVIK_NumSwbLongWindow[index],
+                           block.long_band_count);
 }
 
 // A channel's time history to the spectrum that is quantized, mid/side apart.
@@ -93,9 +87,13 @@ void analyse_spectrum(EncoderState &state, u32 channel) {
     const Spectrum spectrum = first_half(state.spectrum[channel]);
     filter_bank(state.time_history[channel], state.spectrum[channel], block.window_sequence[channel], state.work_buffer,
                 0);
-    if (!is_eight_short(block, channel) && block.band_limit_active == 1) low_pass(spectrum, block.spectral_limit);
-    shape_temporal_noise(state, channel);
-    if (is_eight_short(block, channel)) regroup_short_spectra(block, spectrum, state.work_buffer, channel);
+    block.tns_data[channel].tns_data_present = 0;
+    if (is_eight_short(block, channel)) {
+        regroup_short_spectra(block, spectrum, state.work_buffer, channel);
+    } else {
+        if (block.band_limit_active == 1) low_pass(spectrum, block.spectral_limit);
+        shape_temporal_noise(state, spectrum, channel);
+    }
 }
 
 // Mid/side needs a common window and both channels with or both without temporal noise shaping.

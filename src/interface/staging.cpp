@@ -1,7 +1,5 @@
 #include "interface/staging.h"
 
-#include <algorithm>
-
 namespace tavik {
 namespace {
 
@@ -38,8 +36,9 @@ void stage_input(EncoderState &state, const i16 *pcm, u32 count) {
         kernels::read_stereo(pcm, in_eights, lookahead[0], lookahead[1]);
     }
     for (u32 channel = 0; channel < channels; ++channel) {
-        for (u32 i = in_eights; i < count; ++i) lookahead[channel][i] = pcm[i * channels + channel];
-        std::fill(lookahead[channel].begin() + count, lookahead[channel].end(), 0);
+        for (u32 i = in_eights; i < frame_length; ++i) {
+            lookahead[channel][i] = i < count ? pcm[i * channels + channel] : 0;
+        }
     }
 }
 
