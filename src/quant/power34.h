@@ -33,7 +33,7 @@ namespace portable {
 // out[k] = (8 |spectrum[k]|)^(3/4), as pow34() has it; a multiple of 4 lines.
 void raise_to_three_quarters(std::span<const i32> spectrum, u32 *out);
 
-// 0 for an empty span.
+// Of a multiple of 4 values; 0 for an empty span.
 u32 largest(std::span<const u32> values);
 
 }  // namespace portable

@@ -90,8 +90,11 @@ u32 largest(std::span<const u32> values) {
     const u32 *v = values.data();
     const u32 *const end = v + values.size();
     uint32x4_t largest = vdupq_n_u32(0);
-    for (; end - v >= 8; v += 8) largest = vmaxq_u32(vmaxq_u32(largest, vld1q_u32(v)), vld1q_u32(v + 4));
-    if (v != end) largest = vmaxq_u32(largest, vld1q_u32(v));
+    if (values.size() % 8 != 0) {
+        largest = vld1q_u32(v);
+        v += 4;
+    }
+    for (; v != end; v += 8) largest = vmaxq_u32(vmaxq_u32(largest, vld1q_u32(v)), vld1q_u32(v + 4));
     return vmaxvq_u32(largest);
 }
 
