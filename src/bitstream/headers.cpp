@@ -21,6 +21,7 @@ u32 next_copyright_bit(TavikAdtsHeader &header) {
 void write_adts_header(BitOutput out, TavikAdtsHeader &header, u32 sampling_frequency_index, u32 channel_configuration,
                        bool constant_rate) {
     constexpr u32 variable_rate_fullness = 0x7FF;
+    const u32 adts_buffer_fullness = constant_rate ? header.adts_buffer_fullness : variable_rate_fullness;
     put_fields(out, Field{0xFFF, 12},                            // syncword
                Field{1, 1},                                      // ID: MPEG-2 AAC
                Field{0, 2},                                      // layer
@@ -30,9 +31,8 @@ void write_adts_header(BitOutput out, TavikAdtsHeader &header, u32 sampling_freq
                Field{channel_configuration, 3}, Field{header.original_copy, 1}, Field{header.home, 1});
     put_fields(out, Field{next_copyright_bit(header), 1},  // copyright_identification_bit
                Field{header.copyright_identification_start, 1},
-               Field{0, adts_frame_length_bits},  // aac_frame_length, filled in when the frame is complete
-               Field{constant_rate ? header.adts_buffer_fullness : variable_rate_fullness, 11},
-               Field{0, 2});  // number_of_raw_data_blocks_in_frame: one
+               Field{0, adts_frame_length_bits},               // aac_frame_length, filled in when the frame is complete
+               Field{adts_buffer_fullness, 11}, Field{0, 2});  // number_of_raw_data_blocks_in_frame: one
     header.copyright_identification_start = 0;
 }
 

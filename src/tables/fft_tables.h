@@ -28,7 +28,7 @@ inline constexpr u32 quarter_turn = largest_step / 4;
 
 // The rotation by k parts. Those by one and by three eighths of a turn, which a step has at i = L/8, take their cosine
 // from above. With it re of the one and im of the other come out as products of one rounding, as they have to.
-constexpr Rotation make_rotation(u32 k) {
+consteval Rotation make_rotation(u32 k) {
     const i128 cosine = cos_pi(2 * i64{k}, largest_step);
     const i128 sine = sin_pi(2 * i64{k}, largest_step);
     Rotation rotation{static_cast<i32>(round_q60(cosine, 30)), static_cast<i32>(round_q60(-(cosine + sine), 30)),

@@ -5,8 +5,11 @@
 
 #include <random>
 
+#include "bitstream/escape_sequence.h"
+#include "quant/power34.h"
 #include "support/full_count.h"
 #include "support/standard_tables.h"
+#include "tables/huffman_tables.h"
 
 namespace {
 
@@ -56,6 +59,30 @@ TEST(CountBits, OverflowStopsTheCount) {
     EXPECT_EQ(channel.count(), overflow_bits);
     channel.offsets[1] = 1;  // a coarser gain for its band
     EXPECT_LT(channel.count(), overflow_bits);
+}
+
+// The finest quantizer steps, which the products of lines and gain make too large for 32 bits.
+TEST(CountBits, GainIndicesAreTakenModulo256) {
+    for (u32 gain_index = 0; gain_index < first_q20_gain + 2; ++gain_index) {
+        Channel channel(1, 4);
+        channel.pow34 = {4, 0, 5, 9};
+        const u64 largest = gain_rule(gain_index)(9);
+        const u32 bits = channel.count(256 + gain_index - scale_factor_base);
+        if (largest > largest_quantized) {
+            ASSERT_EQ(bits, overflow_bits) << gain_index;
+            continue;
+        }
+        u32 expected = 9 + 1 + 3;  // section, scale factor, signs
+        for (u32 k = 0; k < 4; ++k) {
+            const auto q = static_cast<i32>(gain_rule(gain_index)(channel.pow34[k]));
+            ASSERT_EQ(channel.quantized[k], q) << gain_index;
+            if (q >= tables::escape_flag) expected += escape_sequence(q).length;
+        }
+        const i32 *q = channel.quantized.data();
+        for (u32 k = 0; k < 4; k += 2) expected += TAVIK_ZOLF_huff110[tables::escape_pair_index(q[k], q[k + 1])];
+        ASSERT_EQ(bits, expected) << gain_index;
+        ASSERT_EQ(channel.codebooks[0], tables::escape_codebook) << gain_index;
+    }
 }
 
 // Cost of values under a codebook other than 11, from the standard's tables.
