@@ -15,8 +15,8 @@ struct BitOutput {
     BitWriter &writer;
 };
 
-// Where many fields in a row go: bits gather in a 64-bit word and leave it 32 at a time. A plain value: inner loops
-// work on a copy, which stays in registers.
+// Where many fields in a row go: bits gather in a 64-bit word and leave it 32 at a time. A plain value: where
+// the functions that append to it are inlined, it stays in registers.
 struct BitSink {
     u8 *next;      // where the gathered bits go
     u64 gathered;  // the low `count` < 32 bits; above them old ones

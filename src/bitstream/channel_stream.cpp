@@ -1,7 +1,10 @@
 // Writes exactly what the bit counter counted, after the frame's side information.
 #include "bitstream/channel_stream.h"
 
+#include <bit>
+
 #include "bitstream/escape_sequence.h"
+#include "bitstream/fields.h"
 #include "quant/coded_bands.h"
 #include "quant/sections.h"
 #include "tables/huffman_tables.h"
@@ -9,11 +12,11 @@
 namespace tavik {
 namespace {
 
-// The values of some lines and, for the signs of magnitudes, their spectrum. Loops copy the end: as far as the compiler
-// knows, any byte that goes out may change what has an address.
+// A multiple of 4 values and, for the signs of magnitudes, their spectrum. Stored bytes may alias anything: loops copy
+// the end into a local.
 struct CodedLines {
     const i32 *quantized;
-    const i32 *end;  // of the values; a multiple of 4
+    const i32 *end;
     const i32 *spectrum;
 };
 
@@ -90,28 +93,27 @@ void write_quads(BitSink &sink, const CodedLines &lines, const HuffmanTable &tab
     }
 }
 
+u32 append_sign(u32 codeword, i32 x) { return codeword << 1 | static_cast<u32>(x) >> 31; }
+
 struct Pair {
     i32 first;
     i32 second;
 };
 
-inline u32 append_sign(u32 codeword, i32 x) { return codeword << 1 | static_cast<u32>(x) >> 31; }
-
-// Appends a codeword and the signs, out of x, of its pair of magnitudes. `length` is that of the codeword; every sign
-// makes it `length_of_sign` longer. Zeros, which have none, are rare in pairs of this kind. Inlined, so that the sink
-// stays in registers.
-[[gnu::always_inline]] inline void put_pair(BitSink &sink, u32 codeword, u32 length, u32 length_of_sign,
-                                            const Pair &magnitudes, const i32 *x) {
-    const auto [first, second] = magnitudes;
-    if (first != 0 && second != 0) [[likely]] {
+// Appends a codeword and the signs, out of x, of its pair of magnitudes. Zeros, which have none, are rare in pairs of
+// this kind. Inlined, so that the sink stays in registers.
+template <bool LengthIncludesSigns>
+[[gnu::always_inline]] inline void put_pair(BitSink &sink, u32 codeword, u32 length, Pair magnitudes, const i32 *x) {
+    constexpr u32 sign_length = LengthIncludesSigns ? 0 : 1;
+    if (magnitudes.first != 0 && magnitudes.second != 0) [[likely]] {
         codeword = append_sign(append_sign(codeword, x[0]), x[1]);
-        length += 2 * length_of_sign;
-    } else if (first != 0) {
+        length += 2 * sign_length;
+    } else if (magnitudes.first != 0) {
         codeword = append_sign(codeword, x[0]);
-        length += length_of_sign;
-    } else if (second != 0) {
+        length += sign_length;
+    } else if (magnitudes.second != 0) {
         codeword = append_sign(codeword, x[1]);
-        length += length_of_sign;
+        length += sign_length;
     }
     sink.put(codeword, length);
 }
@@ -123,7 +125,7 @@ void write_pairs(BitSink &sink, const CodedLines &lines, const HuffmanTable &tab
     for (const i32 *q = lines.quantized; q != end; q += 2, x += 2) {
         const Pair pair{q[0], q[1]};
         const u32 i = tables::pair_index(pair.first, pair.second, radix);
-        put_pair(sink, table.codewords[i], table.lengths[i], 0, pair, x);
+        put_pair<true>(sink, table.codewords[i], table.lengths[i], pair, x);
     }
 }
 
@@ -140,13 +142,15 @@ void write_escape_pairs(BitSink &sink, const CodedLines &lines) {
     for (const i32 *q = lines.quantized; q != end; q += 2, x += 2) {
         const Pair pair{q[0], q[1]};
         const u32 i = tables::escape_pair_index(pair.first, pair.second);
-        put_pair(sink, TAVIK_ZOLF_huff111[i], TAVIK_ZOLF_huff110[i], 1, pair, x);
+        put_pair<false>(sink, TAVIK_ZOLF_huff111[i], TAVIK_ZOLF_huff110[i], pair, x);
+        static_assert(std::has_single_bit(static_cast<u32>(tables::escape_flag)));
         if ((pair.first | pair.second) < tables::escape_flag) continue;
         put_escape(sink, pair.first);
         put_escape(sink, pair.second);
     }
 }
 
+// Codebooks 1 to 10.
 constexpr HuffmanTable huffman_table(u32 codebook) {
     switch (codebook) {
         case 1: return {TAVIK_ZOLF_huff10, TAVIK_ZOLF_huff11};
@@ -158,22 +162,21 @@ constexpr HuffmanTable huffman_table(u32 codebook) {
         case 7: return {TAVIK_ZOLF_huff70, TAVIK_ZOLF_huff71};
         case 8: return {TAVIK_ZOLF_huff80, TAVIK_ZOLF_huff81};
         case 9: return {TAVIK_ZOLF_huff90, TAVIK_ZOLF_huff91};
-        case 10: return {TAVIK_ZOLF_huff100, TAVIK_ZOLF_huff101};
-        default: return {TAVIK_ZOLF_huff110, TAVIK_ZOLF_huff111};
+        default: return {TAVIK_ZOLF_huff100, TAVIK_ZOLF_huff101};
     }
 }
 
 void write_lines(BitSink &sink, u32 codebook, const CodedLines &lines) {
+    if (codebook == tables::zero_codebook) return;
+    if (codebook == tables::escape_codebook) return write_escape_pairs(sink, lines);
     const HuffmanTable table = huffman_table(codebook);
     switch (codebook) {
-        case tables::zero_codebook: return;
         case 1:
         case 2: return write_signed<4>(sink, lines, table, tables::signed_quad_index);
         case 3:
         case 4: return write_quads(sink, lines, table);
         case 5:
         case 6: return write_signed<2>(sink, lines, table, tables::signed_pair_index);
-        case tables::escape_codebook: return write_escape_pairs(sink, lines);
         default: return write_pairs(sink, lines, table, codebook < 9 ? 8 : 13);
     }
 }
@@ -200,23 +203,21 @@ u32 tns_data_bits(const TavikTnsData &tns) {
     return tns.order == 0 ? 14 : 16 + tns.order * (4 - tns.coef_compress);
 }
 
-u32 write_ics_info(BitOutput out, WindowSequence sequence, u32 max_sfb, u32 scale_factor_grouping) {
-    put_bits(out, 0, 1);  // ics_reserved_bit
-    put_bits(out, static_cast<u32>(sequence), 2);
-    put_bits(out, 0, 1);  // window_shape: sine
+void write_ics_info(BitOutput out, WindowSequence sequence, u32 max_sfb, u32 scale_factor_grouping) {
+    const Field<1> ics_reserved_bit{0};
+    const Field<2> window_sequence{static_cast<u32>(sequence)};
+    const Field<1> window_shape{0};  // sine
     if (sequence == WindowSequence::eight_short) {
-        put_bits(out, max_sfb, 4);
-        put_bits(out, scale_factor_grouping, 7);
+        put_fields(out, ics_reserved_bit, window_sequence, window_shape, Field<4>{max_sfb},
+                   Field<7>{scale_factor_grouping});
     } else {
-        put_bits(out, max_sfb, 6);
-        put_bits(out, 0, 1);  // predictor_data_present
+        const Field<1> predictor_data_present{0};
+        put_fields(out, ics_reserved_bit, window_sequence, window_shape, Field<6>{max_sfb}, predictor_data_present);
     }
-    return ics_info_bits(sequence);
 }
 
-u32 write_channel_stream(BitOutput out, const CodingBlock &block, const CodedChannel &coded, u32 scale_factor_grouping,
-                         u32 channel) {
-    const u32 start = out.writer.bit_count;
+void write_channel_stream(BitOutput out, const CodingBlock &block, const CodedChannel &coded, u32 scale_factor_grouping,
+                          u32 channel) {
     const TavikTnsData &tns = block.tns_data[channel];
     put_bits(out, coded.global_gain, global_gain_bits);
     if (block.common_window == 0) {
@@ -230,7 +231,6 @@ u32 write_channel_stream(BitOutput out, const CodingBlock &block, const CodedCha
     sink.put(0, 1);  // gain_control_data_present
     write_spectral_data(sink, block, coded, channel);
     close_sink(out, sink);
-    return out.writer.bit_count - start;
 }
 
 }  // namespace tavik

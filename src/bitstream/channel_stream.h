@@ -22,11 +22,11 @@ struct CodedChannel {
 constexpr u32 ics_info_bits(WindowSequence sequence) { return sequence == WindowSequence::eight_short ? 15 : 11; }
 u32 tns_data_bits(const TavikTnsData &tns);
 
-// ics_info. Returns its bits.
-u32 write_ics_info(BitOutput out, WindowSequence sequence, u32 max_sfb, u32 scale_factor_grouping);
+// ics_info.
+void write_ics_info(BitOutput out, WindowSequence sequence, u32 max_sfb, u32 scale_factor_grouping);
 
-// individual_channel_stream of a channel, with its ics_info unless the channel pair shares one. Returns its bits.
-u32 write_channel_stream(BitOutput out, const CodingBlock &block, const CodedChannel &coded, u32 scale_factor_grouping,
-                         u32 channel);
+// individual_channel_stream of a channel, with its ics_info unless the channel pair shares one.
+void write_channel_stream(BitOutput out, const CodingBlock &block, const CodedChannel &coded, u32 scale_factor_grouping,
+                          u32 channel);
 
 }  // namespace tavik

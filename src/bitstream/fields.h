@@ -5,18 +5,18 @@
 
 namespace tavik {
 
+template <u32 Bits>
 struct Field {
-    u32 value;
-    u32 bits;
+    u32 value;  // below 2^Bits
 };
 
 // Appends fields of fewer than 32 bits in all. The compiler works out what is constant in them.
-template <typename... Fields>
-void put_fields(BitOutput out, Fields... fields) {
+template <u32... Bits>
+void put_fields(BitOutput out, Field<Bits>... fields) {
+    static_assert((Bits + ...) < 32);
     u32 value = 0;
-    u32 bits = 0;
-    ((value = value << fields.bits | fields.value, bits += fields.bits), ...);
-    put_bits(out, value, bits);
+    ((value = value << Bits | fields.value), ...);
+    put_bits(out, value, (Bits + ...));
 }
 
 }  // namespace tavik

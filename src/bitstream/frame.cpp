@@ -24,7 +24,7 @@ constexpr u32 fixed_channel_bits = global_gain_bits + ics_flag_bits;
 // The second channel of a pair is left at least this much, at the cost of the first.
 constexpr i32 minimum_second_target = 148;
 
-constexpr Field element_id(Element element) { return {static_cast<u32>(element), element_id_bits}; }
+constexpr Field<element_id_bits> element_id(Element element) { return {static_cast<u32>(element)}; }
 
 // Takes `bits` off a channel's target, and the bits of what its channel stream has besides: TNS data and, unless it is
 // shared, ics_info.
@@ -47,7 +47,7 @@ void code_channel(BitOutput out, CodingBlock &block, const FrameData &data, Code
 // common_window, and with it ics_info and the mid/side flags. Returns their bits, element tag included.
 u32 write_pair_side_info(BitOutput out, const CodingBlock &block) {
     const u32 start = out.writer.bit_count;
-    put_fields(out, Field{0, element_tag_bits}, Field{block.common_window == 1 ? 1u : 0u, 1});
+    put_fields(out, Field<element_tag_bits>{0}, Field<1>{block.common_window == 1 ? 1u : 0u});
     if (block.common_window == 1) {
         write_ics_info(out, block.window_sequence[0], block.max_sfb[0], block.scale_factor_grouping[0]);
         put_bits(out, static_cast<u32>(block.ms_mask_present), 2);
@@ -77,10 +77,10 @@ constexpr u32 largest_fill_bytes = 270;
 void write_fill_element(BitOutput out, u32 bytes) {
     constexpr u32 escape_count = 15;
     if (bytes < escape_count) {
-        put_fields(out, element_id(Element::fil), Field{bytes, 4});  // count
+        put_fields(out, element_id(Element::fil), Field<4>{bytes});  // count
     } else {
         // count and esc_count: the payload has count + esc_count - 1 bytes ...
-        put_fields(out, element_id(Element::fil), Field{escape_count, 4}, Field{bytes - escape_count, 8});
+        put_fields(out, element_id(Element::fil), Field<4>{escape_count}, Field<8>{bytes - escape_count});
         --bytes;  // ... because esc_count takes one
     }
     put_bits(out, 0, 8 * bytes);

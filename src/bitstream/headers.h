@@ -5,7 +5,6 @@
 
 namespace tavik {
 
-inline constexpr u32 adts_header_bits = 56;
 inline constexpr u32 adts_frame_length_bits = 13;
 inline constexpr u32 adts_frame_length_offset = 30;  // bit position of aac_frame_length, in bytes, header included
 

@@ -39,11 +39,11 @@ bool is_below(i32 a, i32 threshold, i32 b) { return a < (i64{threshold} * b) >> 
 
 // The sub-block, of `count` from `first` on, that has the largest peak; the earliest of equals.
 u32 loudest(std::span<const i32, 2 * subblocks> peaks, u32 first, u32 count) {
-    u32 loudest = first;
+    u32 best = first;
     for (u32 i = first + 1; i < first + count; ++i) {
-        if (peaks[i] > peaks[loudest]) loudest = i;
+        if (peaks[i] > peaks[best]) best = i;
     }
-    return loudest;
+    return best;
 }
 
 // The largest peak of sub-blocks 2 j and 2 j + 1.
@@ -89,7 +89,7 @@ u32 strongest(std::span<const i32> peaks, Ratios ratios) {
     return attack;
 }
 
-constexpr u32 no_attack = ~u32{0};
+constexpr u32 no_attack = ~u32{0};  // 1 below sub-block 0
 
 // The sub-block of an attack in the newer history half, or no_attack.
 u32 find_attack(u32 sampling_rate_index, std::span<const i32, 2 * subblocks> peaks,

@@ -110,11 +110,11 @@ Rotations gather_every_third(const i32 *once) {
 // cos(pi / 2 + b) = -sin b. Those of 128 - i have cos(3 pi / 2 - 3 a) = -sin 3 a.
 void unfold_thrice(i32 *begin, const i32 *once) {
     const i32 *entry = once - 3 * once_words;
-    const i32 *quarter_turn = once + tables::quarter_turn * once_words;
+    const i32 *at_quarter_turn = once + tables::quarter_turn * once_words;
     i32 *up = begin - thrice_words;
     i32 *down = begin + (tables::quarter_turn - 2) * thrice_words;
     do {
-        const bool is_turned = entry > quarter_turn;
+        const bool is_turned = entry > at_quarter_turn;
         Rotations x = gather_every_third(is_turned ? entry - tables::quarter_turn * once_words : entry);
         if (is_turned) x = {vnegq_s32(x.s), x.q, vnegq_s32(x.p), x.c};
         const int32x4x3_t y = {x.c, x.p, x.q};

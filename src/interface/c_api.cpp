@@ -204,13 +204,16 @@ uint32_t TAVIK_WriteICS(const TavikCodingBlock *block, uint32_t global_gain, con
     const CodedChannel coded{global_gain, bytes, ConstBandArray(band_sf_offset, band_array_size),
                              std::span<const i32, frame_length>(quantized, frame_length),
                              ConstSpectrum(spectrum, frame_length)};
-    return write_channel_stream({buffer, *writer}, *block, coded, scale_factor_grouping, channel);
+    return appended_bits({buffer, *writer}, [&](BitOutput out) {
+        write_channel_stream(out, *block, coded, scale_factor_grouping, channel);
+    });
 }
 
 uint32_t TAVIK_WriteICSInfo(uint8_t *buffer, BitWriter *writer, uint32_t max_sfb, uint32_t window_sequence,
                             uint32_t scale_factor_grouping) {
-    return write_ics_info({buffer, *writer}, static_cast<WindowSequence>(window_sequence), max_sfb,
-                          scale_factor_grouping);
+    return appended_bits({buffer, *writer}, [&](BitOutput out) {
+        write_ics_info(out, static_cast<WindowSequence>(window_sequence), max_sfb, scale_factor_grouping);
+    });
 }
 
 uint32_t TAVIK_CalculateEscSequence(int32_t value, uint32_t *length) {

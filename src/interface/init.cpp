@@ -9,12 +9,19 @@ namespace {
 
 constexpr u32 copyright_id_bits = 72;
 
-// The two records differ in the meaning of the first word only: channel_mode, until the channel layout is set.
 void copy_config(EncoderState &state, const EncoderConfig &config) {
-    constexpr std::size_t bytes = offsetof(EncoderConfig, copyright_id) + sizeof(config.copyright_id);
-    static_assert(offsetof(StoredConfig, copyright_id) == offsetof(EncoderConfig, copyright_id));
-    copy_elements(std::as_bytes(std::span(&config, 1)).data(), bytes,
-                  std::as_writable_bytes(std::span(&state.config, 1)).data());
+    StoredConfig &stored = state.config;
+    stored.channel_configuration = config.channel_mode;  // until the channel layout is set
+    stored.sample_rate = config.sample_rate;
+    stored.bit_rate = config.bit_rate;
+    stored.header_type = static_cast<HeaderType>(config.header_type);
+    stored.constant_rate = config.constant_rate;
+    stored.emit_priming_frame = config.emit_priming_frame;
+    stored.tns_disable = config.tns_disable;
+    stored.home = config.home;
+    stored.original_copy = config.original_copy;
+    stored.copyright_id_present = config.copyright_id_present;
+    copy_elements(config.copyright_id, sizeof(config.copyright_id), stored.copyright_id.data());
     copy_elements(config.copyright_id, sizeof(config.copyright_id), state.coding.adif_header.copyright_id);
 }
 
@@ -64,8 +71,8 @@ void set_band_limit(CodingBlock &block) {
     while (starts[block.long_band_count] <= block.spectral_limit) ++block.long_band_count;
 }
 
-// Where the rate loop starts: 45, and 5 less from each of these on. They are the frame sizes of 64, 96 and 128 kbit/s
-// per channel at 44.1 kHz, and one more.
+// Where the rate loop starts: 45, and 5 less from each of these on: the frame sizes of 64, 96 and 128 kbit/s per
+// channel at 44.1 kHz, and the next size after each.
 u32 initial_common_sf(u32 mean_channel_bytes) {
     static constexpr u16 sizes[] = {185, 186, 278, 279, 371, 372};
     u32 common_sf = 45;

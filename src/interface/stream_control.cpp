@@ -3,6 +3,8 @@
 // through.
 #include "interface/stream_control.h"
 
+#include <algorithm>
+
 #include "interface/frame_pipeline.h"
 #include "interface/staging.h"
 
@@ -16,16 +18,16 @@ enum StreamState : u32 { no_input = 0, one_frame = 1, two_frames = 2, steady = 3
 bool continue_end_of_input(EncoderState &state) {
     u32 &stream_state = state.coding.stream_state;
     state.status = TAVIK_STATUS_FLUSHING;
-    if (stream_state == one_frame && state.config.emit_priming_frame == 0) {
-        stream_state = two_frames;
-    } else if (stream_state >= one_frame && stream_state <= steady) {
-        stream_state = first_flush;
-    } else {
-        state.status = TAVIK_STATUS_END_OF_STREAM;
-        if (stream_state != first_flush) return false;
-        stream_state = all_delivered;
+    switch (stream_state) {
+        case one_frame: stream_state = state.config.emit_priming_frame == 1 ? first_flush : two_frames; return true;
+        case two_frames:
+        case steady: stream_state = first_flush; return true;
+        case first_flush:
+            stream_state = all_delivered;
+            state.status = TAVIK_STATUS_END_OF_STREAM;
+            return true;
+        default: state.status = TAVIK_STATUS_END_OF_STREAM; return false;
     }
-    return true;
 }
 
 void continue_input(EncoderState &state, u32 count) {
@@ -48,7 +50,7 @@ bool frame_is_withheld(const EncoderState &state) {
 }  // namespace
 
 i32 encode(EncoderState &state, const i16 *pcm, u32 &sample_count, u8 *output, u32 &output_bytes) {
-    const u32 count = sample_count < frame_length ? sample_count : frame_length;
+    const u32 count = std::min(sample_count, frame_length);
     sample_count = count;
     output_bytes = 0;  // a host may use one variable for both
     if (count != 0) {

@@ -10,7 +10,7 @@
 
 namespace tavik {
 
-// The lines of one band, `count` of each: a multiple of 4, the last tuple whole.
+// The lines of one band, `count` of each: a multiple of 4, at least 4.
 struct BandLines {
     const u32 *pow34;
     const i32 *spectrum;  // for signs

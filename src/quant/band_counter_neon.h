@@ -90,7 +90,8 @@ inline PairBits count_pairs(const BandLines &band, u32 gain, const tables::Packe
 }
 
 // What a magnitude below 2^15 takes beside its codeword, by its leading zeros in 16 bits: a sign bit, and from 16 on an
-// escape sequence of 2 floor(log2 q) - 3 bits. 0, with 16 leading zeros, finds no entry and takes nothing.
+// escape sequence of 2 floor(log2 q) - 3 bits. 0, with 16 leading zeros, finds no entry and takes nothing; nor do the
+// upper halves of the numbers of zeros, which find entry 0.
 inline constexpr std::array<u8, 16> sign_and_escape_bits = {0, 26, 24, 22, 20, 18, 16, 14, 12, 10, 8, 6, 1, 1, 1, 1};
 
 inline u32 count_escape_pairs(const BandLines &band, u32 gain) {

@@ -98,6 +98,20 @@ constexpr FirstRules first_rules[] = {
     {0, {0, 0, 0}},   // 8000
 };
 
+// Bands rise within a run, up to all; runs begin where those of a sampling rate do.
+consteval bool are_runs() {
+    bool begins = true;
+    for (std::size_t i = 0; i < std::size(offset_rules); ++i) {
+        const auto begins_here = [i](const FirstRules &first) { return first.of_long == i; };
+        if (!begins && offset_rules[i].last_band <= offset_rules[i - 1].last_band) return false;
+        if (i > 3 && begins != std::ranges::any_of(first_rules, begins_here)) return false;
+        begins = offset_rules[i].last_band == all_bands;
+    }
+    return begins;
+}
+
+static_assert(are_runs());
+
 // The rule for band 0 of a window group.
 const OffsetRule *first_rule(const CodingBlock &block, u32 channel, u32 group) {
     const FirstRules &first = first_rules[block.sampling_rate_index];

@@ -12,13 +12,12 @@ using tables::tns_max_order;
 constexpr std::size_t vector = 4;  // lines
 
 // A range of lines split for vectors of lines that read 12 lines below themselves: the lowest lines go behind zeros in
-// a buffer of their own, so many that the others come to whole blocks and find 12 lines below. (Of fewer than 12 lines
-// all go there: the remainder is then that of a wrapped number, and the sum at least 12.)
+// a buffer of their own, so many that the others come to whole blocks and find 12 lines below.
 template <std::size_t Block>
 class PaddedHead {
  public:
     explicit PaddedHead(std::span<const i32> x)
-        : lines_(std::min(x.size(), tns_max_order + (x.size() - tns_max_order) % Block)) {
+        : lines_(x.size() < tns_max_order ? x.size() : tns_max_order + (x.size() - tns_max_order) % Block) {
         for (std::size_t i = 0; i < lines_; ++i) buffer_[size - lines_ + i] = x[i];
     }
     std::size_t lines() const { return lines_; }

@@ -18,7 +18,7 @@ struct MsThresholds {
 constexpr MsThresholds ms_thresholds[] = {
     {12, 30, 55},  // 32 kHz and above
     {19, 27, 52},  // 16 to 24 kHz
-    {19, 25, 50},
+    {19, 25, 50},  // below
 };
 
 const MsThresholds &thresholds_of(u32 sampling_rate_index) {
@@ -57,7 +57,7 @@ Survey survey_bands(ConstSpectrum left, ConstSpectrum right, std::span<const u32
 // In between, the bands decide for themselves, unless the first prefers left/right.
 MsMask decide_mask(const Survey &survey, const MsThresholds &thresholds, std::span<const u32> ms_used) {
     const auto bands = static_cast<u32>(ms_used.size());
-    if (survey.ms_band_count == bands || 100 * survey.ms_band_count > thresholds.high_share * bands) return MsMask::all;
+    if (bands == 0 || 100 * survey.ms_band_count > thresholds.high_share * bands) return MsMask::all;
     if (100 * survey.ms_band_count < thresholds.low_share * bands || ms_used[0] == 0) return MsMask::none;
     return MsMask::per_band;
 }

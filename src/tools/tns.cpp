@@ -127,7 +127,7 @@ i32 quantize_coefficient(i32 k_q23, i32 &index) {
     return c_q24;
 }
 
-constexpr auto fits_three_bits = [](i32 coef) { return coef >= -4 && coef <= 3; };
+bool fits_three_bits(i32 coef) { return coef >= -4 && coef <= 3; }
 
 }  // namespace
 
