@@ -26,7 +26,7 @@ struct BitSink {
     void put(u32 value, u32 nbits) {
         gathered = gathered << nbits | value;
         count += nbits;
-        if (count < 32) return;
+        if ((count & 32) == 0) return;  // one bit to test, as it is below 64
         count -= 32;
         const auto word = static_cast<u32>(gathered >> count);
         for (u32 i = 0; i < 4; ++i) next[i] = static_cast<u8>(word >> (24 - 8 * i));

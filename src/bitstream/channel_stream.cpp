@@ -1,8 +1,6 @@
 // Writes exactly what the bit counter counted, after the frame's side information.
 #include "bitstream/channel_stream.h"
 
-#include <bit>
-
 #include "bitstream/escape_sequence.h"
 #include "bitstream/fields.h"
 #include "quant/coded_bands.h"
@@ -130,23 +128,23 @@ void write_pairs(BitSink &sink, const CodedLines &lines, const HuffmanTable &tab
 }
 
 [[gnu::always_inline]] inline void put_escape(BitSink &sink, i32 value) {
-    if (value < tables::escape_flag) return;
-    const EscapeSequence escape = escape_sequence(value);
+    const EscapeSequence escape = escape_sequence(static_cast<u32>(value));
     sink.put(escape.code, escape.length);
 }
 
 // Pairs of any magnitudes; the lengths are those of the codewords alone.
 void write_escape_pairs(BitSink &sink, const CodedLines &lines) {
+    using namespace tables;
     const i32 *x = lines.spectrum;
     const i32 *const end = lines.end;
     for (const i32 *q = lines.quantized; q != end; q += 2, x += 2) {
         const Pair pair{q[0], q[1]};
-        const u32 i = tables::escape_pair_index(pair.first, pair.second);
+        const Pair capped{capped_at_escape_flag(pair.first), capped_at_escape_flag(pair.second)};
+        const u32 i = pair_index(capped.first, capped.second, escape_radix);
         put_pair<false>(sink, TAVIK_ZOLF_huff111[i], TAVIK_ZOLF_huff110[i], pair, x);
-        static_assert(std::has_single_bit(static_cast<u32>(tables::escape_flag)));
-        if ((pair.first | pair.second) < tables::escape_flag) continue;
-        put_escape(sink, pair.first);
-        put_escape(sink, pair.second);
+        if (!is_escape_flag(capped.first | capped.second)) continue;
+        if (is_escape_flag(capped.first)) put_escape(sink, pair.first);
+        if (is_escape_flag(capped.second)) put_escape(sink, pair.second);
     }
 }
 

@@ -217,7 +217,7 @@ uint32_t TAVIK_WriteICSInfo(uint8_t *buffer, BitWriter *writer, uint32_t max_sfb
 }
 
 uint32_t TAVIK_CalculateEscSequence(int32_t value, uint32_t *length) {
-    const EscapeSequence escape = escape_sequence(value);
+    const EscapeSequence escape = escape_sequence(magnitude(value));
     *length = escape.length;
     return escape.code;
 }

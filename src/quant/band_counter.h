@@ -85,7 +85,7 @@ inline u32 escape_pair_bits(const i32 *q, u32 count) {
     for (u32 k = 0; k < count; k += 2) bits += TAVIK_ZOLF_huff110[tables::escape_pair_index(q[k], q[k + 1])];
     for (u32 k = 0; k < count; ++k) {
         if (q[k] != 0) ++bits;  // its sign
-        if (q[k] >= tables::escape_flag) bits += escape_sequence(q[k]).length;
+        if (q[k] >= tables::escape_flag) bits += escape_sequence(static_cast<u32>(q[k])).length;
     }
     return bits;
 }

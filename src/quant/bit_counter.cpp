@@ -70,7 +70,7 @@ class SectionCounter {
 u32 count_bits(const RateBands &bands, const ChannelData &data, Trial trial) {
     SectionCounter sections(trial.section_length);
     // Copies, since the codebooks' bytes could be anything that is read through a reference.
-    const u32 *const pow34 = data.pow34.data();
+    const u32 *const powers = data.pow34.data();
     const i32 *const spectrum = data.spectrum.data();
     i32 *const quantized = data.quantized.data();
     u8 *const codebooks = data.codebooks.data();
@@ -86,13 +86,17 @@ u32 count_bits(const RateBands &bands, const ChannelData &data, Trial trial) {
             largest = gain_rule(gain_index)(band.peak);
             counted_by_kernels = 0;
         }
-        if (largest > largest_quantized) return overflow_bits;
         BandCost cost{tables::zero_codebook, 0};
         if (largest != 0) {
             const u32 begin = band.begin();
-            const BandLines lines{pow34 + begin, spectrum + begin, quantized + begin, band.width()};
-            cost = largest <= counted_by_kernels ? count_band(lines, gain, static_cast<u32>(largest))
-                                                 : count_large_band(lines, gain_rule(gain_index));
+            const BandLines lines{powers + begin, spectrum + begin, quantized + begin, band.width()};
+            if (largest <= counted_by_kernels) {
+                cost = count_band(lines, gain, static_cast<u32>(largest));
+            } else if (largest <= largest_quantized) {
+                cost = count_large_band(lines, gain_rule(gain_index));
+            } else {
+                return overflow_bits;
+            }
             bits += cost.bits + TAVIK_ZOLF_huff120[band.sf_offset - index_base];
             index_base = band.sf_offset - tables::scale_factor_bias;
         }

@@ -135,13 +135,13 @@ class StepRotations {
 template <std::size_t N>
 consteval std::array<u8, N> bit_reversal() {
     constexpr u32 bits = std::countr_zero(N);
-    std::array<u8, N> reversed{};
-    for (u32 i = 0; i < reversed.size(); ++i) {
+    std::array<u8, N> table{};
+    for (u32 i = 0; i < N; ++i) {
         for (u32 bit = 0; bit < bits; ++bit) {
-            if ((i >> bit & 1) != 0) reversed[i] = static_cast<u8>(reversed[i] | 1u << (bits - 1 - bit));
+            if ((i >> bit & 1) != 0) table[i] = static_cast<u8>(table[i] | 1u << (bits - 1 - bit));
         }
     }
-    return reversed;
+    return table;
 }
 
 inline constexpr std::array<u8, 32> reversed_5_bits = bit_reversal<32>();

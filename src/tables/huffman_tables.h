@@ -24,9 +24,14 @@ constexpr u32 pair_index(i32 first, i32 second, u32 radix) {
     return radix * static_cast<u32>(first) + static_cast<u32>(second);
 }
 
-// Codebook 11, any magnitudes. (With std::min GCC branches.)
+// Codebook 11: magnitudes up to the flag. (With std::min GCC branches.)
+inline constexpr u32 escape_radix = 17;
+constexpr i32 capped_at_escape_flag(i32 q) { return q < escape_flag ? q : escape_flag; }
+constexpr bool is_escape_flag(i32 capped) { return (capped & escape_flag) != 0; }
+
+// Codebook 11, any magnitudes.
 constexpr u32 escape_pair_index(i32 first, i32 second) {
-    return pair_index(first < escape_flag ? first : escape_flag, second < escape_flag ? second : escape_flag, 17);
+    return pair_index(capped_at_escape_flag(first), capped_at_escape_flag(second), escape_radix);
 }
 
 }  // namespace tavik::tables

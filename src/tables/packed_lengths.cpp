@@ -10,14 +10,14 @@ namespace {
 template <std::size_t N>
 consteval std::array<PackedLength, N> packed(const std::array<u32, N> &lower, const std::array<u32, N> &higher) {
     constexpr u32 most_tuples = 128;
-    std::array<PackedLength, N> lengths{};
+    std::array<PackedLength, N> table{};
     for (std::size_t i = 0; i < N; ++i) {
         const i32 difference = static_cast<i32>(higher[i]) - static_cast<i32>(lower[i]);
         const i32 length = difference * (1 << packed_length_bits) + static_cast<i32>(lower[i]);
-        lengths[i] = static_cast<PackedLength>(length);
-        if (lengths[i] != length || lower[i] * most_tuples >> packed_length_bits != 0) __builtin_unreachable();
+        table[i] = static_cast<PackedLength>(length);
+        if (table[i] != length || lower[i] * most_tuples >> packed_length_bits != 0) __builtin_unreachable();
     }
-    return lengths;
+    return table;
 }
 
 }  // namespace

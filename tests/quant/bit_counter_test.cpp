@@ -76,7 +76,7 @@ TEST(CountBits, GainIndicesAreTakenModulo256) {
         for (u32 k = 0; k < 4; ++k) {
             const auto q = static_cast<i32>(gain_rule(gain_index)(channel.pow34[k]));
             ASSERT_EQ(channel.quantized[k], q) << gain_index;
-            if (q >= tables::escape_flag) expected += escape_sequence(q).length;
+            if (q >= tables::escape_flag) expected += escape_sequence(static_cast<u32>(q)).length;
         }
         const i32 *q = channel.quantized.data();
         for (u32 k = 0; k < 4; k += 2) expected += TAVIK_ZOLF_huff110[tables::escape_pair_index(q[k], q[k + 1])];

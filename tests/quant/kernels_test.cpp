@@ -152,7 +152,7 @@ TEST_P(Kernels, BandsAreQuantizedAndCounted) {
                 }
                 for (const i32 value : q) {
                     if (value != 0) ++expected.lower;  // sign
-                    if (value >= escape_flag) expected.lower += escape_sequence(value).length;
+                    if (value >= escape_flag) expected.lower += escape_sequence(static_cast<u32>(value)).length;
                 }
         }
         ASSERT_TRUE(bits == expected) << "largest " << largest << ", gain index " << band.gain_index;
