@@ -1,35 +1,104 @@
 // Damage is whatever a library function returns or logs as an error; the first is kept and decoding goes on behind it.
 #include "audio_decoder.h"
 
+#include <fmt/format.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <filesystem>
 #include <utility>
+#include <vector>
 
 #include "ffmpeg_log.h"
+#include "output_file.h"
 #include "program_error.h"
 
 namespace tavik {
+namespace {
 
-AudioDecoder::AudioDecoder(std::string path)
-    : path_(std::move(path)), packet_(own(av_packet_alloc())), frame_(own(av_frame_alloc())) {
-    capture_ffmpeg_log();
-    open_file();
-    open_codec();
-    const bool seekable = format_->pb != nullptr && (format_->pb->seekable & AVIO_SEEKABLE_NORMAL) != 0;
-    open_ended_ = take_ffmpeg_log().open_ended_file || !seekable;
+// Programs that write WAV to a pipe, or are killed before the end, leave some number around 2^31 or 2^32 as its length.
+constexpr int64_t unknown_wav_bytes = 0x7FFF'0000;
+
+// What a file may be shorter than its header says: lossless formats count samples; in others, encoder delay and padding
+// may or may not be in the count, and are a few thousand samples.
+constexpr double lossless_tolerance = 0.001;  // seconds
+constexpr double lossy_tolerance = 0.5;
+
+// Damage so close to the end belongs to a file that was cut off.
+constexpr double end_of_file_seconds = 0.5;
+
+bool is_lossless(const AVCodecParameters &parameters) {
+    const AVCodecDescriptor *descriptor = avcodec_descriptor_get(parameters.codec_id);
+    return descriptor != nullptr && (descriptor->props & AV_CODEC_PROP_LOSSLESS) != 0 &&
+           (descriptor->props & AV_CODEC_PROP_LOSSY) == 0;
 }
 
-void AudioDecoder::open_file() {
+// As the headers of the file give them, in units of each stream; once packets are read, what is missing is estimated.
+std::vector<int64_t> declared_durations(const AVFormatContext &format) {
+    std::vector<int64_t> durations;
+    for (unsigned i = 0; i < format.nb_streams; ++i) durations.push_back(format.streams[i]->duration);
+    return durations;
+}
+
+}  // namespace
+
+AudioDecoder::AudioDecoder(std::string path, const std::optional<PcmFormat> &pcm)
+    : path_(std::move(path)), packet_(own(av_packet_alloc())), frame_(own(av_frame_alloc())) {
+    take_ffmpeg_log();
+    open_file(pcm);
+    const std::vector<int64_t> declared = declared_durations(*format_);
+    if (const int error = avformat_find_stream_info(format_.get(), nullptr); error < 0) fail(ffmpeg_error_text(error));
+    open_codec();
+    const bool seekable = format_->pb != nullptr && (format_->pb->seekable & AVIO_SEEKABLE_NORMAL) != 0;
+    open_ended_ = take_ffmpeg_log().open_ended_file || !seekable || pcm;
+    if (static_cast<size_t>(stream_index_) < declared.size()) note_declared_duration(declared[stream_index_]);
+}
+
+// The prefix keeps a colon in the name from being read as a protocol. A file as standard input can be searched as any
+// other file, which some formats need.
+std::string AudioDecoder::url() const {
+    struct stat status {};
+    if (path_ != standard_stream) return "file:" + path_;
+    return ::fstat(STDIN_FILENO, &status) == 0 && S_ISREG(status.st_mode) ? "file:/dev/stdin" : "pipe:0";
+}
+
+void AudioDecoder::check_file() const {
+    if (path_ == standard_stream) return;
     std::error_code no_size;
     if (std::filesystem::is_directory(path_, no_size)) fail("is a directory");
     if (std::filesystem::file_size(path_, no_size) == 0 && !no_size) fail("is empty");
+}
 
-    // The prefix keeps a colon in the name from being read as a protocol.
+void AudioDecoder::open_file(const std::optional<PcmFormat> &pcm) {
+    check_file();
+    AVDictionary *options = nullptr;
+    const AVInputFormat *demuxer = nullptr;
+    if (pcm) {
+        demuxer = av_find_input_format(pcm->sample_format.c_str());
+        av_dict_set_int(&options, "sample_rate", pcm->rate, 0);
+        av_dict_set(&options, "ch_layout", fmt::format("{} channels", pcm->channels).c_str(), 0);
+    }
+    // Playlists and the like must not lead to other places.
+    av_dict_set(&options, "protocol_whitelist", "file,pipe", 0);
     AVFormatContext *format = nullptr;
-    const int result = avformat_open_input(&format, ("file:" + path_).c_str(), nullptr, nullptr);
+    const int result = avformat_open_input(&format, url().c_str(), demuxer, &options);
+    av_dict_free(&options);
     if (result == AVERROR_INVALIDDATA || result == AVERROR_EOF) fail("not an audio file");
     if (result < 0) fail("cannot open: " + ffmpeg_error_text(result));
     format_.reset(format);
-    if (const int error = avformat_find_stream_info(format, nullptr); error < 0) fail(ffmpeg_error_text(error));
+}
+
+// Keeps the duration that the header of the file gave for the chosen stream, unless it is none.
+void AudioDecoder::note_declared_duration(int64_t duration) {
+    const AVStream &stream = *format_->streams[stream_index_];
+    const AVCodecParameters &parameters = *stream.codecpar;
+    if (duration <= 0) return;
+    const double seconds = static_cast<double>(duration) * av_q2d(stream.time_base);
+    if (seconds * parameters.sample_rate * parameters.block_align < unknown_wav_bytes) {
+        declared_seconds_ = seconds;
+    } else {
+        open_ended_ = true;
+    }
 }
 
 void AudioDecoder::open_codec() {
@@ -102,6 +171,27 @@ bool AudioDecoder::complete_frame() {
     return true;
 }
 
+std::optional<double> AudioDecoder::duration() const {
+    if (declared_seconds_) return declared_seconds_;
+    if (open_ended_ || format_->duration <= 0) return std::nullopt;
+    return static_cast<double>(format_->duration) / AV_TIME_BASE;
+}
+
+bool AudioDecoder::is_truncated() const {
+    if (!declared_seconds_) return false;
+    const bool lossless = is_lossless(*format_->streams[stream_index_]->codecpar);
+    return seconds_ < *declared_seconds_ - (lossless ? lossless_tolerance : lossy_tolerance);
+}
+
+std::optional<std::string> AudioDecoder::damage() const {
+    const bool truncated = is_truncated();
+    if (damage_ && !(truncated && damage_->seconds > seconds_ - end_of_file_seconds)) {
+        return fmt::format("damaged at {:.3f} s ({})", damage_->seconds, damage_->reason);
+    }
+    if (!truncated) return std::nullopt;
+    return fmt::format("truncated: {:.3f} s of {:.3f} s", seconds_, *declared_seconds_);
+}
+
 // Prefers what the libraries said about the error to its number.
 void AudioDecoder::note_damage(int error) {
     note_logged_damage();
@@ -117,6 +207,8 @@ void AudioDecoder::note_damage(const std::string &reason) {
     if (!damage_) damage_ = Damage{seconds_, reason};
 }
 
-void AudioDecoder::fail(const std::string &problem) const { throw ProgramError(ExitCode::input, path_, problem); }
+void AudioDecoder::fail(const std::string &problem) const {
+    throw ProgramError(ExitCode::input, path_ == standard_stream ? "standard input" : path_, problem);
+}
 
 }  // namespace tavik

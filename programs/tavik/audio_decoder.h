@@ -5,29 +5,43 @@
 #include <string>
 
 #include "ffmpeg_handles.h"
+#include "options.h"
 
 namespace tavik {
-
-// The first place where the input could not be decoded as it stands.
-struct Damage {
-    double seconds;  // from the start of the decoded audio
-    std::string reason;
-};
 
 // Decodes the best audio stream of a file, stepping over damaged places.
 class AudioDecoder {
  public:
-    // Throws ProgramError with ExitCode::input when the file cannot be opened or has no audio that can be decoded.
-    explicit AudioDecoder(std::string path);
+    // `path` may be standard_stream; `pcm` is given for samples without a header. Throws ProgramError with
+    // ExitCode::input when the file cannot be opened or has no audio that can be decoded.
+    AudioDecoder(std::string path, const std::optional<PcmFormat> &pcm);
 
     // The next samples, at least one, or nullptr at the end; valid until the next call.
     const AVFrame *next();
 
-    const std::optional<Damage> &damage() const { return damage_; }
+    // The file, with tags, pictures and chapters.
+    const AVFormatContext &container() const { return *format_; }
+
+    // Seconds of audio that the file has, if it tells; and those decoded so far.
+    std::optional<double> duration() const;
+    double seconds() const { return seconds_; }
+
+    // In words, after the end: the first place where the input could not be decoded as it stands, or how much of it is
+    // missing.
+    std::optional<std::string> damage() const;
 
  private:
-    void open_file();
+    struct Damage {
+        double seconds;  // from the start of the decoded audio
+        std::string reason;
+    };
+
+    std::string url() const;
+    void check_file() const;
+    void open_file(const std::optional<PcmFormat> &pcm);
     void open_codec();
+    void note_declared_duration(int64_t duration);
+    bool is_truncated() const;
     bool feed();
     int read_packet();
     bool complete_frame();
@@ -42,9 +56,10 @@ class AudioDecoder {
     FfmpegHandle<AVPacket> packet_;
     FfmpegHandle<AVFrame> frame_;
     int stream_index_ = -1;
-    bool open_ended_ = false;  // nothing tells the length, so that the last packet may be short
-    bool draining_ = false;    // the codec has been told that the input is at its end
-    double seconds_ = 0;       // of audio decoded so far
+    std::optional<double> declared_seconds_;  // what the header of the file promises, nothing that is estimated
+    bool open_ended_ = false;                 // nothing tells the length, so that the last packet may be short
+    bool draining_ = false;                   // the codec has been told that the input is at its end
+    double seconds_ = 0;                      // of audio decoded so far
     std::optional<Damage> damage_;
 };
 

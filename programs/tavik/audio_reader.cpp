@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <array>
+#include <utility>
 
 #include "program_error.h"
 
@@ -16,10 +17,11 @@ constexpr int drain_room = 1024;  // samples per channel that are taken out of a
 
 }  // namespace
 
-AudioReader::AudioReader(const std::string &path) : path_(path), decoder_(path), pending_(decoder_.next()) {
+AudioReader::AudioReader(const std::string &path, const std::optional<PcmFormat> &pcm)
+    : path_(path), decoder_(path, pcm), pending_(decoder_.next()) {
     if (pending_ == nullptr) {
-        const std::string reason = damage() ? " (" + damage()->reason + ")" : "";
-        throw ProgramError(ExitCode::input, path_, "no audio samples" + reason);
+        const auto damage = decoder_.damage();
+        throw ProgramError(ExitCode::input, path_, "no audio samples" + (damage ? " (" + *damage + ")" : ""));
     }
     source_ = {static_cast<uint32_t>(pending_->sample_rate), static_cast<uint32_t>(pending_->ch_layout.nb_channels)};
 }
@@ -37,21 +39,21 @@ size_t AudioReader::read(std::span<int16_t> block) {
     return static_cast<size_t>(av_audio_fifo_read(fifo_.get(), &data, wanted));
 }
 
-// Converts the pending frame into the FIFO and decodes the next one; false at the end of the file.
+// Converts the next frame into the FIFO; false at the end of the file.
 bool AudioReader::refill() {
-    if (pending_ == nullptr) {
+    const AVFrame *frame = pending_ != nullptr ? std::exchange(pending_, nullptr) : decoder_.next();
+    if (frame == nullptr) {
         drain_converter();
         return false;
     }
-    if (!converter_fits(*pending_)) {
+    if (!converter_fits(*frame)) {
         drain_converter();
-        make_converter(*pending_);
+        make_converter(*frame);
     }
-    const int count = pending_->nb_samples;
+    const int count = frame->nb_samples;
     // swr_convert() reads the samples only, but C does not let the pointers become const by themselves.
-    auto **samples = const_cast<const uint8_t **>(pending_->extended_data);  // NOLINT(*-const-cast)
+    auto **samples = const_cast<const uint8_t **>(frame->extended_data);  // NOLINT(*-const-cast)
     convert(samples, count, swr_get_out_samples(converter_.get(), count));
-    pending_ = decoder_.next();
     return true;
 }
 

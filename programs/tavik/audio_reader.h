@@ -18,8 +18,8 @@ struct AudioFormat {
 // Reads any audio file as interleaved 16-bit samples of a chosen rate and number of channels.
 class AudioReader {
  public:
-    // Throws ProgramError with ExitCode::input when the file yields no samples.
-    explicit AudioReader(const std::string &path);
+    // As AudioDecoder; throws ProgramError with ExitCode::input also when the file yields no samples.
+    AudioReader(const std::string &path, const std::optional<PcmFormat> &pcm);
 
     // Format at the start of the file.
     AudioFormat source() const { return source_; }
@@ -27,10 +27,11 @@ class AudioReader {
     // Chooses what read() delivers; to be called once, before it.
     void set_output(AudioFormat format);
 
-    // Fills `block` and returns its samples per channel; less than fits only at the end of the file.
+    // Fills `block` and returns its samples per channel; less than fits only at the end of the file. Decodes no more
+    // than it needs, so that nothing waits for input that has not come yet.
     size_t read(std::span<int16_t> block);
 
-    const std::optional<Damage> &damage() const { return decoder_.damage(); }
+    const AudioDecoder &decoder() const { return decoder_; }
 
  private:
     // A layout as FFmpeg's libraries keep it, freed in the end.
@@ -49,7 +50,7 @@ class AudioReader {
 
     std::string path_;
     AudioDecoder decoder_;
-    const AVFrame *pending_;  // decoded but not yet converted; nullptr at the end of the file
+    const AVFrame *pending_;  // the first frame, until it is converted
     AudioFormat source_{};
     AudioFormat output_{};
 

@@ -1,12 +1,48 @@
-// The work of one run of the program, between the command line and the exit status.
+// The work on one file: input, encoder and output joined, one frame at a time, so that memory does not grow.
 #pragma once
 
-#include "options.h"
+#include <algorithm>
+#include <functional>
+#include <optional>
+#include <string>
+
+#include "encoder_settings.h"
+#include "jobs.h"
 
 namespace tavik {
 
-// Encodes options.input to options.output and says on stderr what it did, unless quiet. Throws ProgramError; the output
-// is then as it was before.
-void encode_file(const Options &options);
+// What was made of one input.
+struct EncodedFile {
+    Format format = Format::m4a;
+    EncoderConfig config{};
+    AudioFormat source{};
+    uint64_t samples = 0;  // per channel, at the rate of the output
+    uint64_t frames = 0;
+    uint64_t frame_bytes = 0;  // of all frames
+    uint64_t bytes = 0;        // of the file
+    double elapsed = 0;        // seconds that the work took
+    bool verified = false;
+    std::optional<std::string> damage;  // of the input
+
+    double duration() const { return static_cast<double>(samples) / config.sample_rate; }
+
+    // Mean bit/s of all frames.
+    double mean_bit_rate() const {
+        const double coded_seconds = static_cast<double>(frames * TAVIK_FRAME_LENGTH) / config.sample_rate;
+        return static_cast<double>(frame_bytes) * 8 / coded_seconds;
+    }
+};
+
+// How far the work on a file is.
+struct FileProgress {
+    double seconds = 0;              // of audio read
+    std::optional<double> duration;  // in all, where that is known
+
+    double fraction() const { return duration && *duration > 0 ? std::clamp(seconds / *duration, 0.0, 1.0) : 0; }
+};
+
+// Encodes one file; `report` is called after each frame. Throws ProgramError; what stood under the output's name is
+// then as it was before.
+EncodedFile encode_file(const Options &options, const Job &job, const std::function<void(FileProgress)> &report);
 
 }  // namespace tavik

@@ -34,6 +34,14 @@ uint32_t divide_bit_rate(uint64_t bit_rate, uint32_t channels, uint32_t rate) {
     return static_cast<uint32_t>(bit_rate / channels);
 }
 
+uint32_t header_type(Format format) {
+    switch (format) {
+        case Format::adts: return TAVIK_HEADER_ADTS;
+        case Format::adif: return TAVIK_HEADER_ADIF;
+        default: return TAVIK_HEADER_NONE;
+    }
+}
+
 }  // namespace
 
 uint32_t channel_count(const EncoderConfig &config) { return config.channel_mode == TAVIK_MODE_MONO ? 1 : 2; }
@@ -48,16 +56,17 @@ uint32_t default_bit_rate(uint32_t rate) {
     return std::min(thousands * 1000, full_bit_rate);
 }
 
-EncoderConfig make_config(const Options &options, AudioFormat source) {
+EncoderConfig make_config(const Options &options, Format format, AudioFormat source) {
     const ChannelMode mode = options.mode.value_or(source.channels == 1 ? ChannelMode::mono : ChannelMode::stereo);
     EncoderConfig config{};
     config.channel_mode = static_cast<uint32_t>(mode);
     config.sample_rate = options.rate.value_or(choose_rate(source.rate));
     config.bit_rate = options.bit_rate ? divide_bit_rate(*options.bit_rate, channel_count(config), config.sample_rate)
                                        : default_bit_rate(config.sample_rate);
-    config.header_type = static_cast<uint32_t>(options.framing);
+    config.header_type = header_type(format);
     config.constant_rate = options.constant_rate ? 1 : 0;
-    config.emit_priming_frame = options.priming ? 1 : 0;
+    // An MP4 file tells players how much to leave out, so that all samples can be exact.
+    config.emit_priming_frame = options.priming || format == Format::m4a ? 1 : 0;
     config.tns_disable = options.no_tns ? 1 : 0;
     config.home = options.home ? 1 : 0;
     config.original_copy = options.original ? 1 : 0;

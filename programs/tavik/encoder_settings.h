@@ -18,6 +18,6 @@ uint32_t choose_rate(uint32_t source_rate);
 uint32_t default_bit_rate(uint32_t rate);
 
 // Configures the encoder for a source. Throws ProgramError with ExitCode::usage when the bit rate is out of range.
-EncoderConfig make_config(const Options &options, AudioFormat source);
+EncoderConfig make_config(const Options &options, Format format, AudioFormat source);
 
 }  // namespace tavik

@@ -1,4 +1,4 @@
-// Ownership and error texts of FFmpeg's C interface, for the input side of the program.
+// Ownership and error texts of FFmpeg's C interface.
 #pragma once
 
 extern "C" {
@@ -8,16 +8,26 @@ extern "C" {
 #include <libswresample/swresample.h>
 }
 
+#include <algorithm>
 #include <array>
 #include <memory>
+#include <span>
 #include <string>
 
 namespace tavik {
 
 // Frees what FFmpeg's libraries allocate.
 struct FfmpegDeleter {
-    void operator()(AVFormatContext *context) const { avformat_close_input(&context); }
+    void operator()(AVFormatContext *context) const {
+        if (context->iformat != nullptr) avformat_close_input(&context);
+        avformat_free_context(context);
+    }
+    void operator()(AVIOContext *context) const {
+        av_freep(static_cast<void *>(&context->buffer));
+        avio_context_free(&context);
+    }
     void operator()(AVCodecContext *context) const { avcodec_free_context(&context); }
+    void operator()(AVCodecParameters *parameters) const { avcodec_parameters_free(&parameters); }
     void operator()(AVPacket *packet) const { av_packet_free(&packet); }
     void operator()(AVFrame *frame) const { av_frame_free(&frame); }
     void operator()(SwrContext *context) const { swr_free(&context); }
@@ -32,6 +42,14 @@ template <typename T>
 FfmpegHandle<T> own(T *pointer) {
     if (pointer == nullptr) throw std::bad_alloc();
     return FfmpegHandle<T>(pointer);
+}
+
+// Gives codec parameters a copy of a decoder configuration.
+inline void set_extradata(AVCodecParameters &parameters, std::span<const uint8_t> bytes) {
+    parameters.extradata = static_cast<uint8_t *>(av_mallocz(bytes.size() + AV_INPUT_BUFFER_PADDING_SIZE));
+    if (parameters.extradata == nullptr) throw std::bad_alloc();
+    std::ranges::copy(bytes, parameters.extradata);
+    parameters.extradata_size = static_cast<int>(bytes.size());
 }
 
 // Text of a negative result of an FFmpeg function.

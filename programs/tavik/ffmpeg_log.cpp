@@ -1,4 +1,4 @@
-// The libraries may log from threads of their own, hence the lock.
+// Every file is opened, decoded and written by one thread: the libraries start none unless they are asked to.
 #include "ffmpeg_log.h"
 
 extern "C" {
@@ -8,18 +8,15 @@ extern "C" {
 #include <array>
 #include <cstdarg>
 #include <cstdio>
-#include <mutex>
 #include <utility>
 
 namespace tavik {
 namespace {
 
 // Global, because the callback of the libraries takes no argument of ours.
-std::mutex log_mutex;   // NOLINT(cppcoreguidelines-avoid-non-const-global-variables)
-FfmpegLog current_log;  // NOLINT(cppcoreguidelines-avoid-non-const-global-variables)
+thread_local FfmpegLog current_log;  // NOLINT(cppcoreguidelines-avoid-non-const-global-variables)
 
 void keep_message(const std::string &message, int level) {
-    const std::lock_guard lock(log_mutex);
     if (level <= AV_LOG_ERROR && current_log.first_error.empty()) current_log.first_error = message;
     if (message.starts_with("Ignoring maximum wav data size")) current_log.open_ended_file = true;
 }
@@ -37,9 +34,6 @@ void receive_message(void * /*context*/, int level, const char *format, va_list 
 
 void capture_ffmpeg_log() { av_log_set_callback(receive_message); }
 
-FfmpegLog take_ffmpeg_log() {
-    const std::lock_guard lock(log_mutex);
-    return std::exchange(current_log, {});
-}
+FfmpegLog take_ffmpeg_log() { return std::exchange(current_log, {}); }
 
 }  // namespace tavik

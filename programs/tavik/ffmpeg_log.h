@@ -14,7 +14,7 @@ struct FfmpegLog {
 // From now on FFmpeg's libraries print nothing; their messages are kept for take_ffmpeg_log().
 void capture_ffmpeg_log();
 
-// Messages since the previous call.
+// Messages of the calling thread since its previous call.
 FfmpegLog take_ffmpeg_log();
 
 }  // namespace tavik

@@ -1,34 +1,28 @@
-// The handler itself removes the file and ends the program, because a blocking read may never come back.
+// A thread that waits for the signals, and no signal handler: it may take locks, and it runs while others are blocked.
 #include "interruption.h"
 
 #include <unistd.h>
 
 #include <array>
-#include <atomic>
+#include <csignal>
+#include <set>
 #include <string_view>
+#include <thread>
 
 namespace tavik {
 namespace {
 
 constexpr std::array interruptions{SIGINT, SIGTERM, SIGHUP};
 
-// Global, because a signal handler takes no argument of ours.
-std::atomic<const char *> file_to_remove{nullptr};  // NOLINT(cppcoreguidelines-avoid-non-const-global-variables)
-static_assert(std::atomic<const char *>::is_always_lock_free, "the signal handler reads it");
+struct TemporaryFiles {
+    std::mutex mutex;
+    std::set<std::string> paths;
+};
 
-// Only calls that are safe in a signal handler.
-extern "C" void end_program(int signal_number) {
-    if (const char *path = file_to_remove.load()) ::unlink(path);
-    constexpr std::string_view message = "tavik: interrupted\n";
-    [[maybe_unused]] const ssize_t written = ::write(STDERR_FILENO, message.data(), message.size());
-    ::_exit(128 + signal_number);
-}
-
-sigset_t interruption_set() {
-    sigset_t set;
-    sigemptyset(&set);
-    for (const int signal_number : interruptions) sigaddset(&set, signal_number);
-    return set;
+// Never destroyed, because an interruption may come while the program ends.
+TemporaryFiles &temporary_files() {
+    static auto &files = *new TemporaryFiles;  // NOLINT(cppcoreguidelines-owning-memory)
+    return files;
 }
 
 bool is_ignored(int signal_number) {
@@ -37,27 +31,47 @@ bool is_ignored(int signal_number) {
     return action.sa_handler == SIG_IGN;
 }
 
+// A hangup that the caller, such as nohup, wants ignored stays ignored. A shell lets background programs ignore SIGINT
+// too, but whoever sends it by name means it.
+sigset_t interruption_set() {
+    sigset_t set;
+    sigemptyset(&set);
+    for (const int signal_number : interruptions) {
+        if (signal_number != SIGHUP || !is_ignored(SIGHUP)) sigaddset(&set, signal_number);
+    }
+    return set;
+}
+
+// The lock is not given back: nothing can make another file between the removal and the end. Writing a message may
+// block, so that a second signal has its usual effect by then.
+[[noreturn]] void end_program(const sigset_t &set, int signal_number) {
+    const auto hold = hold_interruptions();
+    for (const std::string &path : temporary_files().paths) ::unlink(path.c_str());
+    pthread_sigmask(SIG_UNBLOCK, &set, nullptr);
+    constexpr std::string_view clear_line = "\r\033[K";
+    constexpr std::string_view message = "tavik: interrupted\n";
+    if (::isatty(STDERR_FILENO) == 1) std::ignore = ::write(STDERR_FILENO, clear_line.data(), clear_line.size());
+    std::ignore = ::write(STDERR_FILENO, message.data(), message.size());
+    ::_exit(128 + signal_number);
+}
+
 }  // namespace
 
-void install_interruption_handlers() {
-    struct sigaction action {};
-    action.sa_handler = end_program;
-    action.sa_mask = interruption_set();
-    for (const int signal_number : interruptions) {
-        const bool keep_ignored = signal_number == SIGHUP && is_ignored(SIGHUP);
-        if (!keep_ignored) sigaction(signal_number, &action, nullptr);
-    }
-    action.sa_handler = SIG_IGN;
-    for (const int signal_number : {SIGPIPE, SIGXFSZ}) sigaction(signal_number, &action, nullptr);
-}
-
-void remove_on_interruption(const char *path) { file_to_remove.store(path); }
-
-InterruptionBlock::InterruptionBlock() {
+void watch_for_interruptions() {
+    for (const int signal_number : {SIGPIPE, SIGXFSZ}) std::signal(signal_number, SIG_IGN);
     const sigset_t set = interruption_set();
-    pthread_sigmask(SIG_BLOCK, &set, &previous_mask_);
+    pthread_sigmask(SIG_BLOCK, &set, nullptr);
+    temporary_files();
+    std::thread([set] {
+        int signal_number = 0;
+        if (sigwait(&set, &signal_number) == 0) end_program(set, signal_number);
+    }).detach();
 }
 
-InterruptionBlock::~InterruptionBlock() { pthread_sigmask(SIG_SETMASK, &previous_mask_, nullptr); }
+std::unique_lock<std::mutex> hold_interruptions() { return std::unique_lock(temporary_files().mutex); }
+
+void remove_on_interruption(const std::string &path) { temporary_files().paths.insert(path); }
+
+void keep_on_interruption(const std::string &path) { temporary_files().paths.erase(path); }
 
 }  // namespace tavik

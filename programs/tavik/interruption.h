@@ -1,28 +1,23 @@
 // Signals: how an interrupted run ends without leaving an unfinished file behind.
 #pragma once
 
-#include <csignal>
+#include <mutex>
+#include <string>
 
 namespace tavik {
 
-// From now on SIGINT, SIGTERM and SIGHUP remove the file named to remove_on_interruption() and end the program at once
-// with status 128 + signal, even inside a blocking read. A SIGHUP that is ignored stays ignored. A write that fails
-// reports an error instead of killing the program.
-void install_interruption_handlers();
+// From now on a thread of its own waits for SIGINT, SIGTERM and SIGHUP (unless that is ignored), removes the files
+// named to remove_on_interruption() and ends the program at once with status 128 + signal, whatever other threads do.
+// To be called before any of those starts. A write that fails reports an error from now on instead of killing the
+// program.
+void watch_for_interruptions();
 
-// Names the file that an interruption removes; the string must stay alive until the next call. nullptr: none.
-void remove_on_interruption(const char *path);
+// Holds an interruption back while it is locked: files that it concerns are made, renamed or removed in one step with
+// what follows from that.
+std::unique_lock<std::mutex> hold_interruptions();
 
-// Holds interruptions back during its life.
-class InterruptionBlock {
- public:
-    InterruptionBlock();
-    ~InterruptionBlock();
-    InterruptionBlock(const InterruptionBlock &) = delete;
-    InterruptionBlock &operator=(const InterruptionBlock &) = delete;
-
- private:
-    sigset_t previous_mask_{};
-};
+// Adds a file to those that an interruption removes, or takes it off. With interruptions held back.
+void remove_on_interruption(const std::string &path);
+void keep_on_interruption(const std::string &path);
 
 }  // namespace tavik

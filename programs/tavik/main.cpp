@@ -1,30 +1,53 @@
 // The program tavik, a command-line encoder on top of the library: turns every error into a line and an exit status.
+#include <unistd.h>
+
 #include <exception>
 
-#include "encode_file.h"
+#include "batch.h"
+#include "console.h"
+#include "ffmpeg_log.h"
 #include "interruption.h"
-#include "message.h"
 #include "options.h"
+#include "output_file.h"
 #include "program_error.h"
 
 namespace {
 
-tavik::ExitCode run(int argc, const char *const *argv) {
+using namespace tavik;
+
+ExitCode run(const Options &options) {
+    const bool to_standard_output = options.output == standard_stream;
+    Console console(to_standard_output);
     try {
-        if (const auto options = tavik::parse_options(argc, argv)) tavik::encode_file(*options);
-        return tavik::ExitCode::ok;
-    } catch (const tavik::ProgramError &error) {
-        tavik::print_line(std::string("tavik: ") + error.what());
+        if (to_standard_output && ::isatty(STDOUT_FILENO) == 1) {
+            throw ProgramError(ExitCode::usage, "standard output", "is a terminal, which is no place for audio");
+        }
+        const ExitCode exit_code = run_batch(options, console);
+        if (exit_code != ExitCode::ok || !console.failed()) return exit_code;
+        throw ProgramError(ExitCode::output, "standard output", "cannot write the report");
+    } catch (const ProgramError &error) {
+        console.problem(error.what());
+        return error.exit_code();
+    }
+}
+
+ExitCode run(int argc, const char *const *argv) {
+    try {
+        const auto options = parse_options(argc, argv);
+        return options ? run(*options) : ExitCode::ok;
+    } catch (const ProgramError &error) {
+        Console(true).problem(error.what());
         return error.exit_code();
     } catch (const std::exception &error) {
-        tavik::print_line(std::string("tavik: internal error: ") + error.what());
-        return tavik::ExitCode::internal;
+        Console(true).problem(std::string("internal error: ") + error.what());
+        return ExitCode::internal;
     }
 }
 
 }  // namespace
 
 int main(int argc, char **argv) {
-    tavik::install_interruption_handlers();
+    watch_for_interruptions();
+    capture_ffmpeg_log();
     return static_cast<int>(run(argc, argv));
 }

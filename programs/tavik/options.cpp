@@ -5,28 +5,34 @@
 #include <charconv>
 #include <iostream>
 #include <map>
-#include <vector>
 
+#include "output_file.h"
 #include "program_error.h"
 
 namespace tavik {
 namespace {
 
 constexpr const char *description =
-    "Encodes the best audio stream of a file as MPEG AAC Low Complexity.\n"
-    "Whatever FFmpeg's libraries can read is resampled and mixed as necessary.";
+    "Encodes audio as MPEG AAC Low Complexity. Whatever FFmpeg's libraries can read is resampled and mixed as "
+    "necessary.";
 
 constexpr const char *footer =
     "Examples:\n"
-    "  tavik song.wav -o song.aac                      stereo ADTS stream, 128 kbit/s\n"
-    "  tavik film.mkv -o film.aac -b 192k --rate 48000\n"
-    "  tavik talk.flac -o talk.aac --mode mono -b 32k --cbr\n"
-    "  tavik languages.wav -o languages.adif --mode two-mono --adif\n"
+    "  tavik song.flac                            song.m4a beside it, 128 kbit/s for stereo\n"
+    "  tavik film.mkv -o film.aac -b 192k         an ADTS stream of its best audio track\n"
+    "  tavik talk.wav --mode mono -b 40k --cbr    mono, constant rate\n"
+    "  tavik music/ -o encoded/ --skip-existing   a folder of music, on all cores\n"
+    "  arecord -q -f cd | tavik - -o - --adts | nc host 9000\n"
+    "                                             live: each frame as soon as it is coded\n"
     "\n"
     "Exit status:\n"
-    "  0 success, 1 internal error, 2 wrong usage, 3 unusable input, 4 output not written,\n"
-    "  129/130/143 interrupted by SIGHUP/SIGINT/SIGTERM\n"
-    "The output file appears under its name only when it is complete.";
+    "  0 all done, 1 some of several files failed, 2 wrong usage, 3 unusable input, 4 output not written,\n"
+    "  129/130/143 interrupted by SIGHUP/SIGINT/SIGTERM, 70 internal error\n"
+    "An output appears under its name only when it is complete.";
+
+constexpr unsigned most_jobs = 256;
+constexpr uint32_t highest_pcm_rate = 768000;
+constexpr uint32_t most_pcm_channels = 64;
 
 std::map<std::string, ChannelMode> mode_names() {
     return {{"mono", ChannelMode::mono}, {"stereo", ChannelMode::stereo}, {"two-mono", ChannelMode::two_mono}};
@@ -36,18 +42,47 @@ std::map<std::string, ChannelMode> mode_names() {
 struct ArgumentTexts {
     std::string bit_rate;
     std::string mode;
+    std::string pcm;
     std::string copyright_id;
 };
 
-// Bit/s of a text such as 128000 or 128k.
-std::optional<uint64_t> to_bit_rate(const std::string &text) {
-    const char *end = text.data() + text.size();
+std::optional<uint32_t> to_number(std::string_view text) {
     uint32_t value = 0;
-    const auto [unit, error] = std::from_chars(text.data(), end, value);
-    if (error != std::errc{}) return std::nullopt;
-    if (unit == end) return value;
-    const bool is_thousands = unit + 1 == end && (*unit == 'k' || *unit == 'K');
-    return is_thousands ? std::optional(value * uint64_t{1000}) : std::nullopt;
+    const auto [rest, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+    if (error != std::errc{} || rest != text.data() + text.size()) return std::nullopt;
+    return value;
+}
+
+// Bit/s of a text such as 128000 or 128k.
+std::optional<uint64_t> to_bit_rate(std::string_view text) {
+    const bool is_thousands = text.ends_with('k') || text.ends_with('K');
+    if (is_thousands) text.remove_suffix(1);
+    const std::optional<uint32_t> value = to_number(text);
+    if (!value) return std::nullopt;
+    return *value * uint64_t{is_thousands ? 1000U : 1U};
+}
+
+// Parts of FORMAT[:RATE[:CHANNELS]].
+std::optional<PcmFormat> to_pcm_format(const std::string &text) {
+    static const std::set<std::string> sample_formats{"u8",    "s16le", "s16be", "s24le", "s24be",
+                                                      "s32le", "s32be", "f32le", "f32be"};
+    const std::vector<std::string> parts = CLI::detail::split(text, ':');
+    if (parts.empty() || parts.size() > 3 || !sample_formats.contains(parts[0])) return std::nullopt;
+    PcmFormat format{.sample_format = parts[0]};
+    if (parts.size() > 1) format.rate = to_number(parts[1]).value_or(0);
+    if (parts.size() > 2) format.channels = to_number(parts[2]).value_or(0);
+    const bool is_possible = format.rate > 0 && format.rate <= highest_pcm_rate && format.channels > 0 &&
+                             format.channels <= most_pcm_channels;
+    return is_possible ? std::optional(format) : std::nullopt;
+}
+
+std::array<uint8_t, 9> to_copyright_id(const std::string &digits) {
+    std::array<uint8_t, 9> bytes{};
+    for (size_t i = 0; i < bytes.size(); ++i) {
+        const char *first = digits.data() + 2 * i;
+        std::from_chars(first, first + 2, bytes[i], 16);
+    }
+    return bytes;
 }
 
 std::vector<std::string> supported_rate_texts() {
@@ -70,27 +105,60 @@ std::string check_bit_rate(const std::string &text) {
     return to_bit_rate(text) ? "" : text + " is not a bit rate such as 128000 or 128k";
 }
 
+std::string check_pcm(const std::string &text) {
+    if (to_pcm_format(text)) return "";
+    return text + " is not a format such as s16le:44100:2 (u8 or s16, s24, s32, f32 with le or be)";
+}
+
 std::string check_copyright_id(const std::string &text) {
     const bool is_hex = text.find_first_not_of("0123456789abcdefABCDEF") == std::string::npos;
     return is_hex && text.size() == 18 ? "" : text + " is not a number of 18 hexadecimal digits";
 }
 
-std::array<uint8_t, 9> to_copyright_id(const std::string &digits) {
-    std::array<uint8_t, 9> bytes{};
-    for (size_t i = 0; i < bytes.size(); ++i) {
-        const char *first = digits.data() + 2 * i;
-        std::from_chars(first, first + 2, bytes[i], 16);
-    }
-    return bytes;
+void add_input_options(CLI::App &app, Options &options, ArgumentTexts &texts) {
+    app.add_option("INPUT", options.inputs, "Files; directories for all audio files below them; - for standard input")
+        ->option_text("...")
+        ->required()
+        ->check(check_file_name);
+    app.add_option("--pcm", texts.pcm,
+                   "Inputs are samples without a header, such as s16le:48000:2 [rate 44100, stereo]")
+        ->option_text("FORMAT[:RATE[:CHANNELS]]")
+        ->check(check_pcm)
+        ->group("Input");
 }
 
-void add_file_options(CLI::App &app, Options &options) {
-    app.add_option("INPUT", options.input, "File with audio")->option_text(" ")->required()->check(check_file_name);
-    app.add_option("-o,--output", options.output, "File to write; an existing one is replaced")
-        ->option_text("FILE REQUIRED")
-        ->required()
+void add_output_options(CLI::App &app, Options &options) {
+    const std::string group = "Output";
+    app.add_option("-o,--output", options.output,
+                   "File, or directory for several; - is standard output [beside each input]")
+        ->option_text("PATH")
         ->check(check_file_name)
-        ->group("Files");
+        ->group(group);
+    auto *force = app.add_flag("-f,--force", options.replace, "Replace outputs that exist");
+    force->option_text(" ")->group(group);
+    app.add_flag("--skip-existing", options.skip_existing, "Leave out inputs whose output exists")
+        ->excludes(force)
+        ->option_text(" ")
+        ->group(group);
+    app.add_flag("--strict", options.strict, "Damaged or truncated input is an error: no output is kept")->group(group);
+    app.add_flag("--verify", options.verify, "Decode what was written, compare length and structure")->group(group);
+}
+
+// Adds the flags that choose the format and lets `format` be set by whichever is given.
+void add_format_options(CLI::App &app, std::optional<Format> &format) {
+    const auto add = [&app, &format](const char *flag, Format value, const char *text) {
+        const auto select = [&format, value] { format = value; };
+        return app.add_flag_callback(flag, select, text)
+            ->option_text(" ")
+            ->group("Format (only one) [as the name of the output says, else M4A]");
+    };
+    CLI::Option *m4a = add("--m4a", Format::m4a, "MP4 file (.m4a): plays sample-exact, carries tags and cover");
+    CLI::Option *adts = add("--adts", Format::adts, "ADTS stream (.aac): a header in front of every frame");
+    CLI::Option *adif = add("--adif", Format::adif, "ADIF stream (.adif): one header in front of the stream");
+    CLI::Option *raw = add("--raw-frames", Format::raw_frames, "No headers, the frames alone (.raw)");
+    m4a->excludes(adts, adif, raw);
+    adts->excludes(adif, raw);
+    adif->excludes(raw);
 }
 
 void add_coding_options(CLI::App &app, Options &options, ArgumentTexts &texts) {
@@ -100,6 +168,7 @@ void add_coding_options(CLI::App &app, Options &options, ArgumentTexts &texts) {
         ->option_text("RATE[k]")
         ->check(check_bit_rate)
         ->group(group);
+    app.add_flag("--cbr", options.constant_rate, "Constant rate: all frames of the same size [variable]")->group(group);
     app.add_option("--rate", options.rate, "Sampling rate of the output in Hz [the input's, or the next supported one]")
         ->option_text("HZ")
         ->check(CLI::IsMember(supported_rate_texts()))
@@ -109,22 +178,10 @@ void add_coding_options(CLI::App &app, Options &options, ArgumentTexts &texts) {
         ->option_text("MODE")
         ->check(CLI::IsMember(mode_names()))
         ->group(group);
-    app.add_flag("--cbr", options.constant_rate, "Constant instead of variable frame size")->group(group);
-    app.add_flag("--priming", options.priming, "Also emit the frame that leads in from silence")->group(group);
     app.add_flag("--no-tns", options.no_tns, "Never apply temporal noise shaping")->group(group);
-}
-
-// Adds the flags that choose the framing and lets `framing` be set by whichever is given.
-void add_framing_options(CLI::App &app, Framing &framing) {
-    const auto add = [&app, &framing](const char *flag, Framing value, const char *text) {
-        const auto select = [&framing, value] { framing = value; };
-        return app.add_flag_callback(flag, select, text)->option_text(" ")->group("Framing (only one)");
-    };
-    CLI::Option *adts = add("--adts", Framing::adts, "A header in front of every frame [default]");
-    CLI::Option *adif = add("--adif", Framing::adif, "One header in front of the stream");
-    CLI::Option *raw = add("--raw-frames", Framing::raw_frames, "No headers, the frames alone");
-    adts->excludes(adif, raw);
-    adif->excludes(raw);
+    app.add_flag("--priming", options.priming,
+                 "Begin a stream with the priming frame: 1024 samples later, the first ones exact [MP4 only]")
+        ->group(group);
 }
 
 void add_header_options(CLI::App &app, Options &options, ArgumentTexts &texts) {
@@ -137,9 +194,21 @@ void add_header_options(CLI::App &app, Options &options, ArgumentTexts &texts) {
         ->group(group);
 }
 
+void add_report_options(CLI::App &app, Options &options) {
+    const std::string group = "Reports";
+    app.add_flag("-q,--quiet", options.quiet, "Print warnings and errors only")->group(group);
+    app.add_flag("--no-progress", options.no_progress, "No progress bar (on terminals only anyway) or progress objects")
+        ->group(group);
+    app.add_flag("--json", options.json, "Print JSON objects, one per line: progress, each file, the summary")
+        ->group(group);
+}
+
 void add_general_options(CLI::App &app, Options &options) {
     const std::string group = "General";
-    app.add_flag("--quiet", options.quiet, "Print warnings and errors only")->group(group);
+    app.add_option("-j,--jobs", options.jobs, "Files that are encoded at once [as many as there are cores]")
+        ->option_text("N")
+        ->check(CLI::Range(1U, most_jobs))
+        ->group(group);
     app.set_version_flag(
            "--version", "tavik " + version_text(TAVIK_VERSION) + " (library " + version_text(TAVIK_get_version()) + ")",
            "Print the versions of program and library")
@@ -150,7 +219,7 @@ void add_general_options(CLI::App &app, Options &options) {
 // An unknown argument goes first: often it is the reason why another one is missing.
 ProgramError usage_error(const CLI::App &app, const CLI::ParseError &error) {
     for (const std::string &argument : app.remaining()) {
-        if (argument != "--") return {ExitCode::usage, argument, "unknown option or surplus argument"};
+        if (argument != "--") return {ExitCode::usage, argument, "unknown option"};
     }
     return {ExitCode::usage, error.what()};
 }
@@ -168,6 +237,22 @@ bool parse(CLI::App &app, int argc, const char *const *argv) {
     }
 }
 
+// What no single option can tell.
+void check_together(const Options &options) {
+    const auto standard_inputs = std::ranges::count(options.inputs, standard_stream);
+    const bool to_standard_output = options.output == standard_stream;
+    if (standard_inputs > 1) throw ProgramError(ExitCode::usage, "INPUT", "standard input can be read only once");
+    if (standard_inputs == 1 && !options.output) {
+        throw ProgramError(ExitCode::usage, "--output", "is needed for standard input");
+    }
+    if (to_standard_output && options.inputs.size() > 1) {
+        throw ProgramError(ExitCode::usage, "--output", "standard output takes one input only");
+    }
+    if (to_standard_output && options.verify) {
+        throw ProgramError(ExitCode::usage, "--verify", "cannot read standard output back");
+    }
+}
+
 }  // namespace
 
 std::optional<Options> parse_options(int argc, const char *const *argv) {
@@ -176,16 +261,20 @@ std::optional<Options> parse_options(int argc, const char *const *argv) {
     CLI::App app(description, "tavik");
     app.footer(footer);
     app.option_defaults()->disable_flag_override();
-    add_file_options(app, options);
+    add_input_options(app, options, texts);
+    add_output_options(app, options);
+    add_format_options(app, options.format);
     add_coding_options(app, options, texts);
-    add_framing_options(app, options.framing);
     add_header_options(app, options, texts);
+    add_report_options(app, options);
     add_general_options(app, options);
     if (!parse(app, argc, argv)) return std::nullopt;
 
     options.bit_rate = to_bit_rate(texts.bit_rate);
     if (!texts.mode.empty()) options.mode = mode_names().at(texts.mode);
+    if (!texts.pcm.empty()) options.pcm = to_pcm_format(texts.pcm);
     if (!texts.copyright_id.empty()) options.copyright_id = to_copyright_id(texts.copyright_id);
+    check_together(options);
     return options;
 }
 

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace tavik {
 
@@ -17,27 +18,45 @@ enum class ChannelMode : uint32_t {
     two_mono = TAVIK_MODE_TWO_MONO
 };
 
-// What surrounds the coded frames; the values are those of EncoderConfig.header_type.
-enum class Framing : uint32_t { adts = TAVIK_HEADER_ADTS, adif = TAVIK_HEADER_ADIF, raw_frames = TAVIK_HEADER_NONE };
+// What the coded frames are written as.
+enum class Format : uint32_t { m4a, adts, adif, raw_frames };
+
+// Samples without a header.
+struct PcmFormat {
+    std::string sample_format;  // name of FFmpeg's demuxer: s16le, u8, ...
+    uint32_t rate = 44100;      // Hz
+    uint32_t channels = 2;
+};
 
 // The sampling rates that can be encoded, in Hz, ascending.
 inline constexpr std::array<uint32_t, 9> supported_rates{8000, 11025, 12000, 16000, 22050, 24000, 32000, 44100, 48000};
 
-// The command line, checked as far as that is possible without looking at the input.
+// The command line, checked as far as that is possible without looking at the inputs.
 struct Options {
-    std::string input;
-    std::string output;
+    std::vector<std::string> inputs;  // standard_stream among them is standard input
+    std::optional<std::string> output;
+    bool replace = false;
+    bool skip_existing = false;
+    bool strict = false;
+    bool verify = false;
+    std::optional<Format> format;
+
     std::optional<uint64_t> bit_rate;  // bit/s of all channels together
-    std::optional<uint32_t> rate;      // Hz, one of supported_rates
-    std::optional<ChannelMode> mode;
-    Framing framing = Framing::adts;
     bool constant_rate = false;
-    bool priming = false;
+    std::optional<uint32_t> rate;  // Hz, one of supported_rates
+    std::optional<ChannelMode> mode;
     bool no_tns = false;
+    bool priming = false;
+    std::optional<PcmFormat> pcm;
+
     bool home = false;
     bool original = false;
-    bool quiet = false;
     std::optional<std::array<uint8_t, 9>> copyright_id;  // most significant byte first
+
+    bool quiet = false;
+    bool no_progress = false;
+    bool json = false;
+    unsigned jobs = 0;  // 0: as many as there are cores
 };
 
 // Parses the command line. Returns nothing when it asked for the help or version text, which is then printed already.

@@ -7,35 +7,52 @@
 
 namespace tavik {
 
+// Name on the command line of standard input and standard output.
+inline constexpr const char *standard_stream = "-";
+
 // The file being written. A regular file is written under a temporary name in the same directory and takes its final
-// name, replacing an older file but keeping its permissions, in commit(); until then destruction and interruption
-// remove it. Anything else that exists under the name (device, FIFO) is written directly. Every failure throws
-// ProgramError with ExitCode::output.
+// name in commit(); until then destruction and interruption remove it. Anything else that exists under the name (a
+// device, a FIFO) and standard output are written directly. Every failure throws ProgramError with ExitCode::output.
 class OutputFile {
  public:
-    explicit OutputFile(const std::string &path);
+    enum class Existing { refuse, replace };  // replaced files keep their permissions, links to them stay links
+
+    OutputFile(const std::string &path, Existing existing);
     ~OutputFile();
     OutputFile(const OutputFile &) = delete;
     OutputFile &operator=(const OutputFile &) = delete;
 
+    // Written under a temporary name: seek() works, and written_path() can be read.
+    bool is_temporary() const { return !temporary_path_.empty(); }
+    const std::string &written_path() const { return temporary_path_; }
+
     void write(std::span<const uint8_t> bytes);
+
+    // Moves to a position as lseek() does, and returns it; -1 where that is not possible.
+    int64_t seek(int64_t offset, int whence);
 
     // Brings everything to the disk and under the final name. Nothing may be written afterwards.
     void commit();
+
+    uint64_t size() const { return size_; }
+
+    // As messages name it.
+    std::string name() const { return path_ == standard_stream ? "standard output" : path_; }
 
  private:
     void open_directly();
     void create_temporary(unsigned permissions);
     void close();
+    void take_final_name();
     [[noreturn]] void fail(const char *action) const;
 
-    std::string path_;            // as given
+    std::string path_;  // as given
+    Existing existing_;
     std::string final_path_;      // with symbolic links resolved
     std::string temporary_path_;  // empty when the output is written directly or is committed
     int descriptor_ = -1;
+    uint64_t position_ = 0;
+    uint64_t size_ = 0;  // bytes up to the highest position written
 };
-
-// Throws ProgramError when both names lead to the same file, so that writing would destroy what is to be read.
-void refuse_same_file(const std::string &input, const std::string &output);
 
 }  // namespace tavik

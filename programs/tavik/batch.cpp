@@ -1,0 +1,142 @@
+// Workers take the next file from one list; what is printed about a file does not depend on how many there are.
+#include "batch.h"
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <filesystem>
+#include <mutex>
+#include <optional>
+#include <thread>
+#include <vector>
+
+#include "encode_file.h"
+#include "jobs.h"
+#include "output_file.h"
+#include "progress.h"
+#include "report.h"
+
+namespace tavik {
+namespace {
+
+// The text reports that this run prints.
+enum class Reports { none, text, json };
+
+Reports choose_reports(const Options &options) {
+    if (options.json) return Reports::json;
+    return options.quiet ? Reports::none : Reports::text;
+}
+
+Progress::Style choose_progress(const Options &options, const Console &console) {
+    if (options.no_progress || options.quiet) return Progress::Style::none;
+    if (options.json) return Progress::Style::json;
+    return console.has_terminal() ? Progress::Style::bar : Progress::Style::none;
+}
+
+class Batch {
+ public:
+    Batch(const Options &options, Console &console)
+        : options_(options),
+          console_(console),
+          reports_(choose_reports(options)),
+          jobs_(plan_jobs(options)),
+          progress_(console, jobs_, choose_progress(options, console)) {
+        summary_.files = jobs_.size();
+    }
+
+    ExitCode run() {
+        const auto start = std::chrono::steady_clock::now();
+        const size_t cores = std::max(1U, std::thread::hardware_concurrency());
+        const size_t workers = std::min(options_.jobs > 0 ? options_.jobs : cores, jobs_.size());
+        {
+            std::vector<std::jthread> threads;
+            for (size_t i = 1; i < workers; ++i) threads.emplace_back([this] { work(); });
+            work();
+        }
+        console_.show_progress("");
+        summary_.elapsed = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+        report_summary();
+        return exit_code();
+    }
+
+ private:
+    void work() {
+        for (size_t i = next_job_++; i < jobs_.size(); i = next_job_++) {
+            do_job(i);
+            progress_.finish(i);
+        }
+    }
+
+    void do_job(size_t index) {
+        const Job &job = jobs_[index];
+        try {
+            if (job.is_done) {
+                report_skipped(job);
+                return;
+            }
+            const auto report = [this, index](const FileProgress &progress) { progress_.update(index, progress); };
+            report_encoded(job, encode_file(options_, job, report));
+        } catch (const ProgramError &error) {
+            report_failed(job, error);
+        } catch (const std::exception &error) {
+            report_failed(job,
+                          ProgramError(ExitCode::internal, job.input, std::string("internal error: ") + error.what()));
+        }
+    }
+
+    void report_encoded(const Job &job, const EncodedFile &file) {
+        {
+            const std::lock_guard lock(mutex_);
+            ++summary_.encoded;
+            summary_.duration += file.duration();
+        }
+        if (file.damage) console_.problem(damage_text(job, *file.damage));
+        if (reports_ == Reports::text) console_.result(encoded_text(job, file));
+        if (reports_ == Reports::json) console_.result(encoded_json(job, file));
+    }
+
+    void report_skipped(const Job &job) {
+        {
+            const std::lock_guard lock(mutex_);
+            ++summary_.skipped;
+        }
+        if (reports_ == Reports::text) console_.result(skipped_text(job));
+        if (reports_ == Reports::json) console_.result(skipped_json(job));
+    }
+
+    void report_failed(const Job &job, const ProgramError &error) {
+        {
+            const std::lock_guard lock(mutex_);
+            ++summary_.failed;
+            latest_failure_ = error.exit_code();
+        }
+        console_.problem(error.what());
+        if (reports_ == Reports::json) console_.result(failed_json(job, error.what(), error.exit_code()));
+    }
+
+    void report_summary() {
+        if (reports_ == Reports::text && jobs_.size() != 1) console_.result(summary_text(summary_));
+        if (reports_ == Reports::json) console_.result(summary_json(summary_));
+    }
+
+    ExitCode exit_code() const {
+        if (summary_.failed == 0) return ExitCode::ok;
+        return jobs_.size() == 1 ? latest_failure_ : ExitCode::some_failed;
+    }
+
+    const Options &options_;
+    Console &console_;
+    Reports reports_;
+    std::vector<Job> jobs_;
+    Progress progress_;
+    std::atomic<size_t> next_job_ = 0;
+    std::mutex mutex_;  // for the two members below
+    Summary summary_;
+    ExitCode latest_failure_ = ExitCode::ok;
+};
+
+}  // namespace
+
+ExitCode run_batch(const Options &options, Console &console) { return Batch(options, console).run(); }
+
+}  // namespace tavik

@@ -1,0 +1,59 @@
+// Written past the buffers of the standard library: a line goes out at once, and it is seen whether it did.
+#include "console.h"
+
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <string_view>
+
+namespace tavik {
+namespace {
+
+constexpr std::string_view clear_line = "\r\033[K";
+
+bool write_all(int descriptor, std::string_view text) {
+    while (!text.empty()) {
+        const ssize_t written = ::write(descriptor, text.data(), text.size());
+        if (written < 0) return false;
+        text.remove_prefix(static_cast<size_t>(written));
+    }
+    return true;
+}
+
+}  // namespace
+
+Console::Console(bool results_on_standard_error)
+    : results_on_standard_error_(results_on_standard_error), has_terminal_(::isatty(STDERR_FILENO) == 1) {}
+
+Console::~Console() { show_progress(""); }
+
+void Console::result(const std::string &line) {
+    print(results_on_standard_error_ ? STDERR_FILENO : STDOUT_FILENO, line);
+}
+
+void Console::problem(const std::string &line) { print(STDERR_FILENO, "tavik: " + line); }
+
+unsigned Console::terminal_columns() {
+    constexpr unsigned usual = 80;
+    struct winsize size {};
+    return ::ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : usual;
+}
+
+void Console::show_progress(const std::string &bar) {
+    const std::lock_guard lock(mutex_);
+    if (!has_terminal_ || bar == bar_) return;
+    bar_ = bar;
+    write_all(STDERR_FILENO, std::string(clear_line) + bar_);
+}
+
+void Console::print(int descriptor, std::string line) {
+    const auto is_control = [](char c) { return (c >= 0 && c < ' ') || c == '\x7F'; };
+    std::ranges::replace_if(line, is_control, '?');
+    const std::lock_guard lock(mutex_);
+    if (!bar_.empty()) write_all(STDERR_FILENO, clear_line);
+    if (!write_all(descriptor, line + '\n') && descriptor == STDOUT_FILENO) failed_ = true;
+    if (!bar_.empty()) write_all(STDERR_FILENO, bar_);
+}
+
+}  // namespace tavik

@@ -1,0 +1,187 @@
+// The whole list is made before any work starts, so that no output of one file can become the input of another.
+#include "jobs.h"
+
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <map>
+#include <set>
+#include <utility>
+
+#include "output_file.h"
+#include "program_error.h"
+
+namespace tavik {
+namespace {
+
+namespace fs = std::filesystem;
+
+// Extensions of the files that a directory stands for.
+const std::set<std::string> &audio_extensions() {
+    static const std::set<std::string> extensions{
+        ".3ga", ".aac", ".ac3", ".adts", ".aif",  ".aifc", ".aiff", ".amr", ".ape", ".au",  ".caf",
+        ".dff", ".dsf", ".dts", ".eac3", ".flac", ".gsm",  ".m4a",  ".m4b", ".mka", ".mp1", ".mp2",
+        ".mp3", ".mpc", ".oga", ".ogg",  ".opus", ".ra",   ".rf64", ".shn", ".snd", ".spx", ".tak",
+        ".tta", ".voc", ".w64", ".wav",  ".wave", ".weba", ".wma",  ".wv"};
+    return extensions;
+}
+
+std::string lower_case_extension(const fs::path &path) {
+    std::string extension = path.extension();
+    std::ranges::transform(extension, extension.begin(), [](unsigned char c) { return std::tolower(c); });
+    return extension;
+}
+
+const char *extension_of(Format format) {
+    switch (format) {
+        case Format::adts: return ".aac";
+        case Format::adif: return ".adif";
+        case Format::raw_frames: return ".raw";
+        default: return ".m4a";
+    }
+}
+
+Format format_by_name(const fs::path &output) {
+    const std::string extension = lower_case_extension(output);
+    if (extension == ".aac" || extension == ".adts") return Format::adts;
+    return extension == ".adif" ? Format::adif : Format::m4a;
+}
+
+// Which file it is, whatever its name.
+using Identity = std::pair<dev_t, ino_t>;
+
+std::optional<Identity> identity_of(const std::string &path) {
+    struct stat status {};
+    if (path == standard_stream || ::stat(path.c_str(), &status) != 0) return std::nullopt;
+    return Identity{status.st_dev, status.st_ino};
+}
+
+// An input with the place of its output below the directory for outputs.
+struct Found {
+    std::string path;
+    fs::path place;
+    bool by_search = false;  // found in a directory, not named by the user
+    std::error_code error;   // of a directory that cannot be read
+};
+
+// Adds all audio files below a directory, without hidden files and directories; links to directories are not followed.
+void search(const fs::path &directory, const fs::path &place, std::vector<Found> &found) {
+    std::error_code error;
+    std::vector<fs::directory_entry> entries;
+    for (fs::directory_iterator entry(directory, error), end; !error && entry != end; entry.increment(error)) {
+        if (!entry->path().filename().string().starts_with('.')) entries.push_back(*entry);
+    }
+    if (error) found.push_back({directory, place, true, error});
+    std::ranges::sort(entries);
+    for (const fs::directory_entry &entry : entries) {
+        const fs::path &path = entry.path();
+        std::error_code no_type;
+        if (entry.is_directory(no_type) && !entry.is_symlink(no_type)) {
+            search(path, place / path.filename(), found);
+        } else if (entry.is_regular_file(no_type) && audio_extensions().contains(lower_case_extension(path))) {
+            found.push_back({path, place / path.filename(), true, {}});
+        }
+    }
+}
+
+// The last part of a directory's name, also of one such as "." or "music/".
+fs::path own_name(const fs::path &directory) {
+    const fs::path normal = fs::absolute(directory).lexically_normal();
+    return normal.has_filename() ? normal.filename() : normal.parent_path().filename();
+}
+
+std::vector<Found> find_inputs(const Options &options) {
+    std::vector<Found> all;
+    for (const std::string &input : options.inputs) {
+        std::error_code error;
+        if (input == standard_stream || !fs::is_directory(input, error)) {
+            all.push_back({input, fs::path(input).filename(), false, {}});
+            continue;
+        }
+        const fs::path place = options.inputs.size() == 1 ? fs::path() : own_name(input);
+        std::vector<Found> found;
+        search(input, place, found);
+        if (found.empty()) throw ProgramError(ExitCode::input, input, "no audio files in this directory");
+        all.insert(all.end(), found.begin(), found.end());
+    }
+    return all;
+}
+
+// --output names a directory, and not a file.
+bool is_output_directory(const Options &options) {
+    if (!options.output || *options.output == standard_stream) return false;
+    std::error_code error;
+    const bool searched = std::ranges::any_of(options.inputs, [&](const std::string &input) {
+        return input != standard_stream && fs::is_directory(input, error);
+    });
+    const bool needed = options.inputs.size() > 1 || searched;
+    const bool exists = fs::exists(*options.output, error);
+    const bool is_directory = fs::is_directory(*options.output, error);
+    if (needed && exists && !is_directory) {
+        throw ProgramError(ExitCode::usage, *options.output, "is not a directory, as several outputs need it");
+    }
+    return needed || is_directory || options.output->ends_with('/');
+}
+
+Job make_job(const Found &found, const Options &options, bool into_directory) {
+    Job job;
+    job.input = found.path;
+    const bool is_named = options.output && !into_directory;
+    job.format = options.format.value_or(is_named ? format_by_name(*options.output) : Format::m4a);
+    if (is_named) {
+        job.output = *options.output;
+    } else if (found.path == standard_stream) {
+        throw ProgramError(ExitCode::usage, "--output", "must name a file for standard input");
+    } else {
+        const fs::path place = into_directory ? *options.output / found.place : fs::path(found.path);
+        job.output = fs::path(place).replace_extension(extension_of(job.format));
+    }
+    if (found.error) job.problem = ProgramError(ExitCode::input, found.path, found.error.message());
+    std::error_code no_size;
+    const uint64_t bytes = job.input == standard_stream ? 0 : fs::file_size(job.input, no_size);
+    job.bytes = no_size ? 0 : bytes;
+    return job;
+}
+
+// Finds outputs that exist, and those that would destroy an input or another output.
+void check_outputs(std::vector<Job> &jobs, const Options &options) {
+    std::set<Identity> inputs;
+    for (const Job &job : jobs) {
+        if (const auto input = identity_of(job.input)) inputs.insert(*input);
+    }
+    std::map<std::string, std::string> input_by_output;
+    for (Job &job : jobs) {
+        const auto output = identity_of(job.output);
+        const auto [earlier, is_new] = input_by_output.emplace(fs::absolute(job.output).lexically_normal(), job.input);
+        std::error_code error;
+        const bool exists = fs::is_regular_file(job.output, error);
+        if (job.problem) continue;
+        if (exists && options.skip_existing) {
+            job.is_done = true;
+        } else if (output && inputs.contains(*output)) {
+            job.problem = ProgramError(ExitCode::output, job.output, "is an input file");
+        } else if (!is_new) {
+            job.problem = ProgramError(ExitCode::output, job.output, "is already the output for " + earlier->second);
+        } else if (exists && !options.replace) {
+            job.problem = ProgramError(ExitCode::output, job.output, "exists already (-f replaces it)");
+        }
+    }
+}
+
+}  // namespace
+
+std::vector<Job> plan_jobs(const Options &options) {
+    const bool into_directory = is_output_directory(options);
+    std::vector<Job> jobs;
+    for (const Found &found : find_inputs(options)) {
+        Job job = make_job(found, options, into_directory);
+        // What an earlier run over the directory has made.
+        const bool is_own_output = found.by_search && identity_of(job.input) == identity_of(job.output);
+        if (!is_own_output) jobs.push_back(std::move(job));
+    }
+    check_outputs(jobs, options);
+    return jobs;
+}
+
+}  // namespace tavik

@@ -1,0 +1,28 @@
+// From the command line to the list of files to encode: directories are searched, outputs named.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "options.h"
+#include "program_error.h"
+
+namespace tavik {
+
+// One file to encode.
+struct Job {
+    std::string input;
+    std::string output;
+    Format format = Format::m4a;
+    uint64_t bytes = 0;                   // of the input, 0 where that is not known
+    bool is_done = false;                 // its output exists, and such inputs are to be left out
+    std::optional<ProgramError> problem;  // why it cannot be done
+};
+
+// The work that the command line asks for, in the order of the inputs, a directory's files sorted by name. Throws
+// ProgramError when a directory has no audio files or the output is no directory but has to be.
+std::vector<Job> plan_jobs(const Options &options);
+
+}  // namespace tavik

@@ -1,0 +1,210 @@
+// libavformat does the work; here is what it is told. Times are in samples and start at minus one frame: the muxer
+// makes the edit list of that, which tells players to leave out the priming frame, and the padding at the end.
+#include "mp4_muxer.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <string>
+#include <utility>
+
+#include "audio_specific_config.h"
+#include "encoder_settings.h"
+#include "ffmpeg_log.h"
+#include "program_error.h"
+
+namespace tavik {
+namespace {
+
+constexpr int buffer_bytes = 32768;
+constexpr int64_t fragment_microseconds = 500'000;
+
+// Tags that tell about the source's file, not about the music.
+constexpr std::array foreign_tags{"encoder",       "encoded_by",        "encoding_tool", "major_brand",
+                                  "minor_version", "compatible_brands", "creation_time", "handler_name",
+                                  "vendor_id",     "duration",          "language"};
+
+// The number of tracks or discs, which some formats keep apart, behind a slash.
+void join_total(AVDictionary **tags, const char *key, std::initializer_list<const char *> total_keys) {
+    const AVDictionaryEntry *number = av_dict_get(*tags, key, nullptr, 0);
+    if (number == nullptr || std::string(number->value).find('/') != std::string::npos) return;
+    for (const char *total_key : total_keys) {
+        if (const AVDictionaryEntry *total = av_dict_get(*tags, total_key, nullptr, 0)) {
+            av_dict_set(tags, key, (std::string(number->value) + "/" + total->value).c_str(), 0);
+            return;
+        }
+    }
+}
+
+// Tags stand in the file or, in some formats, in its audio stream.
+void copy_tags(AVDictionary **tags, const AVFormatContext &source) {
+    for (unsigned i = 0; i < source.nb_streams; ++i) {
+        const AVStream &stream = *source.streams[i];
+        if (stream.codecpar->codec_type == AVMEDIA_TYPE_AUDIO) av_dict_copy(tags, stream.metadata, 0);
+    }
+    av_dict_copy(tags, source.metadata, 0);
+    join_total(tags, "track", {"tracktotal", "totaltracks"});
+    join_total(tags, "disc", {"disctotal", "totaldiscs"});
+    for (const char *key : foreign_tags) av_dict_set(tags, key, nullptr, 0);
+    const uint32_t version = TAVIK_get_version();
+    const std::string tool = "Tavik " + std::to_string(version >> 28) + "." + std::to_string(version >> 16 & 0xFFF) +
+                             "." + std::to_string(version & 0xFFFF);
+    av_dict_set(tags, "encoding_tool", tool.c_str(), 0);
+}
+
+void copy_chapters(AVFormatContext &format, const AVFormatContext &source) {
+    if (source.nb_chapters == 0) return;
+    format.chapters = static_cast<AVChapter **>(av_calloc(source.nb_chapters, sizeof(AVChapter *)));
+    if (format.chapters == nullptr) throw std::bad_alloc();
+    for (unsigned i = 0; i < source.nb_chapters; ++i) {
+        auto *chapter = static_cast<AVChapter *>(av_mallocz(sizeof(AVChapter)));
+        if (chapter == nullptr) throw std::bad_alloc();
+        const AVChapter &original = *source.chapters[i];
+        *chapter = {.id = original.id,
+                    .time_base = original.time_base,
+                    .start = original.start,
+                    .end = original.end,
+                    .metadata = nullptr};
+        format.chapters[format.nb_chapters++] = chapter;
+        av_dict_copy(&chapter->metadata, original.metadata, 0);
+    }
+}
+
+bool is_picture(const AVStream &stream) {
+    const AVCodecID codec = stream.codecpar->codec_id;
+    return (stream.disposition & AV_DISPOSITION_ATTACHED_PIC) != 0 && stream.attached_pic.size > 0 &&
+           (codec == AV_CODEC_ID_MJPEG || codec == AV_CODEC_ID_PNG || codec == AV_CODEC_ID_BMP);
+}
+
+}  // namespace
+
+Mp4Muxer::Mp4Muxer(OutputFile &output, const EncoderConfig &config, const AVFormatContext &source)
+    : output_(output), held_(own(av_packet_alloc())), next_time_(-TAVIK_FRAME_LENGTH) {
+    take_ffmpeg_log();
+    open_output();
+    add_audio_stream(config);
+    copy_tags(&format_->metadata, source);
+    const bool has_extras = output_.is_temporary();
+    if (has_extras) {
+        add_pictures(source);
+        copy_chapters(*format_, source);
+    }
+    write_header();
+    if (has_extras) write_pictures(source);
+}
+
+void Mp4Muxer::open_output() {
+    auto *buffer = static_cast<uint8_t *>(av_malloc(buffer_bytes));
+    if (buffer == nullptr) throw std::bad_alloc();
+    const bool is_seekable = output_.is_temporary();
+    io_ = own(avio_alloc_context(buffer, buffer_bytes, 1, this, nullptr, write_callback,
+                                 is_seekable ? seek_callback : nullptr));
+    AVFormatContext *format = nullptr;
+    check(avformat_alloc_output_context2(&format, nullptr, "ipod", nullptr));
+    format_.reset(format);
+    format->pb = io_.get();
+}
+
+void Mp4Muxer::add_audio_stream(const EncoderConfig &config) {
+    AVStream *stream = avformat_new_stream(format_.get(), nullptr);
+    if (stream == nullptr) throw std::bad_alloc();
+    AVCodecParameters &parameters = *stream->codecpar;
+    set_extradata(parameters, audio_specific_config(config));
+    parameters.codec_type = AVMEDIA_TYPE_AUDIO;
+    parameters.codec_id = AV_CODEC_ID_AAC;
+    parameters.profile = FF_PROFILE_AAC_LOW;
+    parameters.sample_rate = static_cast<int>(config.sample_rate);
+    parameters.bit_rate = int64_t{config.bit_rate} * channel_count(config);
+    parameters.frame_size = TAVIK_FRAME_LENGTH;
+    parameters.initial_padding = TAVIK_FRAME_LENGTH;
+    av_channel_layout_default(&parameters.ch_layout, static_cast<int>(channel_count(config)));
+    stream->time_base = {1, parameters.sample_rate};
+}
+
+void Mp4Muxer::add_pictures(const AVFormatContext &source) {
+    for (unsigned i = 0; i < source.nb_streams; ++i) {
+        const AVStream &picture = *source.streams[i];
+        if (!is_picture(picture)) continue;
+        AVStream *stream = avformat_new_stream(format_.get(), nullptr);
+        if (stream == nullptr) throw std::bad_alloc();
+        check(avcodec_parameters_copy(stream->codecpar, picture.codecpar));
+        stream->codecpar->codec_tag = 0;
+        stream->disposition = AV_DISPOSITION_ATTACHED_PIC;
+        stream->time_base = picture.time_base;
+    }
+}
+
+void Mp4Muxer::write_header() {
+    AVDictionary *options = nullptr;
+    // Edits are counted in units of this, and have to be exact to the sample.
+    av_dict_set_int(&options, "movie_timescale", format_->streams[0]->codecpar->sample_rate, 0);
+    if (!output_.is_temporary()) {
+        av_dict_set(&options, "movflags", "delay_moov+default_base_moof", 0);
+        av_dict_set_int(&options, "frag_duration", fragment_microseconds, 0);
+        format_->flush_packets = 1;
+    }
+    const int result = avformat_write_header(format_.get(), &options);
+    av_dict_free(&options);
+    check(result);
+}
+
+// A picture is the only packet of its stream; those follow the audio stream in the order of the source.
+void Mp4Muxer::write_pictures(const AVFormatContext &source) {
+    int stream_index = 0;
+    for (unsigned i = 0; i < source.nb_streams; ++i) {
+        if (!is_picture(*source.streams[i])) continue;
+        const auto packet = own(av_packet_clone(&source.streams[i]->attached_pic));
+        packet->stream_index = ++stream_index;
+        check(av_write_frame(format_.get(), packet.get()));
+    }
+}
+
+void Mp4Muxer::write(std::span<const uint8_t> frame) {
+    write_held_packet(TAVIK_FRAME_LENGTH);
+    check(av_new_packet(held_.get(), static_cast<int>(frame.size())));
+    std::ranges::copy(frame, held_->data);
+    held_->pts = held_->dts = std::exchange(next_time_, next_time_ + TAVIK_FRAME_LENGTH);
+    held_->flags |= AV_PKT_FLAG_KEY;
+}
+
+void Mp4Muxer::write_held_packet(int64_t duration) {
+    if (held_->size == 0) return;
+    held_->duration = duration;
+    check(av_write_frame(format_.get(), held_.get()));
+    av_packet_unref(held_.get());
+}
+
+void Mp4Muxer::finish(uint64_t samples) {
+    const int64_t last_start = next_time_ - TAVIK_FRAME_LENGTH;
+    write_held_packet(static_cast<int64_t>(samples) - last_start);
+    check(av_write_trailer(format_.get()));
+    avio_flush(io_.get());
+    check(io_->error);
+}
+
+// Turns the negative result of a function of FFmpeg into an exception; errors of the output go first.
+void Mp4Muxer::check(int result) {
+    if (error_) std::rethrow_exception(error_);
+    if (result >= 0) return;
+    const std::string reason = take_ffmpeg_log().first_error;
+    throw ProgramError(ExitCode::output, output_.name(), reason.empty() ? ffmpeg_error_text(result) : reason);
+}
+
+template <typename Byte>
+int Mp4Muxer::write_callback(void *muxer, Byte *bytes, int count) {
+    auto &self = *static_cast<Mp4Muxer *>(muxer);
+    try {
+        if (!self.error_) self.output_.write({bytes, static_cast<size_t>(count)});
+    } catch (...) {
+        self.error_ = std::current_exception();
+    }
+    return self.error_ ? AVERROR(EIO) : count;
+}
+
+int64_t Mp4Muxer::seek_callback(void *muxer, int64_t offset, int whence) {
+    if ((whence & AVSEEK_SIZE) != 0) return AVERROR(ENOSYS);
+    const int64_t position = static_cast<Mp4Muxer *>(muxer)->output_.seek(offset, whence & ~AVSEEK_FORCE);
+    return position < 0 ? AVERROR(errno) : position;
+}
+
+}  // namespace tavik

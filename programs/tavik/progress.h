@@ -1,0 +1,50 @@
+// How far the work is, while it goes on: a bar with the time left on a terminal, or JSON objects.
+#pragma once
+
+#include <chrono>
+#include <mutex>
+#include <span>
+#include <vector>
+
+#include "console.h"
+#include "encode_file.h"
+#include "jobs.h"
+
+namespace tavik {
+
+// Collects the progress of all files, from any threads, and shows it now and then.
+class Progress {
+ public:
+    enum class Style { none, bar, json };
+
+    Progress(Console &console, std::span<const Job> jobs, Style style);
+
+    // Work on a file has come this far; to be called often.
+    void update(size_t job, const FileProgress &progress);
+
+    // The file is done, whatever became of it.
+    void finish(size_t job);
+
+ private:
+    using Clock = std::chrono::steady_clock;
+
+    struct State {
+        FileProgress progress;
+        double weight = 1;  // share of the file in the whole: its bytes
+        bool is_finished = false;
+        Clock::time_point next_json;
+    };
+
+    void show_bar();
+    std::string bar_text() const;
+
+    std::mutex mutex_;
+    Console &console_;
+    std::span<const Job> jobs_;
+    Style style_;
+    Clock::time_point start_ = Clock::now();
+    Clock::time_point next_bar_ = start_;
+    std::vector<State> states_;
+};
+
+}  // namespace tavik

@@ -1,0 +1,153 @@
+// MP4 and ADTS are taken apart by libavformat; it does not know ADIF and bare frames, so that those are read by the
+// sizes that their frames had.
+#include "verification.h"
+
+#include <fmt/format.h>
+
+#include <fstream>
+#include <stdexcept>
+#include <utility>
+#include <vector>
+
+#include "audio_specific_config.h"
+#include "ffmpeg_handles.h"
+#include "ffmpeg_log.h"
+#include "program_error.h"
+
+namespace tavik {
+namespace {
+
+[[noreturn]] void fail(const std::string &problem) { throw std::runtime_error(problem); }
+
+int check(int result) {
+    if (result < 0) fail(ffmpeg_error_text(result));
+    return result;
+}
+
+// What the decoder made of the output.
+struct Decoded {
+    std::vector<uint16_t> frame_sizes;
+    uint64_t samples = 0;          // per channel
+    int64_t declared_samples = 0;  // what an MP4 file says that is to be played
+};
+
+// Decodes packets and holds what comes out to the configuration.
+class Checker {
+ public:
+    Checker(const AVCodecParameters &parameters, AVRational time_base, const EncoderConfig &config)
+        : config_(config), frame_(own(av_frame_alloc())) {
+        const AVCodec *codec = avcodec_find_decoder(AV_CODEC_ID_AAC);
+        codec_ = own(avcodec_alloc_context3(codec));
+        check(avcodec_parameters_to_context(codec_.get(), &parameters));
+        codec_->pkt_timebase = time_base;
+        codec_->err_recognition = AV_EF_CRCCHECK | AV_EF_BITSTREAM | AV_EF_BUFFER | AV_EF_EXPLODE;
+        check(avcodec_open2(codec_.get(), codec, nullptr));
+    }
+
+    // Decodes a packet, or with nullptr what is left in the end.
+    void decode(const AVPacket *packet) {
+        if (packet != nullptr) decoded_.frame_sizes.push_back(static_cast<uint16_t>(packet->size));
+        check(avcodec_send_packet(codec_.get(), packet));
+        while (avcodec_receive_frame(codec_.get(), frame_.get()) >= 0) take_frame();
+        if (const std::string error = take_ffmpeg_log().first_error; !error.empty()) fail(error);
+    }
+
+    const Decoded &decoded() const { return decoded_; }
+
+ private:
+    void take_frame() {
+        decoded_.samples += static_cast<uint64_t>(frame_->nb_samples);
+        if (frame_->sample_rate != static_cast<int>(config_.sample_rate)) fail("the sampling rate differs");
+        if (frame_->ch_layout.nb_channels != static_cast<int>(channel_count(config_))) fail("the channels differ");
+    }
+
+    const EncoderConfig &config_;
+    FfmpegHandle<AVCodecContext> codec_;
+    FfmpegHandle<AVFrame> frame_;
+    Decoded decoded_;
+};
+
+Decoded decode_container(const std::string &path, const EncoderConfig &config) {
+    AVFormatContext *opened = nullptr;
+    check(avformat_open_input(&opened, ("file:" + path).c_str(), nullptr, nullptr));
+    const FfmpegHandle<AVFormatContext> format(opened);
+    check(avformat_find_stream_info(opened, nullptr));
+    const int index = check(av_find_best_stream(opened, AVMEDIA_TYPE_AUDIO, -1, -1, nullptr, 0));
+    Checker checker(*opened->streams[index]->codecpar, opened->streams[index]->time_base, config);
+    const auto packet = own(av_packet_alloc());
+    for (;;) {
+        const int result = av_read_frame(opened, packet.get());
+        if (result == AVERROR_EOF) break;
+        check(result);
+        if (packet->stream_index == index) checker.decode(packet.get());
+        av_packet_unref(packet.get());
+    }
+    checker.decode(nullptr);
+    Decoded decoded = checker.decoded();
+    decoded.declared_samples = opened->streams[index]->duration;
+    return decoded;
+}
+
+Decoded decode_frames(const std::string &path, const EncoderConfig &config, size_t header_bytes,
+                      std::span<const uint16_t> frame_sizes) {
+    const auto parameters = own(avcodec_parameters_alloc());
+    parameters->codec_type = AVMEDIA_TYPE_AUDIO;
+    parameters->codec_id = AV_CODEC_ID_AAC;
+    set_extradata(*parameters, audio_specific_config(config));
+    Checker checker(*parameters, {1, static_cast<int>(config.sample_rate)}, config);
+    std::ifstream file(path, std::ios::binary);
+    file.ignore(static_cast<std::streamsize>(header_bytes));
+    const auto packet = own(av_packet_alloc());
+    size_t header = header_bytes;  // counts as part of the first frame
+    for (const uint16_t size : frame_sizes) {
+        check(av_new_packet(packet.get(), static_cast<int>(size - std::exchange(header, 0))));
+        file.read(reinterpret_cast<char *>(packet->data), packet->size);  // NOLINT(*-reinterpret-cast): bytes
+        if (!file) fail("the file is too short");
+        checker.decode(packet.get());
+        av_packet_unref(packet.get());
+    }
+    if (file.peek() != std::ifstream::traits_type::eof()) fail("the file is too long");
+    checker.decode(nullptr);
+    Decoded decoded = checker.decoded();
+    if (!decoded.frame_sizes.empty()) decoded.frame_sizes[0] += static_cast<uint16_t>(header_bytes);
+    return decoded;
+}
+
+Decoded decode(const std::string &path, const EncodedFile &file, std::span<const uint16_t> frame_sizes) {
+    switch (file.format) {
+        case Format::raw_frames: return decode_frames(path, file.config, 0, frame_sizes);
+        case Format::adif: return decode_frames(path, file.config, adif_header_bytes(file.config), frame_sizes);
+        default: return decode_container(path, file.config);
+    }
+}
+
+void require_samples(uint64_t actual, uint64_t expected) {
+    if (actual != expected) fail(fmt::format("{} samples instead of {}", actual, expected));
+}
+
+void compare(const Decoded &decoded, const EncodedFile &expected, std::span<const uint16_t> frame_sizes) {
+    if (!std::ranges::equal(decoded.frame_sizes, frame_sizes)) {
+        fail(fmt::format("{} frames instead of {}, or of other sizes", decoded.frame_sizes.size(), frame_sizes.size()));
+    }
+    if (expected.format != Format::m4a) {
+        require_samples(decoded.samples, expected.frames * TAVIK_FRAME_LENGTH);
+        return;
+    }
+    // libavformat leaves the priming out, but not in all versions the padding at the end.
+    require_samples(static_cast<uint64_t>(decoded.declared_samples), expected.samples);
+    const uint64_t padded = (expected.frames - 1) * TAVIK_FRAME_LENGTH;
+    if (decoded.samples != padded) require_samples(decoded.samples, expected.samples);
+}
+
+}  // namespace
+
+void verify(const OutputFile &output, const EncodedFile &expected, std::span<const uint16_t> frame_sizes) {
+    take_ffmpeg_log();
+    try {
+        compare(decode(output.written_path(), expected, frame_sizes), expected, frame_sizes);
+    } catch (const std::runtime_error &difference) {
+        throw ProgramError(ExitCode::output, output.name(), std::string("verification failed: ") + difference.what());
+    }
+}
+
+}  // namespace tavik
