@@ -6,18 +6,17 @@
 #include <unistd.h>
 
 #include <filesystem>
+#include <string_view>
 #include <utility>
 #include <vector>
 
 #include "ffmpeg_log.h"
-#include "output_file.h"
+#include "file_names.h"
+#include "ogg_end.h"
 #include "program_error.h"
 
 namespace tavik {
 namespace {
-
-// Programs that write WAV to a pipe, or are killed before the end, leave some number around 2^31 or 2^32 as its length.
-constexpr int64_t unknown_wav_bytes = 0x7FFF'0000;
 
 // What a file may be shorter than its header says: lossless formats count samples; in others, encoder delay and padding
 // may or may not be in the count, and are a few thousand samples.
@@ -33,6 +32,11 @@ bool is_lossless(const AVCodecParameters &parameters) {
            (descriptor->props & AV_CODEC_PROP_LOSSY) == 0;
 }
 
+bool is_pcm(const AVCodecParameters &parameters) {
+    return parameters.codec_id >= AV_CODEC_ID_FIRST_AUDIO && parameters.codec_id < AV_CODEC_ID_ADPCM_IMA_QT &&
+           parameters.sample_rate > 0 && parameters.ch_layout.nb_channels > 0;
+}
+
 // As the headers of the file give them, in units of each stream; once packets are read, what is missing is estimated.
 std::vector<int64_t> declared_durations(const AVFormatContext &format) {
     std::vector<int64_t> durations;
@@ -42,25 +46,21 @@ std::vector<int64_t> declared_durations(const AVFormatContext &format) {
 
 }  // namespace
 
-AudioDecoder::AudioDecoder(std::string path, const std::optional<PcmFormat> &pcm)
+AudioDecoder::AudioDecoder(std::string path, std::optional<PcmFormat> pcm)
     : path_(std::move(path)), packet_(own(av_packet_alloc())), frame_(own(av_frame_alloc())) {
     take_ffmpeg_log();
-    open_file(pcm);
+    check_file();
+    if (PipeInput::suits(path_)) open_pipe(pcm);
+    open_format(pcm);
     const std::vector<int64_t> declared = declared_durations(*format_);
-    if (const int error = avformat_find_stream_info(format_.get(), nullptr); error < 0) fail(ffmpeg_error_text(error));
+    find_stream_information();
     open_codec();
-    const bool seekable = format_->pb != nullptr && (format_->pb->seekable & AVIO_SEEKABLE_NORMAL) != 0;
-    open_ended_ = take_ffmpeg_log().open_ended_file || !seekable || pcm;
+    open_ended_ = take_ffmpeg_log().open_ended_file || pipe_ || pcm;
     if (static_cast<size_t>(stream_index_) < declared.size()) note_declared_duration(declared[stream_index_]);
+    check_end();
 }
 
-// The prefix keeps a colon in the name from being read as a protocol. A file as standard input can be searched as any
-// other file, which some formats need.
-std::string AudioDecoder::url() const {
-    struct stat status {};
-    if (path_ != standard_stream) return "file:" + path_;
-    return ::fstat(STDIN_FILENO, &status) == 0 && S_ISREG(status.st_mode) ? "file:/dev/stdin" : "pipe:0";
-}
+std::string AudioDecoder::file_path() const { return path_ == standard_stream ? "/dev/stdin" : path_; }
 
 void AudioDecoder::check_file() const {
     if (path_ == standard_stream) return;
@@ -69,8 +69,15 @@ void AudioDecoder::check_file() const {
     if (std::filesystem::file_size(path_, no_size) == 0 && !no_size) fail("is empty");
 }
 
-void AudioDecoder::open_file(const std::optional<PcmFormat> &pcm) {
-    check_file();
+// Samples behind a WAV header are read as those without one.
+void AudioDecoder::open_pipe(std::optional<PcmFormat> &pcm) {
+    pipe_.emplace(path_, !pcm);
+    if (!pipe_->wav_format()) return;
+    pcm = pipe_->wav_format();
+    declared_seconds_ = pipe_->wav_seconds();
+}
+
+void AudioDecoder::open_format(const std::optional<PcmFormat> &pcm) {
     AVDictionary *options = nullptr;
     const AVInputFormat *demuxer = nullptr;
     if (pcm) {
@@ -80,10 +87,14 @@ void AudioDecoder::open_file(const std::optional<PcmFormat> &pcm) {
     }
     // Playlists and the like must not lead to other places.
     av_dict_set(&options, "protocol_whitelist", "file,pipe", 0);
-    AVFormatContext *format = nullptr;
-    const int result = avformat_open_input(&format, url().c_str(), demuxer, &options);
+    AVFormatContext *format = avformat_alloc_context();
+    if (format == nullptr) throw std::bad_alloc();
+    if (pipe_) format->pb = pipe_->io();
+    // The prefix keeps a colon in the name from being read as a protocol.
+    const std::string url = pipe_ ? "" : "file:" + file_path();
+    const int result = avformat_open_input(&format, url.c_str(), demuxer, &options);
     av_dict_free(&options);
-    if (result == AVERROR_INVALIDDATA || result == AVERROR_EOF) fail("not an audio file");
+    if (result == AVERROR_INVALIDDATA || result == AVERROR_EOF || result == AVERROR(EINVAL)) fail("not an audio file");
     if (result < 0) fail("cannot open: " + ffmpeg_error_text(result));
     format_.reset(format);
 }
@@ -98,6 +109,25 @@ void AudioDecoder::note_declared_duration(int64_t duration) {
         declared_seconds_ = seconds;
     } else {
         open_ended_ = true;
+    }
+}
+
+// Reads ahead where the header does not tell all. Samples without compression need nothing else, and may come live:
+// reading ahead takes about a second of them.
+void AudioDecoder::find_stream_information() {
+    const bool is_uncompressed = format_->nb_streams == 1 && is_pcm(*format_->streams[0]->codecpar);
+    if (is_uncompressed) return;
+    if (const int error = avformat_find_stream_info(format_.get(), nullptr); error < 0) fail(ffmpeg_error_text(error));
+}
+
+// Looks at files themselves where libavformat makes up for what is missing at the end.
+void AudioDecoder::check_end() {
+    if (pipe_) return;
+    const std::string_view name = format_->iformat->name;
+    if (name == "ogg") is_cut_off_ = !has_ogg_end(file_path());
+    if (name == "wav" && !open_ended_) {
+        const auto seconds = PipeInput(file_path(), true).wav_seconds();
+        if (seconds) declared_seconds_ = seconds;
     }
 }
 
@@ -178,6 +208,7 @@ std::optional<double> AudioDecoder::duration() const {
 }
 
 bool AudioDecoder::is_truncated() const {
+    if (is_cut_off_) return true;
     if (!declared_seconds_) return false;
     const bool lossless = is_lossless(*format_->streams[stream_index_]->codecpar);
     return seconds_ < *declared_seconds_ - (lossless ? lossless_tolerance : lossy_tolerance);
@@ -189,6 +220,7 @@ std::optional<std::string> AudioDecoder::damage() const {
         return fmt::format("damaged at {:.3f} s ({})", damage_->seconds, damage_->reason);
     }
     if (!truncated) return std::nullopt;
+    if (is_cut_off_) return fmt::format("truncated: ends after {:.3f} s", seconds_);
     return fmt::format("truncated: {:.3f} s of {:.3f} s", seconds_, *declared_seconds_);
 }
 
@@ -208,7 +240,7 @@ void AudioDecoder::note_damage(const std::string &reason) {
 }
 
 void AudioDecoder::fail(const std::string &problem) const {
-    throw ProgramError(ExitCode::input, path_ == standard_stream ? "standard input" : path_, problem);
+    throw ProgramError(ExitCode::input, input_name(path_), problem);
 }
 
 }  // namespace tavik

@@ -6,6 +6,7 @@
 
 #include "ffmpeg_handles.h"
 #include "options.h"
+#include "pipe_input.h"
 
 namespace tavik {
 
@@ -14,7 +15,7 @@ class AudioDecoder {
  public:
     // `path` may be standard_stream; `pcm` is given for samples without a header. Throws ProgramError with
     // ExitCode::input when the file cannot be opened or has no audio that can be decoded.
-    AudioDecoder(std::string path, const std::optional<PcmFormat> &pcm);
+    AudioDecoder(std::string path, std::optional<PcmFormat> pcm);
 
     // The next samples, at least one, or nullptr at the end; valid until the next call.
     const AVFrame *next();
@@ -36,11 +37,14 @@ class AudioDecoder {
         std::string reason;
     };
 
-    std::string url() const;
+    std::string file_path() const;
     void check_file() const;
-    void open_file(const std::optional<PcmFormat> &pcm);
+    void open_pipe(std::optional<PcmFormat> &pcm);
+    void open_format(const std::optional<PcmFormat> &pcm);
+    void find_stream_information();
     void open_codec();
     void note_declared_duration(int64_t duration);
+    void check_end();
     bool is_truncated() const;
     bool feed();
     int read_packet();
@@ -51,12 +55,14 @@ class AudioDecoder {
     [[noreturn]] void fail(const std::string &problem) const;
 
     std::string path_;
+    std::optional<PipeInput> pipe_;  // where the input is one
     FfmpegHandle<AVFormatContext> format_;
     FfmpegHandle<AVCodecContext> codec_;
     FfmpegHandle<AVPacket> packet_;
     FfmpegHandle<AVFrame> frame_;
     int stream_index_ = -1;
     std::optional<double> declared_seconds_;  // what the header of the file promises, nothing that is estimated
+    bool is_cut_off_ = false;                 // the file lacks its last part
     bool open_ended_ = false;                 // nothing tells the length, so that the last packet may be short
     bool draining_ = false;                   // the codec has been told that the input is at its end
     double seconds_ = 0;                      // of audio decoded so far

@@ -5,6 +5,7 @@
 #include <array>
 #include <utility>
 
+#include "file_names.h"
 #include "program_error.h"
 
 namespace tavik {
@@ -21,7 +22,8 @@ AudioReader::AudioReader(const std::string &path, const std::optional<PcmFormat>
     : path_(path), decoder_(path, pcm), pending_(decoder_.next()) {
     if (pending_ == nullptr) {
         const auto damage = decoder_.damage();
-        throw ProgramError(ExitCode::input, path_, "no audio samples" + (damage ? " (" + *damage + ")" : ""));
+        throw ProgramError(ExitCode::input, input_name(path_),
+                           "no audio samples" + (damage ? " (" + *damage + ")" : ""));
     }
     source_ = {static_cast<uint32_t>(pending_->sample_rate), static_cast<uint32_t>(pending_->ch_layout.nb_channels)};
 }
@@ -77,7 +79,7 @@ void AudioReader::make_converter(const AVFrame &frame) {
     if (result >= 0 && duplicates) result = swr_set_matrix(converter, unity_gains.data(), 1);
     if (result >= 0) result = swr_init(converter);
     if (result < 0) {
-        throw ProgramError(ExitCode::input, path_,
+        throw ProgramError(ExitCode::input, input_name(path_),
                            "cannot convert its " + std::to_string(frame.ch_layout.nb_channels) + " channels at " +
                                std::to_string(frame.sample_rate) + " Hz");
     }
@@ -95,7 +97,8 @@ int AudioReader::convert(const uint8_t **samples, int count, int room) {
     int result = swr_convert(converter_.get(), &bytes, room, samples, count);
     void *data = converted_.data();
     if (result > 0) result = av_audio_fifo_write(fifo_.get(), &data, result);
-    if (result < 0) throw ProgramError(ExitCode::input, path_, "cannot convert: " + ffmpeg_error_text(result));
+    if (result < 0)
+        throw ProgramError(ExitCode::input, input_name(path_), "cannot convert: " + ffmpeg_error_text(result));
     converter_input_ += count;
     converter_output_ += result;
     return result;

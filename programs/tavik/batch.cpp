@@ -11,8 +11,8 @@
 #include <vector>
 
 #include "encode_file.h"
+#include "file_names.h"
 #include "jobs.h"
-#include "output_file.h"
 #include "progress.h"
 #include "report.h"
 

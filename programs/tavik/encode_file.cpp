@@ -2,6 +2,8 @@
 
 #include <array>
 #include <chrono>
+#include <filesystem>
+#include <system_error>
 #include <vector>
 
 #include "audio_reader.h"
@@ -21,6 +23,12 @@ struct Block {
 
 void read_block(AudioReader &reader, uint32_t channels, Block &block) {
     block.count = reader.read(std::span(block.samples).first(TAVIK_FRAME_LENGTH * channels));
+}
+
+void make_directories(const std::string &output) {
+    std::error_code error;
+    std::filesystem::create_directories(std::filesystem::path(output).parent_path(), error);
+    if (error) throw ProgramError(ExitCode::output, output, "cannot make its directory: " + error.message());
 }
 
 // What the stages of one file share.
@@ -61,19 +69,20 @@ EncodedFile encode_opened(const Options &options, const Job &job, AudioReader &r
     Block block;
     reader.set_output({result.config.sample_rate, channel_count(result.config)});
     read_block(reader, channel_count(result.config), block);
-    if (block.count == 0) throw ProgramError(ExitCode::input, job.input, "no audio samples");
+    if (block.count == 0) throw ProgramError(ExitCode::input, input_name(job.input), "no audio samples");
 
+    if (job.makes_directories) make_directories(job.output);
     OutputFile output(job.output, options.replace ? OutputFile::Existing::replace : OutputFile::Existing::refuse);
     FrameWriter writer(output, job.format, result.config, reader.decoder().container());
     if (options.verify && !output.is_temporary()) {
-        throw ProgramError(ExitCode::usage, job.output, "cannot be read back for --verify");
+        throw ProgramError(ExitCode::usage, output_name(job.output), "cannot be read back for --verify");
     }
     std::vector<uint16_t> frame_sizes;
     encode_stream({reader, encoder, writer, report}, block, result, options.verify ? &frame_sizes : nullptr);
     writer.finish(result.samples);
     result.bytes = output.size();
     result.damage = reader.decoder().damage();
-    if (options.strict && result.damage) throw ProgramError(ExitCode::input, job.input, *result.damage);
+    if (options.strict && result.damage) throw ProgramError(ExitCode::input, input_name(job.input), *result.damage);
     if (options.verify) verify(output, result, frame_sizes);
     result.verified = options.verify;
     output.commit();

@@ -9,7 +9,7 @@
 #include <set>
 #include <utility>
 
-#include "output_file.h"
+#include "file_names.h"
 #include "program_error.h"
 
 namespace tavik {
@@ -127,6 +127,7 @@ bool is_output_directory(const Options &options) {
 Job make_job(const Found &found, const Options &options, bool into_directory) {
     Job job;
     job.input = found.path;
+    job.makes_directories = into_directory;
     const bool is_named = options.output && !into_directory;
     job.format = options.format.value_or(is_named ? format_by_name(*options.output) : Format::m4a);
     if (is_named) {
@@ -142,6 +143,13 @@ Job make_job(const Found &found, const Options &options, bool into_directory) {
     const uint64_t bytes = job.input == standard_stream ? 0 : fs::file_size(job.input, no_size);
     job.bytes = no_size ? 0 : bytes;
     return job;
+}
+
+// An input found in a directory is what an earlier run has made there, by its name: it is its own output, or another
+// input has the same output.
+bool is_result(const Job &job, bool has_source) {
+    if (lower_case_extension(job.input) != extension_of(job.format)) return false;
+    return has_source || identity_of(job.input) == identity_of(job.output);
 }
 
 // Finds outputs that exist, and those that would destroy an input or another output.
@@ -173,12 +181,17 @@ void check_outputs(std::vector<Job> &jobs, const Options &options) {
 
 std::vector<Job> plan_jobs(const Options &options) {
     const bool into_directory = is_output_directory(options);
+    const std::vector<Found> found = find_inputs(options);
+    std::vector<Job> all;
+    std::map<std::string, int> claims;  // to each output
+    for (const Found &input : found) {
+        all.push_back(make_job(input, options, into_directory));
+        ++claims[all.back().output];
+    }
     std::vector<Job> jobs;
-    for (const Found &found : find_inputs(options)) {
-        Job job = make_job(found, options, into_directory);
-        // What an earlier run over the directory has made.
-        const bool is_own_output = found.by_search && identity_of(job.input) == identity_of(job.output);
-        if (!is_own_output) jobs.push_back(std::move(job));
+    for (size_t i = 0; i < all.size(); ++i) {
+        const bool has_source = claims[all[i].output] > 1;
+        if (!found[i].by_search || !is_result(all[i], has_source)) jobs.push_back(std::move(all[i]));
     }
     check_outputs(jobs, options);
     return jobs;

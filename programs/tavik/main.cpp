@@ -6,9 +6,9 @@
 #include "batch.h"
 #include "console.h"
 #include "ffmpeg_log.h"
+#include "file_names.h"
 #include "interruption.h"
 #include "options.h"
-#include "output_file.h"
 #include "program_error.h"
 
 namespace {

@@ -6,7 +6,7 @@
 #include <iostream>
 #include <map>
 
-#include "output_file.h"
+#include "file_names.h"
 #include "program_error.h"
 
 namespace tavik {
@@ -31,8 +31,6 @@ constexpr const char *footer =
     "An output appears under its name only when it is complete.";
 
 constexpr unsigned most_jobs = 256;
-constexpr uint32_t highest_pcm_rate = 768000;
-constexpr uint32_t most_pcm_channels = 64;
 
 std::map<std::string, ChannelMode> mode_names() {
     return {{"mono", ChannelMode::mono}, {"stereo", ChannelMode::stereo}, {"two-mono", ChannelMode::two_mono}};
@@ -71,9 +69,7 @@ std::optional<PcmFormat> to_pcm_format(const std::string &text) {
     PcmFormat format{.sample_format = parts[0]};
     if (parts.size() > 1) format.rate = to_number(parts[1]).value_or(0);
     if (parts.size() > 2) format.channels = to_number(parts[2]).value_or(0);
-    const bool is_possible = format.rate > 0 && format.rate <= highest_pcm_rate && format.channels > 0 &&
-                             format.channels <= most_pcm_channels;
-    return is_possible ? std::optional(format) : std::nullopt;
+    return is_possible(format.rate, format.channels) ? std::optional(format) : std::nullopt;
 }
 
 std::array<uint8_t, 9> to_copyright_id(const std::string &digits) {

@@ -28,6 +28,13 @@ struct PcmFormat {
     uint32_t channels = 2;
 };
 
+// Within what is taken for such samples.
+constexpr bool is_possible(uint32_t rate, uint32_t channels) {
+    constexpr uint32_t highest_rate = 768000;
+    constexpr uint32_t most_channels = 64;
+    return rate > 0 && rate <= highest_rate && channels > 0 && channels <= most_channels;
+}
+
 // The sampling rates that can be encoded, in Hz, ascending.
 inline constexpr std::array<uint32_t, 9> supported_rates{8000, 11025, 12000, 16000, 22050, 24000, 32000, 44100, 48000};
 

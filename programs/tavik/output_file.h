@@ -5,10 +5,9 @@
 #include <span>
 #include <string>
 
-namespace tavik {
+#include "file_names.h"
 
-// Name on the command line of standard input and standard output.
-inline constexpr const char *standard_stream = "-";
+namespace tavik {
 
 // The file being written. A regular file is written under a temporary name in the same directory and takes its final
 // name in commit(); until then destruction and interruption remove it. Anything else that exists under the name (a
@@ -37,7 +36,7 @@ class OutputFile {
     uint64_t size() const { return size_; }
 
     // As messages name it.
-    std::string name() const { return path_ == standard_stream ? "standard output" : path_; }
+    std::string name() const { return output_name(path_); }
 
  private:
     void open_directly();

@@ -6,7 +6,7 @@
 #include <cmath>
 #include <nlohmann/json.hpp>
 
-#include "output_file.h"
+#include "file_names.h"
 
 namespace tavik {
 namespace {
@@ -45,11 +45,7 @@ const char *format_name(Format format) {
     }
 }
 
-std::string input_name(const Job &job) { return job.input == standard_stream ? "standard input" : job.input; }
-
-std::string names_text(const Job &job) {
-    return input_name(job) + " -> " + (job.output == standard_stream ? "standard output" : job.output);
-}
+std::string names_text(const Job &job) { return input_name(job.input) + " -> " + output_name(job.output); }
 
 Json event(const char *name, const Job &job) { return {{"event", name}, {"input", job.input}, {"output", job.output}}; }
 
@@ -83,15 +79,15 @@ std::string encoded_text(const Job &job, const EncodedFile &file) {
 std::string skipped_text(const Job &job) { return names_text(job) + ": skipped, exists already"; }
 
 std::string damage_text(const Job &job, const std::string &damage) {
-    return fmt::format("{}: warning: {}; encoded what could be decoded", input_name(job), damage);
+    return fmt::format("{}: warning: {}; encoded what could be decoded", input_name(job.input), damage);
 }
 
 std::string summary_text(const Summary &summary) {
     std::string text = fmt::format("{} files: {} encoded", summary.files, summary.encoded);
     if (summary.skipped > 0) text += fmt::format(", {} skipped", summary.skipped);
     if (summary.failed > 0) text += fmt::format(", {} failed", summary.failed);
-    return text + fmt::format("; {} of audio in {}, {:.1f}x real time", clock_text(summary.duration),
-                              clock_text(summary.elapsed), speed(summary.duration, summary.elapsed));
+    return text + fmt::format("; {} of audio in {:.1f} s, {:.1f}x real time", clock_text(summary.duration),
+                              summary.elapsed, speed(summary.duration, summary.elapsed));
 }
 
 std::string encoded_json(const Job &job, const EncodedFile &file) {
@@ -110,7 +106,7 @@ std::string encoded_json(const Job &job, const EncodedFile &file) {
     json["duration"] = rounded(file.duration());
     json["frames"] = file.frames;
     json["bytes"] = file.bytes;
-    json["mean_bit_rate"] = std::round(file.mean_bit_rate());
+    json["mean_bit_rate"] = std::lround(file.mean_bit_rate());
     json["elapsed"] = rounded(file.elapsed);
     json["speed"] = rounded(speed(file.duration(), file.elapsed));
     json["verified"] = file.verified;

@@ -1,0 +1,12 @@
+// The one thing that tells a complete Ogg file from one that was cut off.
+#pragma once
+
+#include <string>
+
+namespace tavik {
+
+// The last page of an Ogg file is complete and says that it is the last of its stream (RFC 3533). False for a file that
+// cannot be read.
+bool has_ogg_end(const std::string &path);
+
+}  // namespace tavik
