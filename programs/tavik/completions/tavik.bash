@@ -1,0 +1,36 @@
+# bash completion for tavik(1)
+# shellcheck shell=bash
+
+_tavik() {
+    local word=${COMP_WORDS[COMP_CWORD]} option=${COMP_WORDS[COMP_CWORD - 1]} values=''
+    COMPREPLY=()
+    # Readline takes --option=value for three words.
+    if [[ $word == '=' ]]; then
+        word=''
+    elif [[ $option == '=' ]]; then
+        option=${COMP_WORDS[COMP_CWORD - 2]}
+    fi
+    # After -- there are only files; an empty COMPREPLY makes readline complete those.
+    local i
+    for ((i = 1; i < COMP_CWORD; ++i)); do
+        [[ ${COMP_WORDS[i]} == -- ]] && return
+    done
+    case $option in
+        -o | --output) return ;;
+        -b | --bitrate) values='32k 48k 64k 96k 128k 160k 192k 256k 320k' ;;
+        --rate) values='48000 44100 32000 24000 22050 16000 12000 11025 8000' ;;
+        --mode) values='mono stereo two-mono' ;;
+        --pcm) values='u8 s16le s16be s24le s24be s32le s32be f32le f32be' ;;
+        -j | --jobs) values=$(seq "$(nproc)") ;;
+        --copyright-id) compopt +o default ;;
+        *)
+            [[ $word == -* ]] || return
+            values='-o --output -f --force --skip-existing --strict --verify --m4a --adts --adif --raw-frames
+                -b --bitrate --cbr --rate --mode --no-tns --priming --pcm --home --original --copyright-id
+                -q --quiet --no-progress --json -j --jobs --version -h --help'
+            ;;
+    esac
+    mapfile -t COMPREPLY < <(compgen -W "$values" -- "$word")
+}
+
+complete -o default -F _tavik tavik
