@@ -41,9 +41,14 @@ extern "C" {
 
 /* ---- Version ------------------------------------------------------------------------------------------------- */
 
-#define TAVIK_VERSION_MAJOR 3 /* also the number of the shared library's soname */
+/* The release. */
+#define TAVIK_VERSION_MAJOR 3
 #define TAVIK_VERSION_MINOR 0
 #define TAVIK_VERSION_PATCH 0
+
+/* The binary interface, counted on its own: the number of the shared library's soname. It goes up when
+   programs linked to an older library would no longer run with the new one. */
+#define TAVIK_ABI_VERSION 1
 
 /* One hexadecimal digit of major version, three of minor version, four of patch level. */
 #define TAVIK_VERSION \
