@@ -1,0 +1,27 @@
+# What `cmake --install` puts where; the program's files are in programs/tavik. Components: runtime, development, tools.
+include(CMakePackageConfigHelpers)
+
+install(TARGETS tavik EXPORT tavik LIBRARY COMPONENT runtime NAMELINK_COMPONENT development)
+if(TARGET tavik_v3)
+    install(TARGETS tavik_v3 LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}/glibc-hwcaps/x86-64-v3
+            COMPONENT runtime NAMELINK_SKIP)
+endif()
+
+install(TARGETS tavik_static EXPORT tavik ARCHIVE COMPONENT development)
+install(FILES ${PROJECT_SOURCE_DIR}/include/tavik.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development)
+
+install(EXPORT tavik NAMESPACE tavik:: FILE tavik-config.cmake DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/tavik
+        COMPONENT development)
+write_basic_package_version_file(tavik-config-version.cmake COMPATIBILITY SameMajorVersion)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/tavik-config-version.cmake DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/tavik
+        COMPONENT development)
+
+file(RELATIVE_PATH prefix_from_pc_file /usr/${CMAKE_INSTALL_LIBDIR}/pkgconfig /usr)
+configure_file(${CMAKE_CURRENT_LIST_DIR}/tavik.pc.in tavik.pc @ONLY)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/tavik.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig
+        COMPONENT development)
+
+# In the README's layout, so that its links lead somewhere.
+install(FILES ${PROJECT_SOURCE_DIR}/README.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT development)
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs ${PROJECT_SOURCE_DIR}/examples DESTINATION ${CMAKE_INSTALL_DOCDIR}
+        COMPONENT development FILES_MATCHING PATTERN *.md PATTERN *.c)
