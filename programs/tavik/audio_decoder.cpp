@@ -104,9 +104,9 @@ void AudioDecoder::note_declared_duration(int64_t duration) {
     const AVStream &stream = *format_->streams[stream_index_];
     const AVCodecParameters &parameters = *stream.codecpar;
     if (duration <= 0) return;
-    const double seconds = static_cast<double>(duration) * av_q2d(stream.time_base);
-    if (seconds * parameters.sample_rate * parameters.block_align < unknown_wav_bytes) {
-        declared_seconds_ = seconds;
+    const double declared = static_cast<double>(duration) * av_q2d(stream.time_base);
+    if (declared * parameters.sample_rate * parameters.block_align < unknown_wav_bytes) {
+        declared_seconds_ = declared;
     } else {
         open_ended_ = true;
     }
@@ -126,8 +126,8 @@ void AudioDecoder::check_end() {
     const std::string_view name = format_->iformat->name;
     if (name == "ogg") is_cut_off_ = !has_ogg_end(file_path());
     if (name == "wav" && !open_ended_) {
-        const auto seconds = PipeInput(file_path(), true).wav_seconds();
-        if (seconds) declared_seconds_ = seconds;
+        const auto declared = PipeInput(file_path(), true).wav_seconds();
+        if (declared) declared_seconds_ = declared;
     }
 }
 

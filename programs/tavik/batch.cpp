@@ -46,7 +46,7 @@ class Batch {
 
     ExitCode run() {
         const auto start = std::chrono::steady_clock::now();
-        const size_t cores = std::max(1U, std::thread::hardware_concurrency());
+        const size_t cores = std::max<size_t>(1, std::thread::hardware_concurrency());
         const size_t workers = std::min(options_.jobs > 0 ? options_.jobs : cores, jobs_.size());
         {
             std::vector<std::jthread> threads;

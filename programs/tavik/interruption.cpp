@@ -8,6 +8,7 @@
 #include <set>
 #include <string_view>
 #include <thread>
+#include <tuple>
 
 namespace tavik {
 namespace {
@@ -21,7 +22,7 @@ struct TemporaryFiles {
 
 // Never destroyed, because an interruption may come while the program ends.
 TemporaryFiles &temporary_files() {
-    static auto &files = *new TemporaryFiles;  // NOLINT(cppcoreguidelines-owning-memory)
+    static auto &files = *new TemporaryFiles;  // NOLINT(*-owning-memory,*-avoid-non-const-global-variables)
     return files;
 }
 
@@ -45,7 +46,7 @@ sigset_t interruption_set() {
 // The lock is not given back: nothing can make another file between the removal and the end. Writing a message may
 // block, so that a second signal has its usual effect by then.
 [[noreturn]] void end_program(const sigset_t &set, int signal_number) {
-    const auto hold = hold_interruptions();
+    hold_interruptions().release();
     for (const std::string &path : temporary_files().paths) ::unlink(path.c_str());
     pthread_sigmask(SIG_UNBLOCK, &set, nullptr);
     constexpr std::string_view clear_line = "\r\033[K";
@@ -58,7 +59,7 @@ sigset_t interruption_set() {
 }  // namespace
 
 void watch_for_interruptions() {
-    for (const int signal_number : {SIGPIPE, SIGXFSZ}) std::signal(signal_number, SIG_IGN);
+    for (const int signal_number : {SIGPIPE, SIGXFSZ}) std::ignore = std::signal(signal_number, SIG_IGN);
     const sigset_t set = interruption_set();
     pthread_sigmask(SIG_BLOCK, &set, nullptr);
     temporary_files();

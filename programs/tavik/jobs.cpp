@@ -66,6 +66,7 @@ struct Found {
 };
 
 // Adds all audio files below a directory, without hidden files and directories; links to directories are not followed.
+// NOLINTNEXTLINE(misc-no-recursion): as deep as the directories are
 void search(const fs::path &directory, const fs::path &place, std::vector<Found> &found) {
     std::error_code error;
     std::vector<fs::directory_entry> entries;

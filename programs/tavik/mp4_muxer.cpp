@@ -79,7 +79,7 @@ bool is_picture(const AVStream &stream) {
 }  // namespace
 
 Mp4Muxer::Mp4Muxer(OutputFile &output, const EncoderConfig &config, const AVFormatContext &source)
-    : output_(output), held_(own(av_packet_alloc())), next_time_(-TAVIK_FRAME_LENGTH) {
+    : output_(output), held_(own(av_packet_alloc())) {
     take_ffmpeg_log();
     open_output();
     add_audio_stream(config);

@@ -57,7 +57,7 @@ std::optional<uint64_t> to_bit_rate(std::string_view text) {
     if (is_thousands) text.remove_suffix(1);
     const std::optional<uint32_t> value = to_number(text);
     if (!value) return std::nullopt;
-    return *value * uint64_t{is_thousands ? 1000U : 1U};
+    return is_thousands ? *value * uint64_t{1000} : *value;
 }
 
 // Parts of FORMAT[:RATE[:CHANNELS]].
@@ -203,7 +203,7 @@ void add_general_options(CLI::App &app, Options &options) {
     const std::string group = "General";
     app.add_option("-j,--jobs", options.jobs, "Files that are encoded at once [as many as there are cores]")
         ->option_text("N")
-        ->check(CLI::Range(1U, most_jobs))
+        ->check(CLI::Range(unsigned{1}, most_jobs))
         ->group(group);
     app.set_version_flag(
            "--version", "tavik " + version_text(TAVIK_VERSION) + " (library " + version_text(TAVIK_get_version()) + ")",

@@ -106,10 +106,10 @@ void OutputFile::open_directly() {
 void OutputFile::create_temporary(unsigned permissions) {
     const auto hold = hold_interruptions();
     for (int attempt = 0; attempt < max_name_attempts; ++attempt) {
-        std::string name = temporary_name(final_path_);
-        descriptor_ = ::open(name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, permissions);
+        std::string temporary = temporary_name(final_path_);
+        descriptor_ = ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, permissions);
         if (descriptor_ >= 0) {
-            temporary_path_ = std::move(name);
+            temporary_path_ = std::move(temporary);
             remove_on_interruption(temporary_path_);
             return;
         }

@@ -52,8 +52,8 @@ bool PipeInput::suits(const std::string &path) {
     return ::stat(path.c_str(), &status) == 0 && S_ISFIFO(status.st_mode);
 }
 
-PipeInput::PipeInput(const std::string &path, bool may_be_wav) {
-    descriptor_ = path == standard_stream ? ::dup(STDIN_FILENO) : ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+PipeInput::PipeInput(const std::string &path, bool may_be_wav)
+    : descriptor_(path == standard_stream ? ::dup(STDIN_FILENO) : ::open(path.c_str(), O_RDONLY | O_CLOEXEC)) {
     if (descriptor_ < 0) {
         throw ProgramError(ExitCode::input, input_name(path), "cannot open: " + std::generic_category().message(errno));
     }
@@ -63,9 +63,7 @@ PipeInput::PipeInput(const std::string &path, bool may_be_wav) {
     io_ = own(avio_alloc_context(buffer, buffer_bytes, 0, this, read_callback, nullptr, nullptr));
 }
 
-PipeInput::~PipeInput() {
-    if (descriptor_ >= 0) ::close(descriptor_);
-}
+PipeInput::~PipeInput() { ::close(descriptor_); }
 
 // Appends bytes to the head; false when there are not so many.
 bool PipeInput::read_exactly(size_t count) {

@@ -43,7 +43,7 @@ class PipeInput {
 
     static int read_callback(void *input, uint8_t *bytes, int room);
 
-    int descriptor_ = -1;
+    int descriptor_;
     std::vector<uint8_t> head_;  // read ahead, and still to be given to io()
     size_t head_given_ = 0;
     std::optional<PcmFormat> wav_format_;
