@@ -73,10 +73,10 @@ EncodedFile encode_opened(const Options &options, const Job &job, AudioReader &r
 
     if (job.makes_directories) make_directories(job.output);
     OutputFile output(job.output, options.replace ? OutputFile::Existing::replace : OutputFile::Existing::refuse);
-    FrameWriter writer(output, job.format, result.config, reader.decoder().container());
     if (options.verify && !output.is_temporary()) {
         throw ProgramError(ExitCode::usage, output_name(job.output), "cannot be read back for --verify");
     }
+    FrameWriter writer(output, job.format, result.config, reader.decoder().container());
     std::vector<uint16_t> frame_sizes;
     encode_stream({reader, encoder, writer, report}, block, result, options.verify ? &frame_sizes : nullptr);
     writer.finish(result.samples);

@@ -2,6 +2,7 @@
 #include "jobs.h"
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -48,14 +49,20 @@ Format format_by_name(const fs::path &output) {
     return extension == ".adif" ? Format::adif : Format::m4a;
 }
 
-// Which file it is, whatever its name.
+// Which regular file it is, whatever its name.
 using Identity = std::pair<dev_t, ino_t>;
 
-std::optional<Identity> identity_of(const std::string &path) {
+// `standard_descriptor` is meant by standard_stream.
+std::optional<Identity> identity_of(const std::string &path, int standard_descriptor) {
     struct stat status {};
-    if (path == standard_stream || ::stat(path.c_str(), &status) != 0) return std::nullopt;
+    const int result = path == standard_stream ? ::fstat(standard_descriptor, &status) : ::stat(path.c_str(), &status);
+    if (result != 0 || !S_ISREG(status.st_mode)) return std::nullopt;
     return Identity{status.st_dev, status.st_ino};
 }
+
+std::optional<Identity> input_identity(const Job &job) { return identity_of(job.input, STDIN_FILENO); }
+
+std::optional<Identity> output_identity(const Job &job) { return identity_of(job.output, STDOUT_FILENO); }
 
 // An input with the place of its output below the directory for outputs.
 struct Found {
@@ -150,18 +157,18 @@ Job make_job(const Found &found, const Options &options, bool into_directory) {
 // input has the same output.
 bool is_result(const Job &job, bool has_source) {
     if (lower_case_extension(job.input) != extension_of(job.format)) return false;
-    return has_source || identity_of(job.input) == identity_of(job.output);
+    return has_source || input_identity(job) == output_identity(job);
 }
 
 // Finds outputs that exist, and those that would destroy an input or another output.
 void check_outputs(std::vector<Job> &jobs, const Options &options) {
     std::set<Identity> inputs;
     for (const Job &job : jobs) {
-        if (const auto input = identity_of(job.input)) inputs.insert(*input);
+        if (const auto input = input_identity(job)) inputs.insert(*input);
     }
     std::map<std::string, std::string> input_by_output;
     for (Job &job : jobs) {
-        const auto output = identity_of(job.output);
+        const auto output = output_identity(job);
         const auto [earlier, is_new] = input_by_output.emplace(fs::absolute(job.output).lexically_normal(), job.input);
         std::error_code error;
         const bool exists = fs::is_regular_file(job.output, error);
@@ -169,7 +176,7 @@ void check_outputs(std::vector<Job> &jobs, const Options &options) {
         if (exists && options.skip_existing) {
             job.is_done = true;
         } else if (output && inputs.contains(*output)) {
-            job.problem = ProgramError(ExitCode::output, job.output, "is an input file");
+            job.problem = ProgramError(ExitCode::output, output_name(job.output), "is an input file");
         } else if (!is_new) {
             job.problem = ProgramError(ExitCode::output, job.output, "is already the output for " + earlier->second);
         } else if (exists && !options.replace) {

@@ -1,4 +1,5 @@
 // The program tavik, a command-line encoder on top of the library: turns every error into a line and an exit status.
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <exception>
@@ -44,9 +45,18 @@ ExitCode run(int argc, const char *const *argv) {
     }
 }
 
+// A file that is opened must not get the place of a standard stream that the caller has closed: messages would go into
+// it. What is put there instead cannot be written to.
+void occupy_standard_streams() {
+    int descriptor = 0;
+    while (descriptor >= 0 && descriptor <= STDERR_FILENO) descriptor = ::open("/dev/null", O_RDONLY);
+    if (descriptor > STDERR_FILENO) ::close(descriptor);
+}
+
 }  // namespace
 
 int main(int argc, char **argv) {
+    occupy_standard_streams();
     watch_for_interruptions();
     capture_ffmpeg_log();
     return static_cast<int>(run(argc, argv));
