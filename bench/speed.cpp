@@ -29,6 +29,8 @@ struct Options {
     unsigned repetitions = 5;
     bool with_peer = false;
     bool count_instructions = false;
+    bool find_dearest_call = false;
+    bool two_mono = false;
 };
 
 // A clip that gives no bytes is a fault of the benchmark or of the encoder, not a result.
@@ -42,6 +44,7 @@ void require_stream(std::size_t bytes) {
 constexpr long mark = 0x7A61;
 constexpr long mark_start = 1;
 constexpr long mark_stop = 2;
+constexpr long mark_part = 3;
 
 // Where the library is loaded.
 const void *library_origin() {
@@ -50,9 +53,11 @@ const void *library_origin() {
     return info.dli_fbase;
 }
 
-void count_instructions(const std::vector<Clip> &clips, unsigned bit_rate) {
+void count_instructions(const std::vector<Clip> &clips, unsigned bit_rate, const Options &options) {
+    TavikOptions tavik{options.two_mono};
+    if (options.find_dearest_call) tavik.after_call = [] { syscall(mark, mark_part, 0L); };
     for (const Clip &clip : clips) {
-        const auto pass = make_tavik_pass(clip, bit_rate);
+        const auto pass = make_tavik_pass(clip, bit_rate, tavik);
         std::printf("clip %s bit_rate %u seconds %.3f\n", clip.name.c_str(), bit_rate, clip.seconds());
         std::fflush(stdout);
         syscall(mark, mark_start, library_origin());
@@ -130,7 +135,7 @@ void measure_speed(const std::vector<Clip> &clips, unsigned bit_rate, const Opti
         Times tavik;
         Times peer;
         for (unsigned i = 0; i < options.repetitions; ++i) {
-            time_pass(*make_tavik_pass(clip, bit_rate), tavik);
+            time_pass(*make_tavik_pass(clip, bit_rate, {options.two_mono}), tavik);
             if (options.with_peer) time_pass(*make_peer_pass(clip, bit_rate), peer);
         }
         print_line(bit_rate, clip.name, clip.seconds(), tavik, peer);
@@ -161,6 +166,8 @@ void describe(CLI::App &app, Options &options) {
     app.add_flag("--peer", options.with_peer, "Compare with FFmpeg's own encoder, its fast coder and one thread");
     app.add_flag("--count-instructions", options.count_instructions,
                  "Mark each run for qemu's plugin icount instead of taking the time");
+    app.add_flag("--dearest-call", options.find_dearest_call, "Mark each call too, and learn of the dearest one");
+    app.add_flag("--two-mono", options.two_mono, "Code the two channels independently");
 }
 
 std::vector<Clip> load_clips(const Options &options) {
@@ -180,7 +187,7 @@ void measure(const Options &options) {
     stay_on_core();
     for (const unsigned bit_rate : options.bit_rates) {
         if (options.count_instructions) {
-            count_instructions(clips, bit_rate);
+            count_instructions(clips, bit_rate, options);
         } else {
             measure_speed(clips, bit_rate, options);
         }

@@ -11,9 +11,12 @@ namespace {
 
 class TavikPass : public EncodingPass {
  public:
-    TavikPass(const Clip &clip, unsigned bit_rate) : clip_(clip) {
+    TavikPass(const Clip &clip, unsigned bit_rate, const TavikOptions &options)
+        : clip_(clip), after_call_(options.after_call) {
         EncoderConfig config{};
-        config.channel_mode = clip.channels == 1 ? TAVIK_MODE_MONO : TAVIK_MODE_STEREO;
+        config.channel_mode = clip.channels == 1 ? TAVIK_MODE_MONO
+                              : options.two_mono ? TAVIK_MODE_TWO_MONO
+                                                 : TAVIK_MODE_STEREO;
         config.sample_rate = clip.sample_rate;
         config.bit_rate = bit_rate / clip.channels;
         if (TAVIK_Init(&context_, &config) != 0) {
@@ -30,6 +33,7 @@ class TavikPass : public EncodingPass {
             std::uint32_t frame_bytes = 0;
             TAVIK_Encode(&context_, clip_.pcm.data() + position * clip_.channels, &samples, frame_.data(),
                          &frame_bytes);
+            if (after_call_ != nullptr) after_call_();
             position += samples;
             bytes += frame_bytes;
         } while (context_.status != TAVIK_STATUS_END_OF_STREAM);
@@ -38,14 +42,15 @@ class TavikPass : public EncodingPass {
 
  private:
     const Clip &clip_;
+    void (*after_call_)();
     EncoderContext context_{};
     std::array<std::uint8_t, TAVIK_MAX_FRAME_BYTES> frame_{};
 };
 
 }  // namespace
 
-std::unique_ptr<EncodingPass> make_tavik_pass(const Clip &clip, unsigned bit_rate) {
-    return std::make_unique<TavikPass>(clip, bit_rate);
+std::unique_ptr<EncodingPass> make_tavik_pass(const Clip &clip, unsigned bit_rate, const TavikOptions &options) {
+    return std::make_unique<TavikPass>(clip, bit_rate, options);
 }
 
 }  // namespace tavik_bench
