@@ -13,6 +13,7 @@ extern "C" {
 #include <cstring>
 #include <map>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "support/checked_encoder.h"
@@ -90,14 +91,13 @@ struct FrameDeleter {
 
 using Codec = std::unique_ptr<AVCodecContext, ContextDeleter>;
 
-Codec open_codec(const EncoderConfig &config) {
+Codec open_codec(std::span<const std::uint8_t> description) {
     const AVCodec *codec = avcodec_find_decoder_by_name("aac");
     require(codec != nullptr, "is missing");
     Codec context(avcodec_alloc_context3(codec));
     context->thread_count = 1;
     context->err_recognition = AV_EF_EXPLODE | AV_EF_BITSTREAM | AV_EF_BUFFER;
-    if (config.header_type != TAVIK_HEADER_ADTS) {
-        const auto description = audio_specific_config(config);
+    if (!description.empty()) {
         context->extradata = static_cast<std::uint8_t *>(av_mallocz(description.size() + AV_INPUT_BUFFER_PADDING_SIZE));
         context->extradata_size = static_cast<int>(description.size());
         std::copy(description.begin(), description.end(), context->extradata);
@@ -110,9 +110,10 @@ Codec open_codec(const EncoderConfig &config) {
 
 // Opening a codec takes longer than decoding a short stream: each stays open for the streams that look alike to it.
 struct ReferenceDecoder::Codecs {
-    std::map<std::array<std::uint32_t, 3>, Codec> open;
+    std::map<std::tuple<std::uint32_t, std::uint32_t, std::vector<std::uint8_t>>, Codec> open;
     AVCodecContext *current = nullptr;
     int channels = 0;
+    int sample_rate = 0;
     std::unique_ptr<AVPacket, PacketDeleter> packet{av_packet_alloc()};
     std::unique_ptr<AVFrame, FrameDeleter> frame{av_frame_alloc()};
     // The decoder may read a little behind a packet.
@@ -123,12 +124,17 @@ ReferenceDecoder::ReferenceDecoder() : codecs_(std::make_unique<Codecs>()) { av_
 ReferenceDecoder::~ReferenceDecoder() = default;
 
 void ReferenceDecoder::start(const EncoderConfig &config) {
+    const bool is_adts = config.header_type == TAVIK_HEADER_ADTS;
+    start(config, is_adts ? std::vector<std::uint8_t>{} : audio_specific_config(config));
+}
+
+void ReferenceDecoder::start(const EncoderConfig &config, std::span<const std::uint8_t> description) {
     complaint().clear();
-    const std::uint32_t is_adts = config.header_type == TAVIK_HEADER_ADTS ? 1 : 0;
-    Codec &codec = codecs_->open[{config.channel_mode, config.sample_rate, is_adts}];
-    if (codec == nullptr) codec = open_codec(config);
+    Codec &codec = codecs_->open[{config.channel_mode, config.sample_rate, {description.begin(), description.end()}}];
+    if (codec == nullptr) codec = open_codec(description);
     codecs_->current = codec.get();
     codecs_->channels = static_cast<int>(tavik_test::channel_count(config));
+    codecs_->sample_rate = static_cast<int>(config.sample_rate);
     avcodec_flush_buffers(codec.get());
 }
 
@@ -144,6 +150,7 @@ DecodedFrame ReferenceDecoder::decode(std::span<const std::uint8_t> frame, std::
     require(avcodec_receive_frame(codecs_->current, &samples) == 0, "gives no samples:");
     require(samples.nb_samples == TAVIK_FRAME_LENGTH, "gives too few samples");
     require(samples.ch_layout.nb_channels == codecs_->channels, "gives other channels");
+    require(samples.sample_rate == codecs_->sample_rate, "gives another sampling rate");
     require(samples.format == AV_SAMPLE_FMT_FLTP, "gives no floating-point samples");
     require(complaint().empty(), "complains:");
     DecodedFrame decoded;

@@ -25,6 +25,9 @@ class ReferenceDecoder {
     // Starts a new stream. Throws std::runtime_error if the decoder cannot be opened.
     void start(const EncoderConfig &config);
 
+    // The same with a given AudioSpecificConfig; without one the stream has ADTS headers.
+    void start(const EncoderConfig &config, std::span<const std::uint8_t> audio_specific_config);
+
     // The next frame of the stream, its first `header_bytes` bytes a stream header. Throws std::runtime_error for an
     // error or a warning of the decoder, or unless it gives 1024 samples of each channel. They stand until the next
     // call.
