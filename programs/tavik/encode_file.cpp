@@ -71,11 +71,11 @@ EncodedFile encode_opened(const Options &options, const Job &job, AudioReader &r
     read_block(reader, channel_count(result.config), block);
     if (block.count == 0) throw ProgramError(ExitCode::input, input_name(job.input), "no audio samples");
 
-    if (job.makes_directories) make_directories(job.output);
-    OutputFile output(job.output, options.replace ? OutputFile::Existing::replace : OutputFile::Existing::refuse);
-    if (options.verify && !output.is_temporary()) {
+    if (options.verify && OutputFile::is_direct(job.output)) {
         throw ProgramError(ExitCode::usage, output_name(job.output), "cannot be read back for --verify");
     }
+    if (job.makes_directories) make_directories(job.output);
+    OutputFile output(job.output, options.replace ? OutputFile::Existing::replace : OutputFile::Existing::refuse);
     FrameWriter writer(output, job.format, result.config, reader.decoder().container());
     std::vector<uint16_t> frame_sizes;
     encode_stream({reader, encoder, writer, report}, block, result, options.verify ? &frame_sizes : nullptr);

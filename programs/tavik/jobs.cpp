@@ -190,6 +190,9 @@ void check_outputs(std::vector<Job> &jobs, const Options &options) {
 std::vector<Job> plan_jobs(const Options &options) {
     const bool into_directory = is_output_directory(options);
     const std::vector<Found> found = find_inputs(options);
+    if (options.output == standard_stream && found.size() > 1) {
+        throw ProgramError(ExitCode::usage, "--output", "standard output takes one input only");
+    }
     std::vector<Job> all;
     std::map<std::string, int> claims;  // to each output
     for (const Found &input : found) {

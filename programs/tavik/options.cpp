@@ -241,9 +241,6 @@ void check_together(const Options &options) {
     if (standard_inputs == 1 && !options.output) {
         throw ProgramError(ExitCode::usage, "--output", "is needed for standard input");
     }
-    if (to_standard_output && options.inputs.size() > 1) {
-        throw ProgramError(ExitCode::usage, "--output", "standard output takes one input only");
-    }
     if (to_standard_output && options.verify) {
         throw ProgramError(ExitCode::usage, "--verify", "cannot read standard output back");
     }

@@ -70,16 +70,17 @@ void sync_directory(const std::filesystem::path &file) {
 
 }  // namespace
 
+bool OutputFile::is_direct(const std::string &path) {
+    const std::optional<mode_t> mode = mode_of(path);
+    return path == standard_stream || (mode && !S_ISREG(*mode));
+}
+
 OutputFile::OutputFile(const std::string &path, Existing existing) : path_(path), existing_(existing) {
-    if (path == standard_stream) {
+    if (is_direct(path)) {
         open_directly();
         return;
     }
     const std::optional<mode_t> old = mode_of(path);
-    if (old && !S_ISREG(*old)) {
-        open_directly();
-        return;
-    }
     final_path_ = resolve_links(path);
     if (old && existing == Existing::refuse) {
         errno = EEXIST;

@@ -16,6 +16,9 @@ class OutputFile {
  public:
     enum class Existing { refuse, replace };  // replaced files keep their permissions, links to them stay links
 
+    // What is there under the path is written directly.
+    static bool is_direct(const std::string &path);
+
     OutputFile(const std::string &path, Existing existing);
     ~OutputFile();
     OutputFile(const OutputFile &) = delete;
