@@ -72,9 +72,10 @@ struct Found {
     std::error_code error;   // of a directory that cannot be read
 };
 
-// Adds all audio files below a directory, without hidden files and directories; links to directories are not followed.
+// Adds all audio files below a directory, without hidden files and directories and those below `outputs`, if that is a
+// directory; links to directories are not followed.
 // NOLINTNEXTLINE(misc-no-recursion): as deep as the directories are
-void search(const fs::path &directory, const fs::path &place, std::vector<Found> &found) {
+void search(const fs::path &directory, const fs::path &place, const std::string &outputs, std::vector<Found> &found) {
     std::error_code error;
     std::vector<fs::directory_entry> entries;
     for (fs::directory_iterator entry(directory, error), end; !error && entry != end; entry.increment(error)) {
@@ -86,7 +87,7 @@ void search(const fs::path &directory, const fs::path &place, std::vector<Found>
         const fs::path &path = entry.path();
         std::error_code no_type;
         if (entry.is_directory(no_type) && !entry.is_symlink(no_type)) {
-            search(path, place / path.filename(), found);
+            if (!fs::equivalent(path, outputs, no_type)) search(path, place / path.filename(), outputs, found);
         } else if (entry.is_regular_file(no_type) && audio_extensions().contains(lower_case_extension(path))) {
             found.push_back({path, place / path.filename(), true, {}});
         }
@@ -109,7 +110,7 @@ std::vector<Found> find_inputs(const Options &options) {
         }
         const fs::path place = options.inputs.size() == 1 ? fs::path() : own_name(input);
         std::vector<Found> found;
-        search(input, place, found);
+        search(input, place, options.output.value_or(""), found);
         if (found.empty()) throw ProgramError(ExitCode::input, input, "no audio files in this directory");
         all.insert(all.end(), found.begin(), found.end());
     }
