@@ -16,7 +16,12 @@ write_basic_package_version_file(tavik-config-version.cmake COMPATIBILITY SameMa
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/tavik-config-version.cmake DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/tavik
         COMPONENT development)
 
-file(RELATIVE_PATH prefix_from_pc_file /usr/${CMAKE_INSTALL_LIBDIR}/pkgconfig /usr)
+# Relative, so that the tree can be moved. A distribution gives its absolute prefix, whose directories pkg-config leaves
+# out where compilers look anyway.
+if(NOT TAVIK_PKG_CONFIG_PREFIX)
+    file(RELATIVE_PATH prefix_from_pc_file /usr/${CMAKE_INSTALL_LIBDIR}/pkgconfig /usr)
+    set(TAVIK_PKG_CONFIG_PREFIX \${pcfiledir}/${prefix_from_pc_file})
+endif()
 configure_file(${CMAKE_CURRENT_LIST_DIR}/tavik.pc.in tavik.pc @ONLY)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/tavik.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig
         COMPONENT development)
