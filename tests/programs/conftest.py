@@ -1,0 +1,158 @@
+"""The program under test, and what its tests share: inputs, and views of the outputs that do not depend on it.
+
+Runs under pytest: pytest-3 tests/programs --program PATH. Every test works in an empty directory of its own.
+"""
+import collections
+import fcntl
+import functools
+import os
+import re
+import shutil
+import subprocess
+import threading
+import time
+import wave
+from pathlib import Path
+
+import numpy
+import pytest
+
+TONE = "0.5*sin(2*PI*440*t)|0"  # left channel only
+NOISE = "random(0)-0.5|random(1)-0.5"
+PATIENCE = 120  # seconds; only a program that hangs takes them
+Run = collections.namedtuple("Run", "status out err data")
+
+
+def pytest_addoption(parser):
+    parser.addoption("--program", required=True, type=os.path.realpath, help="the program tavik")
+
+
+class Program:
+    def __init__(self, path):
+        self.path = path
+        self.running = []
+
+    def start(self, *arguments, prefix=(), **streams):
+        streams = {"stdin": subprocess.DEVNULL, "stdout": subprocess.PIPE, "stderr": subprocess.PIPE, **streams}
+        self.running.append(subprocess.Popen([*prefix, self.path, *map(str, arguments)], **streams))
+        return self.running[-1]
+
+    def run(self, *arguments, prefix=(), data=None, **options):
+        """Runs the program to its end; `data` is its standard input. Whatever it prints must be lines of plain text."""
+        process = self.start(*arguments, prefix=prefix, stdin=subprocess.PIPE if data else subprocess.DEVNULL, **options)
+        out, err = (text or b"" for text in process.communicate(data, timeout=PATIENCE))
+        assert re.fullmatch(rb"([^\0-\x1f\x7f]+\n)*", err), err
+        return Run(process.returncode, out.decode(errors="replace").splitlines(), err.decode().splitlines(), out)
+
+    def encode(self, *arguments, **options):
+        """A run that must succeed without a message."""
+        run = self.run(*arguments, **options)
+        assert (run.status, run.err) == (0, []), run
+        return run
+
+    def refuse(self, status, pattern, *arguments, **options):
+        """A run that must fail with one line and leave all files below the directory as they are."""
+        before = snapshot()
+        run = self.run(*arguments, **options)
+        assert (run.status, run.out, len(run.err)) == (status, [], 1), run
+        assert re.fullmatch(f"tavik: .*{pattern}.*", run.err[0]), run.err
+        assert snapshot() == before
+
+
+@pytest.fixture(scope="session")
+def tavik(request):
+    return Program(request.config.getoption("--program"))
+
+
+@pytest.fixture(autouse=True)
+def directory(tavik, tmp_path, monkeypatch):
+    monkeypatch.chdir(tmp_path)
+    previous = os.umask(0o027)
+    yield
+    os.umask(previous)
+    for process in tavik.running:  # normally none
+        process.kill()
+        process.communicate()
+    tavik.running.clear()
+    shutil.rmtree(tmp_path)
+
+
+@pytest.fixture(scope="session")
+def sound(tmp_path_factory):
+    """sound(name, expression, rate, samples, *ffmpeg's options): the path of such a file, made only once."""
+
+    @functools.lru_cache(maxsize=None)
+    def make(name="tone.wav", expression=TONE, rate=44100, samples=132300, *options, filters="anull"):
+        path = tmp_path_factory.mktemp("sound") / name
+        source = f"aevalsrc={expression}:s={rate},{filters},atrim=end_sample={samples}"
+        ffmpeg("-f", "lavfi", "-i", source, *options, path)
+        return path
+
+    return make
+
+
+def snapshot(directory="."):
+    """Names, contents and permissions of everything below the directory."""
+    return {path: (path.lstat().st_mode, path.is_file() and path.read_bytes()) for path in Path(directory).rglob("*")}
+
+
+def ffmpeg(*arguments, data=None):
+    """What ffmpeg writes to its standard output; it must have nothing to complain about."""
+    command = ["ffmpeg", "-v", "error", "-y", *map(str, arguments)]
+    run = subprocess.run(command, input=data or b"", capture_output=True, timeout=PATIENCE, check=True)
+    assert not run.stderr, run.stderr
+    return run.stdout
+
+
+def probe(path, entries):
+    """Lines key=value of ffprobe."""
+    command = ["ffprobe", "-v", "error", "-show_entries", entries, "-of", "default=noprint_wrappers=1", path]
+    return subprocess.run(command, capture_output=True, text=True, check=True).stdout.splitlines()
+
+
+def decode(path, decoder="ffmpeg", *options):
+    """Sampling rate and samples (one column per channel) as the decoder understands the file."""
+    if decoder == "faad":
+        subprocess.run(["faad", "-q", "-o", "decoded.wav", path], capture_output=True, check=True)
+    else:
+        demuxer = ["-f", "aac"] if str(path).endswith((".aac", ".adts")) else []  # short ones are not recognised
+        ffmpeg(*demuxer, "-i", path, "-map", "0:a", "-c:a", "pcm_s16le", *options, "decoded.wav")
+    with wave.open("decoded.wav") as file:
+        samples = numpy.frombuffer(file.readframes(file.getnframes()), "<i2").reshape(-1, file.getnchannels())
+        return file.getframerate(), samples / 32768
+
+
+def levels(samples):
+    """RMS of every channel in dB, silence as -99."""
+    return [round(max(-99, 10 * numpy.log10(numpy.mean(channel**2) + 1e-20))) for channel in samples.T]
+
+
+def lag(decoded, source):
+    """By how many samples the first channel of `decoded` comes later than that of `source`, by cross-correlation."""
+    size = 2 * max(len(decoded), len(source))
+    spectrum = numpy.fft.rfft(decoded[:, 0], size) * numpy.conj(numpy.fft.rfft(source[:, 0], size))
+    peak = int(numpy.argmax(numpy.fft.irfft(spectrum, size)))
+    return peak - size if peak > size // 2 else peak
+
+
+def wait_until(condition):
+    end = time.monotonic() + PATIENCE
+    while not condition():
+        assert time.monotonic() < end, "waited in vain"
+        time.sleep(0.01)
+
+
+def feed(path, pieces):
+    """Writes the pieces to the FIFO, which is made, from a thread of its own; ends when the reader goes away."""
+    os.mkfifo(path)
+
+    def write():
+        try:
+            with open(path, "wb", buffering=0) as pipe:
+                fcntl.fcntl(pipe, fcntl.F_SETPIPE_SZ, 1 << 20)
+                for piece in pieces:
+                    pipe.write(piece)
+        except BrokenPipeError:
+            pass
+
+    threading.Thread(target=write, daemon=True).start()

@@ -1,0 +1,151 @@
+"""Which files are read and written, and what becomes of files that are there already."""
+import os
+import shutil
+from pathlib import Path
+
+import pytest
+from conftest import NOISE, PATIENCE, feed, snapshot, wait_until
+
+
+def names(directory="."):
+    return sorted(str(path.relative_to(directory)) for path in Path(directory).rglob("*") if path.is_file())
+
+
+@pytest.fixture
+def music(sound):
+    """A directory `music` with two songs and things to leave out, and songs outside."""
+    for name in ("music/a.wav", "music/sub/b.wav", "music/.hidden.wav", "music/.hid/c.wav", "other.wav", "-o.wav"):
+        Path(name).parent.mkdir(parents=True, exist_ok=True)
+        shutil.copy(sound(), name)
+    Path("music/notes.txt").write_text("text")
+    Path("music/link").symlink_to("..")
+
+
+@pytest.mark.parametrize("arguments,made", [
+    ("other.wav", ["other.m4a"]),
+    ("-- -o.wav", ["-o.m4a"]),
+    ("other.wav --adts", ["other.aac"]),
+    ("other.wav --adif", ["other.adif"]),
+    ("other.wav --raw-frames", ["other.raw"]),
+    ("other.wav music/a.wav", ["music/a.m4a", "other.m4a"]),
+    ("other.wav -o new/", ["new/other.m4a"]),
+    ("other.wav -o music --adts", ["music/other.aac"]),
+    ("other.wav music/a.wav -o new", ["new/a.m4a", "new/other.m4a"]),
+    ("music", ["music/a.m4a", "music/sub/b.m4a"]),
+    ("music/ -o new", ["new/a.m4a", "new/sub/b.m4a"]),
+    ("music other.wav -o new/deep --adts", ["new/deep/music/a.aac", "new/deep/music/sub/b.aac", "new/deep/other.aac"]),
+])
+def test_names_of_outputs(tavik, music, arguments, made):
+    before = names()
+    run = tavik.encode(*arguments.split())
+    assert sorted(set(names()) - set(before)) == made
+    assert len(run.out) == len(made) + (len(made) > 1)
+    if len(made) > 1:
+        assert run.out[-1].startswith(f"{len(made)} files: {len(made)} encoded; 0:0{3 * len(made)} of audio in ")
+
+
+def test_second_run_with_the_outputs_inside_the_directory(tavik, music):
+    tavik.encode("music", "-o", "music/new")
+    tavik.encode("music", "-o", "music/new", "--skip-existing")
+    assert names("music/new") == ["a.m4a", "sub/b.m4a"]
+
+
+def test_second_run_over_a_directory(tavik, music):
+    tavik.encode("music")
+    before = snapshot()
+    run = tavik.run("music")
+    assert (run.status, len(run.err)) == (1, 2) and all("exists already (-f replaces it)" in line for line in run.err)
+    run = tavik.encode("music", "--skip-existing")
+    assert "music/a.wav -> music/a.m4a: skipped, exists already" in run.out
+    assert run.out[-1].startswith("2 files: 0 encoded, 2 skipped; ")
+    assert len(tavik.encode("music", "-f").out) == 3
+    assert snapshot() == before
+
+
+@pytest.mark.parametrize("jobs", ["1", "4"])
+def test_same_output_twice(tavik, music, jobs):
+    shutil.copy("other.wav", "a.wav")
+    run = tavik.run("a.wav", "music/a.wav", "a.wav", "music/sub/../../other.wav", "other.wav", "-o", "new", "-j", jobs)
+    assert (run.status, len(run.err), names("new")) == (1, 3, ["a.m4a", "other.m4a"])
+    assert all("new/" in line and "already the output for" in line for line in run.err)
+
+
+@pytest.mark.parametrize("name", ["other.wav", "./music/../other.wav", "hard.wav", "soft.wav"])
+@pytest.mark.parametrize("force", [[], ["-f"]])
+def test_an_input_is_never_overwritten(tavik, music, name, force):
+    Path("hard.wav").hardlink_to("other.wav")
+    Path("soft.wav").symlink_to("other.wav")
+    tavik.refuse(4, "is an input file", "other.wav", "-o", name, *force)
+
+
+def test_a_file_on_a_standard_stream_is_never_overwritten(tavik, music):
+    before = snapshot()
+    for stream, arguments in (("stdin", ["-", "-o", "other.wav", "-f"]), ("stdout", ["other.wav", "-o", "-"])):
+        with open("other.wav", "ab+") as file:
+            file.seek(0)
+            process = tavik.start(*arguments, **{stream: file})
+            assert b"is an input file" in process.communicate(timeout=PATIENCE)[1]
+        assert (process.returncode, snapshot()) == (4, before)
+
+
+def test_an_output_is_never_another_input(tavik, music):
+    Path("new").mkdir()
+    Path("new/other.m4a").hardlink_to("music/a.wav")
+    before = snapshot("music")
+    run = tavik.run("other.wav", "music", "-o", "new", "-f")
+    assert (run.status, len(run.err)) == (1, 1) and "is an input file" in run.err[0]
+    assert snapshot("music") == before
+    assert names("new") == ["music/a.m4a", "music/sub/b.m4a", "other.m4a"]
+
+
+def test_existing_output(tavik, sound):
+    Path("old.m4a").write_bytes(b"old")
+    Path("old.m4a").chmod(0o604)
+    Path("link.m4a").symlink_to("old.m4a")
+    tavik.refuse(4, r"link.m4a: exists already \(-f replaces it\)", sound(), "-o", "link.m4a")
+    assert "skipped, exists already" in tavik.encode(sound(), "-o", "link.m4a", "--skip-existing").out[0]
+    tavik.encode(sound(), "-o", "link.m4a", "-f")
+    tavik.encode(sound(), "-o", "new.m4a")
+    assert Path("link.m4a").is_symlink()
+    assert Path("old.m4a").read_bytes() == Path("new.m4a").read_bytes()
+    assert [os.stat(name).st_mode & 0o777 for name in ("old.m4a", "new.m4a")] == [0o604, 0o640]
+
+
+def test_output_that_appears_while_its_file_is_encoded(tavik, sound):
+    data = sound().read_bytes()
+
+    def pieces():
+        yield data[:-1000]
+        wait_until(lambda: list(Path().glob(".tavik*")))
+        Path("x.m4a").write_bytes(b"from elsewhere")
+        yield data[-1000:]
+
+    feed("pipe", pieces())
+    run = tavik.run("pipe", "-o", "x.m4a")
+    assert (run.status, len(run.err)) == (4, 1) and "exists" in run.err[0]
+    assert (Path("x.m4a").read_bytes(), names()) == (b"from elsewhere", ["x.m4a"])
+
+
+@pytest.mark.parametrize("jobs", ["1", "4"])
+def test_one_bad_file_among_good_ones(tavik, music, jobs):
+    Path("music/bad.flac").write_bytes(b"not audio" * 1000)
+    run = tavik.run("music", "missing.wav", "other.wav", "-o", "new", "-j", jobs)
+    assert (run.status, len(run.err), len(run.out)) == (1, 2, 4)
+    assert run.out[-1].startswith("5 files: 3 encoded, 2 failed; 0:09 of audio in ")
+    assert sorted(line.split(":")[1] for line in run.err) == [" missing.wav", " music/bad.flac"]
+    assert names("new") == ["music/a.m4a", "music/sub/b.m4a", "other.m4a"]
+
+
+def test_jobs_do_not_change_the_bytes(tavik, sound):
+    for i in range(6):
+        os.symlink(sound(f"{i}.flac", NOISE, 44100, 50000 * (i + 1)), f"{i}.flac")
+    for jobs in "14":
+        tavik.encode(*(f"{i}.flac" for i in range(6)), "-o", f"new{jobs}", "-j", jobs)
+    assert len(names("new1")) == 6
+    assert [Path("new1", name).read_bytes() for name in names("new1")] == [
+        Path("new4", name).read_bytes() for name in names("new4")]
+
+
+@pytest.mark.parametrize("name", ["x.m4a", "x.aac", "x.adif", "x.raw"])
+def test_verification_accepts_what_is_right(tavik, sound, name):
+    tavik.encode(sound(), "-o", name, "--verify")

@@ -1,0 +1,190 @@
+"""Lines, JSON and the progress bar; live streams."""
+import json
+import os
+import pty
+import re
+import select
+import subprocess
+import time
+from pathlib import Path
+
+import pytest
+from conftest import NOISE, PATIENCE, decode, feed, ffmpeg, levels, probe
+
+FORMATS = ["u8", "s16le", "s16be", "s24le", "s24be", "s32le", "s32be", "f32le", "f32be"]
+
+
+def test_result_lines(tavik, sound):
+    os.symlink(sound("left.wav"), "left.wav")
+    line, = tavik.encode("left.wav").out
+    size = os.stat("left.m4a").st_size
+    assert re.fullmatch(rf"left.wav -> left.m4a: 44100 Hz, stereo, 128000 bit/s \(64000 per channel\), variable rate, "
+                        rf"M4A, 3.000 s, {size} bytes, mean \d+ bit/s, [\d.]+x real time", line)
+    line, = tavik.encode(sound("mono.wav", "0.5*sin(2*PI*440*t)"), "-o", "x.aac", "--cbr", "-b", "96k", "--mode",
+                         "two-mono", "--rate", "48000").out
+    assert re.search(r": 48000 Hz \(from 44100 Hz\), two mono channels \(from 1 channel\), 96000 bit/s "
+                     r"\(48000 per channel\), constant rate, ADTS, .* mean 9(5[5-9]|6[0-4])\d\d bit/s", line)
+
+
+@pytest.mark.parametrize("rate,bit_rate", [(8000, 12), (11025, 16), (12000, 17), (16000, 23), (22050, 32), (24000, 35),
+                                           (32000, 46), (44100, 64), (48000, 64)])
+def test_default_bit_rates(tavik, sound, rate, bit_rate):
+    assert f" {bit_rate * 2}000 bit/s" in tavik.encode(sound(), "-o", "x.m4a", "--rate", rate).out[0]
+
+
+def test_help_and_version(tavik):
+    assert re.search(r"(?s)Usage:.*--output", tavik.encode("--help").data.decode())
+    assert re.fullmatch(rb"tavik [\d.]+ \(library [\d.]+\)\n", tavik.encode("--version").data)
+
+
+@pytest.mark.parametrize("arguments,out,err", [
+    ("x.wav y.wav bad.wav", 3, 1), ("x.wav y.wav bad.wav -q", 0, 1), ("x.wav -q", 0, 0), ("x.wav", 1, 0),
+    ("x.wav -o -", None, 1), ("x.wav -o - -q", None, 0),
+])
+def test_where_reports_go(tavik, sound, arguments, out, err):
+    for name in ("x.wav", "y.wav"):
+        os.symlink(sound(), name)
+    Path("bad.wav").write_bytes(b"bad")
+    run = tavik.run(*arguments.split())
+    assert len(run.err) == err
+    if out is None:
+        Path("x.m4a").write_bytes(run.data)
+        assert len(decode("x.m4a")[1]) >= 132300
+    else:
+        assert len(run.out) == out
+
+
+def test_json(tavik, sound):
+    os.symlink(sound("a.flac", NOISE, 44100, 441000), "a.flac")
+    os.symlink(sound(), "b.wav")
+    Path("b.m4a").write_bytes(b"old")
+    Path('c"\n\\.wav').write_bytes(sound().read_bytes()[:100000])
+    run = tavik.run("a.flac", "b.wav", 'c"\n\\.wav', "missing.wav", "--json", "--skip-existing", "--verify", "--rate",
+                    "48000", "--cbr")
+    assert (run.status, len(run.err)) == (1, 2)
+    events = [json.loads(line) for line in run.out]
+    files = {event["input"]: event for event in events if event["event"] not in ("progress", "summary")}
+    a = files["a.flac"]
+    stream = dict(line.split("=") for line in probe("a.m4a", "stream=sample_rate,channels,nb_frames,bit_rate"))
+    assert (a["event"], a["output"], a["bytes"]) == ("encoded", "a.m4a", os.stat("a.m4a").st_size)
+    assert [a["sample_rate"], a["channels"], a["frames"]] == [int(stream[key]) for key in (
+        "sample_rate", "channels", "nb_frames")]
+    assert (a["mode"], a["constant_rate"], a["verified"], a["warnings"]) == ("stereo", True, True, [])
+    assert (a["bit_rate"], a["bit_rate_per_channel"], a["samples"], a["duration"]) == (128000, 64000, 480000, 10)
+    assert abs(a["mean_bit_rate"] - int(stream["bit_rate"])) < 1000
+    assert a["elapsed"] > 0 and a["speed"] == pytest.approx(10 / a["elapsed"], rel=0.1)
+    assert files["b.wav"]["event"] == "skipped" and "exists" in files["b.wav"]["reason"]
+    assert "truncated" in files['c"\n\\.wav']["warnings"][0]
+    missing = files["missing.wav"]
+    assert (missing["event"], missing["exit_code"]) == ("failed", 3) and "No such file" in missing["error"]
+    summary = events[-1]
+    assert [summary[key] for key in ("event", "files", "encoded", "skipped", "failed")] == ["summary", 4, 2, 1, 1]
+    man_page = (Path(__file__).parents[2] / "programs" / "tavik" / "tavik.1").read_text()
+    for event in events:
+        assert [key for key in event if not re.search(rf"\b{key}\b", man_page)] == []
+        if event["event"] == "progress":
+            assert event["fraction"] is None or event["fraction"] == pytest.approx(
+                event["seconds"] / event["duration"], abs=0.01)
+
+
+@pytest.mark.parametrize("arguments,has_bar", [([], True), (["--no-progress"], False), (["-q"], False)])
+def test_progress_bar_on_a_terminal(tavik, sound, arguments, has_bar):
+    data = sound("noise.wav", NOISE, 44100, 2646000).read_bytes()
+
+    def slowly():
+        for start in range(0, len(data), len(data) // 8):
+            yield data[start:start + len(data) // 8]
+            time.sleep(0.3)
+
+    feed("in.wav", slowly())
+    master, slave = pty.openpty()
+    process = tavik.start("in.wav", "-o", "x.m4a", *arguments, stderr=slave)
+    os.close(slave)
+    shown = b""
+    try:
+        while piece := os.read(master, 4096):
+            shown += piece
+    except OSError:  # the other side is closed
+        pass
+    os.close(master)
+    shown = shown.decode()
+    assert process.wait(PATIENCE) == 0
+    assert bool(re.search(r"\d ?%.*ETA", shown)) == has_bar
+    assert re.sub(r"[^\r\n]*\r\x1b\[K", "", shown) == ""  # every bar is cleared away
+
+
+# ---- Standard input ------------------------------------------------------------------------------------------------
+
+
+@pytest.mark.parametrize("sample_format", FORMATS)
+def test_headerless_pcm(tavik, sound, sample_format):
+    source = sound("two.wav", "0.5*sin(2*PI*440*t)|0.25*sin(2*PI*440*t)", 32000, 50100)
+    Path("x.pcm").write_bytes(ffmpeg("-i", source, "-f", sample_format, "-"))
+    tavik.encode("x.pcm", "--pcm", f"{sample_format}:32000:2", "-o", "x.m4a")
+    tavik.encode("-", "--pcm", f"{sample_format}:32000", "-o", "y.m4a", data=Path("x.pcm").read_bytes())
+    rate, samples = decode("x.m4a")
+    assert (rate, len(samples) // 1024, levels(samples)) == (32000, 49, [-9, -15])
+    assert Path("x.m4a").read_bytes() == Path("y.m4a").read_bytes()
+
+
+@pytest.mark.parametrize("options", [("-f", "wav"), ("-f", "flac"), ("-f", "ogg"), ("-f", "mp3")])
+def test_standard_input_of_unknown_length(tavik, sound, options):
+    data = subprocess.run(["ffmpeg", "-v", "error", "-i", sound(), *options, "-"], stdout=subprocess.PIPE,
+                          stdin=subprocess.DEVNULL, check=True).stdout
+    run = tavik.encode("-", "-o", "x.m4a", data=data)
+    assert run.out[0].startswith("standard input -> x.m4a: ")
+    rate, samples = decode("x.m4a")
+    assert rate == 44100 and 132300 <= len(samples) <= 132300 + 2304 and -10 <= levels(samples)[0] <= -9
+
+
+def test_memory_does_not_grow_with_the_input(tavik, sound):
+    """96 Mbyte go in."""
+    data = sound("noise.wav", "0.5*sin(2*PI*440*t)", 8000, 8000 * 600).read_bytes()
+    process = tavik.start("-", "-o", "x.m4a", "--pcm", "s16le:8000:1", stdin=subprocess.PIPE)
+    for _ in range(10):
+        process.stdin.write(data)
+    peak = int(re.search(r"VmHWM:\s+(\d+)", Path(f"/proc/{process.pid}/status").read_text())[1])
+    assert process.communicate(timeout=PATIENCE)[1] == b""
+    assert process.returncode == 0 and peak < 60000
+
+
+def frames(stream):
+    """Number of complete ADTS frames."""
+    count = position = 0
+    while position + 7 <= len(stream):
+        position += int.from_bytes(stream[position + 3:position + 6], "big") >> 5 & 0x1FFF
+        count += position <= len(stream)
+    return count
+
+
+@pytest.mark.parametrize("kind", ["wav", "pcm"])
+def test_live_stream(tavik, sound, kind):
+    """Input that arrives as fast as it is played; every frame must come out without more than what it needs."""
+    data = sound("noise.wav", NOISE, 44100, 132300).read_bytes()
+    audio = data[-132300 * 4:]
+    blocks = [audio[start:start + 4096] for start in range(0, 60 * 4096, 4096)]
+    delay = None
+    for _ in range(5):  # the machine may be busy with other things
+        process = tavik.start("-", "-o", "-", "--adts", *(["--pcm", "s16le"] if kind == "pcm" else []),
+                              stdin=subprocess.PIPE, bufsize=0)
+        time.sleep(0.5)  # the start of the process does not count
+        received = b""
+
+        def receive(seconds):
+            return select.select([process.stdout], [], [], seconds)[0] and os.read(process.stdout.fileno(), 65536)
+
+        process.stdin.write(data[:-len(audio)] if kind == "wav" else b"")
+        start = time.monotonic()
+        for i, block in enumerate(blocks):
+            process.stdin.write(block)
+            while piece := receive(max(0, start + (i + 1) * 1024 / 44100 - time.monotonic())):
+                delay = delay if received else time.monotonic() - start
+                received += piece
+            while i >= 8 and frames(received) < i - 3:
+                piece = receive(PATIENCE)
+                assert piece, f"{frames(received)} frames after {i + 1} blocks"
+                received += piece
+        process.communicate(timeout=PATIENCE)
+        if delay < 0.2:
+            return
+    pytest.fail(f"the first byte comes after {delay} s")
