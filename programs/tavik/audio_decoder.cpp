@@ -94,7 +94,8 @@ void AudioDecoder::open_format(const std::optional<PcmFormat> &pcm) {
     const std::string url = pipe_ ? "" : "file:" + file_path();
     const int result = avformat_open_input(&format, url.c_str(), demuxer, &options);
     av_dict_free(&options);
-    if (result == AVERROR_INVALIDDATA || result == AVERROR_EOF || result == AVERROR(EINVAL)) fail("not an audio file");
+    if (result == AVERROR_EOF) fail("has no audio");
+    if (result == AVERROR_INVALIDDATA || result == AVERROR(EINVAL)) fail("not an audio file");
     if (result < 0) fail("cannot open: " + ffmpeg_error_text(result));
     format_.reset(format);
 }

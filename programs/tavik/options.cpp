@@ -118,7 +118,7 @@ void add_input_options(CLI::App &app, Options &options, ArgumentTexts &texts) {
         ->check(check_file_name);
     app.add_option("--pcm", texts.pcm,
                    "Inputs are samples without a header, such as s16le:48000:2 [rate 44100, stereo]")
-        ->option_text("FORMAT[:RATE[:CHANNELS]]")
+        ->type_name("FORMAT[:RATE[:CHANNELS]]")
         ->check(check_pcm)
         ->group("Input");
 }
@@ -127,7 +127,7 @@ void add_output_options(CLI::App &app, Options &options) {
     const std::string group = "Output";
     app.add_option("-o,--output", options.output,
                    "File, or directory for several; - is standard output [beside each input]")
-        ->option_text("PATH")
+        ->type_name("PATH")
         ->check(check_file_name)
         ->group(group);
     auto *force = app.add_flag("-f,--force", options.replace, "Replace outputs that exist");
@@ -161,16 +161,18 @@ void add_coding_options(CLI::App &app, Options &options, ArgumentTexts &texts) {
     const std::string group = "Coding";
     app.add_option("-b,--bitrate", texts.bit_rate,
                    "Bit/s of all channels together [64k per channel, less below 44100 Hz]")
-        ->option_text("RATE[k]")
+        ->type_name("RATE[k]")
         ->check(check_bit_rate)
         ->group(group);
     app.add_flag("--cbr", options.constant_rate, "Constant rate: all frames of the same size [variable]")->group(group);
     app.add_option("--rate", options.rate, "Sampling rate of the output in Hz [the input's, or the next supported one]")
+        ->type_name("HZ")
         ->option_text("HZ")
         ->check(CLI::IsMember(supported_rate_texts()))
         ->group(group);
     app.add_option("--mode", texts.mode,
                    "mono, stereo or two-mono (independent channels) [mono or stereo as the input]")
+        ->type_name("MODE")
         ->option_text("MODE")
         ->check(CLI::IsMember(mode_names()))
         ->group(group);
@@ -185,7 +187,7 @@ void add_header_options(CLI::App &app, Options &options, ArgumentTexts &texts) {
     app.add_flag("--home", options.home, "Set the home bit")->group(group);
     app.add_flag("--original", options.original, "Set the original_copy bit")->group(group);
     app.add_option("--copyright-id", texts.copyright_id, "72-bit copyright identifier, 18 hexadecimal digits")
-        ->option_text("HEX18")
+        ->type_name("HEX18")
         ->check(check_copyright_id)
         ->group(group);
 }
@@ -202,7 +204,7 @@ void add_report_options(CLI::App &app, Options &options) {
 void add_general_options(CLI::App &app, Options &options) {
     const std::string group = "General";
     app.add_option("-j,--jobs", options.jobs, "Files that are encoded at once [as many as there are cores]")
-        ->option_text("N")
+        ->type_name("N")
         ->check(CLI::Range(unsigned{1}, most_jobs))
         ->group(group);
     app.set_version_flag(
@@ -227,6 +229,7 @@ bool parse(CLI::App &app, int argc, const char *const *argv) {
         return true;
     } catch (const CLI::Success &request) {
         app.exit(request, std::cout, std::cerr);
+        if (!std::cout.flush()) throw ProgramError(ExitCode::output, "standard output", "cannot write");
         return false;
     } catch (const CLI::ParseError &error) {
         throw usage_error(app, error);

@@ -1,6 +1,6 @@
 """The program under test, and what its tests share: inputs, and views of the outputs that do not depend on it.
 
-Runs under pytest: pytest-3 tests/programs --program PATH. Every test works in an empty directory of its own.
+Runs under pytest: pytest-3 tests/programs --program=PATH --faulty-io=PATH. Every test works in an empty directory of its own.
 """
 import collections
 import fcntl
@@ -25,6 +25,7 @@ Run = collections.namedtuple("Run", "status out err data")
 
 def pytest_addoption(parser):
     parser.addoption("--program", required=True, type=os.path.realpath, help="the program tavik")
+    parser.addoption("--faulty-io", type=os.path.realpath, help="library to preload for the tests of failing disks")
 
 
 class Program:

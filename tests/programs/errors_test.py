@@ -27,6 +27,8 @@ USAGE = [
     ("--pcm: .*s16le:0", "tone.wav --pcm s16le:0"),
     ("--pcm: .*s16le:44100:2:1", "tone.wav --pcm s16le:44100:2:1"),
     ("--jobs: .*", "tone.wav -j 0"),
+    ("--home: needs --adts", "tone.wav --home"),
+    ("--output: .*PATH missing", "tone.wav -o"),
     ("--output", "-"),
     ("standard input", "- - -o new/"),
     ("--verify", "tone.wav -o - --verify"),
@@ -137,10 +139,26 @@ def test_devices_that_are_full(tavik, tone):
     for name in ("--adts", "--m4a"):
         run = tavik.run("tone.wav", "-o", device, name)
         assert (run.status, len(run.err)) == (4, 1) and f"{device}: " in run.err[0] and "No space" in run.err[0]
-    with open(device, "wb") as output:
-        run = tavik.run("tone.wav", "-o", "-", "--adts", stdout=output)
-    assert run.status == 4 and "No space" in run.err[0]
+    for arguments in (["tone.wav", "-o", "-", "--adts"], ["tone.wav"], ["--help"]):
+        with open(device, "wb") as output:
+            run = tavik.run(*arguments, stdout=output)
+        assert (run.status, len(run.err)) == (4, 1) and "tavik: standard output: cannot write" in run.err[0]
     assert Path(device).is_char_device()
+
+
+@pytest.mark.parametrize("fault,message", [
+    ("write", "verification failed"), ("fsync", "cannot write: Input/output error"),
+    ("close", "cannot write: No space left"),
+])
+@pytest.mark.parametrize("name", ["x.m4a", "x.aac", "x.adif", "x.raw"])
+def test_disks_that_fail(tavik, tone, request, monkeypatch, fault, message, name):
+    faulty_io = request.config.getoption("--faulty-io")
+    if faulty_io is None:
+        pytest.skip("--faulty-io is not given")
+    monkeypatch.setenv("TAVIK_TEST_FAULT", fault)
+    form = ["--raw-frames"] if name == "x.raw" else []
+    tavik.refuse(4, f"{name}: {message}", "tone.wav", "-o", name, "--verify", *form,
+                 prefix=["env", f"LD_PRELOAD={faulty_io}"])
 
 
 @pytest.mark.parametrize("form", ["--adts", "--m4a"])
