@@ -2,9 +2,8 @@
 #include "audio_decoder.h"
 
 #include <fmt/format.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
+#include <array>
 #include <filesystem>
 #include <string_view>
 #include <utility>
@@ -18,10 +17,14 @@
 namespace tavik {
 namespace {
 
-// What a file may be shorter than its header says: lossless formats count samples; in others, encoder delay and padding
-// may or may not be in the count, and are a few thousand samples.
+using namespace std::string_view_literals;
+
+// Lossless formats count samples; in others, encoder delay and padding may or may not be in the count, and are a few
+// thousand samples.
 constexpr double lossless_tolerance = 0.001;  // seconds
 constexpr double lossy_tolerance = 0.5;
+
+constexpr double alac_packet = 4096;  // samples
 
 // Damage so close to the end belongs to a file that was cut off.
 constexpr double end_of_file_seconds = 0.5;
@@ -30,6 +33,14 @@ bool is_lossless(const AVCodecParameters &parameters) {
     const AVCodecDescriptor *descriptor = avcodec_descriptor_get(parameters.codec_id);
     return descriptor != nullptr && (descriptor->props & AV_CODEC_PROP_LOSSLESS) != 0 &&
            (descriptor->props & AV_CODEC_PROP_LOSSY) == 0;
+}
+
+std::string layout_text(const PcmFormat &pcm) {
+    std::array<char, 256> text{};
+    AVChannelLayout layout{};
+    const bool is_known = pcm.channel_mask != 0 && av_channel_layout_from_mask(&layout, pcm.channel_mask) == 0 &&
+                          av_channel_layout_describe(&layout, text.data(), text.size()) > 0;
+    return is_known ? text.data() : fmt::format("{} channels", pcm.channels);
 }
 
 bool is_pcm(const AVCodecParameters &parameters) {
@@ -50,17 +61,18 @@ AudioDecoder::AudioDecoder(std::string path, std::optional<PcmFormat> pcm)
     : path_(std::move(path)), packet_(own(av_packet_alloc())), frame_(own(av_frame_alloc())) {
     take_ffmpeg_log();
     check_file();
-    if (PipeInput::suits(path_)) open_pipe(pcm);
+    if (StreamInput::suits(path_)) open_stream(pcm);
     open_format(pcm);
     const std::vector<int64_t> declared = declared_durations(*format_);
     find_stream_information();
     open_codec();
-    open_ended_ = take_ffmpeg_log().open_ended_file || pipe_ || pcm;
-    if (static_cast<size_t>(stream_index_) < declared.size()) note_declared_duration(declared[stream_index_]);
+    open_ended_ = open_ended_ || take_ffmpeg_log().open_ended_file || pcm || (stream_ && !stream_->is_seekable());
+    const auto index = static_cast<size_t>(stream_index_);
+    if (!declared_seconds_ && index < declared.size() && declared[index] > 0) {
+        declared_seconds_ = static_cast<double>(declared[index]) * av_q2d(stream().time_base);
+    }
     check_end();
 }
-
-std::string AudioDecoder::file_path() const { return path_ == standard_stream ? "/dev/stdin" : path_; }
 
 void AudioDecoder::check_file() const {
     if (path_ == standard_stream) return;
@@ -70,11 +82,17 @@ void AudioDecoder::check_file() const {
 }
 
 // Samples behind a WAV header are read as those without one.
-void AudioDecoder::open_pipe(std::optional<PcmFormat> &pcm) {
-    pipe_.emplace(path_, !pcm);
-    if (!pipe_->wav_format()) return;
-    pcm = pipe_->wav_format();
-    declared_seconds_ = pipe_->wav_seconds();
+void AudioDecoder::open_stream(std::optional<PcmFormat> &pcm) {
+    stream_.emplace(path_, !pcm);
+    const std::optional<WavHeader> &header = stream_->wav_header();
+    if (!header) return;
+    pcm = header->format;
+    note_wav_length(*header);
+}
+
+void AudioDecoder::note_wav_length(const WavHeader &header) {
+    declared_seconds_ = header.seconds;
+    open_ended_ = !header.seconds;
 }
 
 void AudioDecoder::open_format(const std::optional<PcmFormat> &pcm) {
@@ -83,34 +101,24 @@ void AudioDecoder::open_format(const std::optional<PcmFormat> &pcm) {
     if (pcm) {
         demuxer = av_find_input_format(pcm->sample_format.c_str());
         av_dict_set_int(&options, "sample_rate", pcm->rate, 0);
-        av_dict_set(&options, "ch_layout", fmt::format("{} channels", pcm->channels).c_str(), 0);
+        av_dict_set(&options, "ch_layout", layout_text(*pcm).c_str(), 0);
     }
     // Playlists and the like must not lead to other places.
     av_dict_set(&options, "protocol_whitelist", "file,pipe", 0);
     AVFormatContext *format = avformat_alloc_context();
     if (format == nullptr) throw std::bad_alloc();
-    if (pipe_) format->pb = pipe_->io();
+    if (stream_) format->pb = stream_->io();
     // The prefix keeps a colon in the name from being read as a protocol.
-    const std::string url = pipe_ ? "" : "file:" + file_path();
+    const std::string url = stream_ ? "" : "file:" + path_;
     const int result = avformat_open_input(&format, url.c_str(), demuxer, &options);
     av_dict_free(&options);
     if (result == AVERROR_EOF) fail("has no audio");
-    if (result == AVERROR_INVALIDDATA || result == AVERROR(EINVAL)) fail("not an audio file");
+    if (result == AVERROR_INVALIDDATA || result == AVERROR(EINVAL)) {
+        const std::string reason = take_ffmpeg_log().first_error;
+        fail("not an audio file" + (reason.empty() ? "" : " (" + reason + ")"));
+    }
     if (result < 0) fail("cannot open: " + ffmpeg_error_text(result));
     format_.reset(format);
-}
-
-// Keeps the duration that the header of the file gave for the chosen stream, unless it is none.
-void AudioDecoder::note_declared_duration(int64_t duration) {
-    const AVStream &stream = *format_->streams[stream_index_];
-    const AVCodecParameters &parameters = *stream.codecpar;
-    if (duration <= 0) return;
-    const double declared = static_cast<double>(duration) * av_q2d(stream.time_base);
-    if (declared * parameters.sample_rate * parameters.block_align < unknown_wav_bytes) {
-        declared_seconds_ = declared;
-    } else {
-        open_ended_ = true;
-    }
 }
 
 // Reads ahead where the header does not tell all. Samples without compression need nothing else, and may come live:
@@ -123,12 +131,12 @@ void AudioDecoder::find_stream_information() {
 
 // Looks at files themselves where libavformat makes up for what is missing at the end.
 void AudioDecoder::check_end() {
-    if (pipe_) return;
+    if (stream_ && !stream_->is_seekable()) return;
+    const std::string path = stream_ ? "/dev/stdin" : path_;
     const std::string_view name = format_->iformat->name;
-    if (name == "ogg") is_cut_off_ = !has_ogg_end(file_path());
-    if (name == "wav" && !open_ended_) {
-        const auto declared = PipeInput(file_path(), true).wav_seconds();
-        if (declared) declared_seconds_ = declared;
+    if (name == "ogg") is_cut_off_ = lacks_ogg_end(path);
+    if (name == "wav") {
+        if (const auto header = wav_header_of(path)) note_wav_length(*header);
     }
 }
 
@@ -137,14 +145,13 @@ void AudioDecoder::open_codec() {
     stream_index_ = av_find_best_stream(format_.get(), AVMEDIA_TYPE_AUDIO, -1, -1, &codec, 0);
     if (stream_index_ == AVERROR_DECODER_NOT_FOUND) fail("no decoder for its audio");
     if (stream_index_ < 0) fail("no audio stream");
-    const AVStream *stream = format_->streams[stream_index_];
-    for (unsigned i = 0; i < format_->nb_streams; ++i) {
-        if (format_->streams[i] != stream) format_->streams[i]->discard = AVDISCARD_ALL;
+    for (int i = 0; i < static_cast<int>(format_->nb_streams); ++i) {
+        if (i != stream_index_) format_->streams[i]->discard = AVDISCARD_ALL;
     }
 
     codec_ = own(avcodec_alloc_context3(codec));
-    codec_->pkt_timebase = stream->time_base;  // for the removal of encoder delay and padding
-    int result = avcodec_parameters_to_context(codec_.get(), stream->codecpar);
+    codec_->pkt_timebase = stream().time_base;  // for the removal of encoder delay and padding
+    int result = avcodec_parameters_to_context(codec_.get(), stream().codecpar);
     if (result >= 0) result = avcodec_open2(codec_.get(), codec, nullptr);
     if (result < 0) fail("cannot decode: " + ffmpeg_error_text(result));
 }
@@ -193,7 +200,7 @@ int AudioDecoder::read_packet() {
 
 // Accounts for a decoded frame and gives it a channel layout if it lacks one; false when it is of no use.
 bool AudioDecoder::complete_frame() {
-    if ((frame_->flags & AV_FRAME_FLAG_CORRUPT) != 0) note_damage("incomplete data");
+    if ((frame_->flags & AV_FRAME_FLAG_CORRUPT) != 0 && !open_ended_) note_damage("incomplete data");
     if (frame_->nb_samples <= 0 || frame_->sample_rate <= 0 || frame_->ch_layout.nb_channels <= 0) return false;
     if (frame_->ch_layout.order == AV_CHANNEL_ORDER_UNSPEC) {
         av_channel_layout_default(&frame_->ch_layout, frame_->ch_layout.nb_channels);
@@ -208,19 +215,30 @@ std::optional<double> AudioDecoder::duration() const {
     return static_cast<double>(format_->duration) / AV_TIME_BASE;
 }
 
+// What a file may be shorter than its header says.
+double AudioDecoder::tolerance() const {
+    const AVCodecParameters &parameters = *stream().codecpar;
+    if (!is_lossless(parameters)) return lossy_tolerance;
+    // CAF counts whole packets, also where the last one is not full.
+    const bool counts_packets = parameters.codec_id == AV_CODEC_ID_ALAC && format_->iformat->name == "caf"sv;
+    return counts_packets ? alac_packet / parameters.sample_rate : lossless_tolerance;
+}
+
 bool AudioDecoder::is_truncated() const {
-    if (is_cut_off_) return true;
-    if (!declared_seconds_) return false;
-    const bool lossless = is_lossless(*format_->streams[stream_index_]->codecpar);
-    return seconds_ < *declared_seconds_ - (lossless ? lossless_tolerance : lossy_tolerance);
+    return is_cut_off_ || (declared_seconds_ && seconds_ < *declared_seconds_ - tolerance());
+}
+
+// Behind the last sample, such as the tag of another format, or the trace of a cut that is reported as such.
+bool AudioDecoder::is_unimportant(const Damage &damage) const {
+    if (is_truncated()) return damage.seconds > seconds_ - end_of_file_seconds;
+    return declared_seconds_ && damage.seconds >= *declared_seconds_ - tolerance();
 }
 
 std::optional<std::string> AudioDecoder::damage() const {
-    const bool truncated = is_truncated();
-    if (damage_ && !(truncated && damage_->seconds > seconds_ - end_of_file_seconds)) {
+    if (damage_ && !is_unimportant(*damage_)) {
         return fmt::format("damaged at {:.3f} s ({})", damage_->seconds, damage_->reason);
     }
-    if (!truncated) return std::nullopt;
+    if (!is_truncated()) return std::nullopt;
     if (is_cut_off_) return fmt::format("truncated: ends after {:.3f} s", seconds_);
     return fmt::format("truncated: {:.3f} s of {:.3f} s", seconds_, *declared_seconds_);
 }

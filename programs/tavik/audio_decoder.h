@@ -6,7 +6,7 @@
 
 #include "ffmpeg_handles.h"
 #include "options.h"
-#include "pipe_input.h"
+#include "stream_input.h"
 
 namespace tavik {
 
@@ -20,8 +20,9 @@ class AudioDecoder {
     // The next samples, at least one, or nullptr at the end; valid until the next call.
     const AVFrame *next();
 
-    // The file, with tags, pictures and chapters.
+    // The file, with tags, pictures and chapters; and the stream that is decoded.
     const AVFormatContext &container() const { return *format_; }
+    const AVStream &stream() const { return *format_->streams[stream_index_]; }
 
     // Seconds of audio that the file has, if it tells; and those decoded so far.
     std::optional<double> duration() const;
@@ -37,13 +38,14 @@ class AudioDecoder {
         std::string reason;
     };
 
-    std::string file_path() const;
     void check_file() const;
-    void open_pipe(std::optional<PcmFormat> &pcm);
+    void open_stream(std::optional<PcmFormat> &pcm);
     void open_format(const std::optional<PcmFormat> &pcm);
     void find_stream_information();
     void open_codec();
-    void note_declared_duration(int64_t duration);
+    void note_wav_length(const WavHeader &header);
+    double tolerance() const;
+    bool is_unimportant(const Damage &damage) const;
     void check_end();
     bool is_truncated() const;
     bool feed();
@@ -55,7 +57,7 @@ class AudioDecoder {
     [[noreturn]] void fail(const std::string &problem) const;
 
     std::string path_;
-    std::optional<PipeInput> pipe_;  // where the input is one
+    std::optional<StreamInput> stream_;  // where the input is one
     FfmpegHandle<AVFormatContext> format_;
     FfmpegHandle<AVCodecContext> codec_;
     FfmpegHandle<AVPacket> packet_;

@@ -65,19 +65,14 @@ bool AudioReader::converter_fits(const AVFrame &frame) const {
 }
 
 void AudioReader::make_converter(const AVFrame &frame) {
-    AVChannelLayout layout{};
-    av_channel_layout_default(&layout, static_cast<int>(output_.channels));
     int result = av_channel_layout_copy(&converter_layout_, &frame.ch_layout);
-    SwrContext *converter = nullptr;
-    if (result >= 0) {
-        result = swr_alloc_set_opts2(&converter, &layout, AV_SAMPLE_FMT_S16, static_cast<int>(output_.rate),
-                                     &converter_layout_, static_cast<AVSampleFormat>(frame.format), frame.sample_rate,
-                                     0, nullptr);
+    if (result >= 0) result = try_converter(frame, converter_layout_);
+    if (result < 0) {
+        // Loudspeakers that the library cannot mix from are taken for the usual ones.
+        ChannelLayout usual;
+        av_channel_layout_default(&usual, frame.ch_layout.nb_channels);
+        result = try_converter(frame, usual);
     }
-    converter_.reset(converter);
-    const bool duplicates = frame.ch_layout.nb_channels == 1 && output_.channels == 2;
-    if (result >= 0 && duplicates) result = swr_set_matrix(converter, unity_gains.data(), 1);
-    if (result >= 0) result = swr_init(converter);
     if (result < 0) {
         throw ProgramError(ExitCode::input, input_name(path_),
                            "cannot convert its " + std::to_string(frame.ch_layout.nb_channels) + " channels at " +
@@ -87,6 +82,20 @@ void AudioReader::make_converter(const AVFrame &frame) {
     converter_rate_ = frame.sample_rate;
     converter_input_ = 0;
     converter_output_ = 0;
+}
+
+// A negative result is FFmpeg's.
+int AudioReader::try_converter(const AVFrame &frame, ChannelLayout &input_layout) {
+    ChannelLayout layout;
+    av_channel_layout_default(&layout, static_cast<int>(output_.channels));
+    SwrContext *converter = nullptr;
+    int result =
+        swr_alloc_set_opts2(&converter, &layout, AV_SAMPLE_FMT_S16, static_cast<int>(output_.rate), &input_layout,
+                            static_cast<AVSampleFormat>(frame.format), frame.sample_rate, 0, nullptr);
+    converter_.reset(converter);
+    const bool duplicates = input_layout.nb_channels == 1 && output_.channels == 2;
+    if (result >= 0 && duplicates) result = swr_set_matrix(converter, unity_gains.data(), 1);
+    return result >= 0 ? swr_init(converter) : result;
 }
 
 // Converts `count` samples per channel into the FIFO, or with nullptr and 0 some that are still inside the converter.

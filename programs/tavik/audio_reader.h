@@ -45,6 +45,7 @@ class AudioReader {
     bool refill();
     bool converter_fits(const AVFrame &frame) const;
     void make_converter(const AVFrame &frame);
+    int try_converter(const AVFrame &frame, ChannelLayout &input_layout);
     int convert(const uint8_t **samples, int count, int room);
     void drain_converter();
 

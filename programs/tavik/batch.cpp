@@ -4,14 +4,12 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <filesystem>
 #include <mutex>
-#include <optional>
+#include <system_error>
 #include <thread>
 #include <vector>
 
 #include "encode_file.h"
-#include "file_names.h"
 #include "jobs.h"
 #include "progress.h"
 #include "report.h"
@@ -47,12 +45,7 @@ class Batch {
     ExitCode run() {
         const auto start = std::chrono::steady_clock::now();
         const size_t cores = std::max<size_t>(1, std::thread::hardware_concurrency());
-        const size_t workers = std::min(options_.jobs > 0 ? options_.jobs : cores, jobs_.size());
-        {
-            std::vector<std::jthread> threads;
-            for (size_t i = 1; i < workers; ++i) threads.emplace_back([this] { work(); });
-            work();
-        }
+        work_with(std::min(options_.jobs > 0 ? options_.jobs : cores, jobs_.size()));
         console_.show_progress("");
         summary_.elapsed = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
         report_summary();
@@ -60,6 +53,21 @@ class Batch {
     }
 
  private:
+    // All is done at the end.
+    void work_with(size_t workers) {
+        std::vector<std::jthread> threads;
+        start_more(workers - std::min<size_t>(workers, 1), threads);
+        work();
+    }
+
+    // So many, or as many as the system lets have.
+    void start_more(size_t workers, std::vector<std::jthread> &threads) {
+        try {
+            for (size_t i = 0; i < workers; ++i) threads.emplace_back([this] { work(); });
+        } catch (const std::system_error &) {  // NOLINT(bugprone-empty-catch): those that there are do the work
+        }
+    }
+
     void work() {
         for (size_t i = next_job_++; i < jobs_.size(); i = next_job_++) {
             do_job(i);
@@ -70,7 +78,7 @@ class Batch {
     void do_job(size_t index) {
         const Job &job = jobs_[index];
         try {
-            if (job.is_done) {
+            if (!job.skip_reason.empty()) {
                 report_skipped(job);
                 return;
             }

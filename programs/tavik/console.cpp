@@ -4,8 +4,9 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <string_view>
+
+#include "waiting.h"
 
 namespace tavik {
 namespace {
@@ -15,10 +16,21 @@ constexpr std::string_view clear_line = "\r\033[K";
 bool write_all(int descriptor, std::string_view text) {
     while (!text.empty()) {
         const ssize_t written = ::write(descriptor, text.data(), text.size());
+        if (written < 0 && can_go_on(descriptor, POLLOUT)) continue;
         if (written < 0) return false;
         text.remove_prefix(static_cast<size_t>(written));
     }
     return true;
+}
+
+// Also those of C1, which in UTF-8 have two bytes.
+void replace_control_characters(std::string &text) {
+    for (size_t i = 0; i < text.size(); ++i) {
+        const auto byte = static_cast<unsigned char>(text[i]);
+        const auto next = static_cast<unsigned char>(i + 1 < text.size() ? text[i + 1] : ' ');
+        if (byte < ' ' || byte == 0x7F) text[i] = '?';
+        if (byte == 0xC2 && next >= 0x80 && next < 0xA0) text.replace(i, 2, "?");
+    }
 }
 
 }  // namespace
@@ -48,8 +60,7 @@ void Console::show_progress(const std::string &bar) {
 }
 
 void Console::print(int descriptor, std::string line) {
-    const auto is_control = [](char c) { return (c >= 0 && c < ' ') || c == '\x7F'; };
-    std::ranges::replace_if(line, is_control, '?');
+    replace_control_characters(line);
     const std::lock_guard lock(mutex_);
     if (!bar_.empty()) write_all(STDERR_FILENO, clear_line);
     if (!write_all(descriptor, line + '\n') && descriptor == STDOUT_FILENO) failed_ = true;

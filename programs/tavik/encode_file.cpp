@@ -39,15 +39,15 @@ struct Work {
     const std::function<void(FileProgress)> &report;
 };
 
-// Encodes everything from `block`, the first one, to the end of the input. The sizes of all frames are kept if there is
-// a place for them.
-void encode_stream(const Work &work, Block &block, EncodedFile &result, std::vector<uint16_t> *frame_sizes) {
+// Encodes everything from `block`, the first one, to the end of the input. What identifies each frame is kept if there
+// is a place for it.
+void encode_stream(const Work &work, Block &block, EncodedFile &result, std::vector<FrameMark> *marks) {
     const uint32_t channels = channel_count(result.config);
     while (!work.encoder.finished()) {
         const std::span<const uint8_t> frame = work.encoder.encode(block.samples.data(), block.count);
         if (!frame.empty()) {
             work.writer.write(frame);
-            if (frame_sizes != nullptr) frame_sizes->push_back(static_cast<uint16_t>(frame.size()));
+            if (marks != nullptr) marks->push_back(mark_of(frame));
             result.frame_bytes += frame.size();
             ++result.frames;
         }
@@ -76,14 +76,14 @@ EncodedFile encode_opened(const Options &options, const Job &job, AudioReader &r
     }
     if (job.makes_directories) make_directories(job.output);
     OutputFile output(job.output, options.replace ? OutputFile::Existing::replace : OutputFile::Existing::refuse);
-    FrameWriter writer(output, job.format, result.config, reader.decoder().container());
-    std::vector<uint16_t> frame_sizes;
-    encode_stream({reader, encoder, writer, report}, block, result, options.verify ? &frame_sizes : nullptr);
+    FrameWriter writer(output, job.format, result.config, reader.decoder());
+    std::vector<FrameMark> marks;
+    encode_stream({reader, encoder, writer, report}, block, result, options.verify ? &marks : nullptr);
     writer.finish(result.samples);
     result.bytes = output.size();
     result.damage = reader.decoder().damage();
     if (options.strict && result.damage) throw ProgramError(ExitCode::input, input_name(job.input), *result.damage);
-    if (options.verify) verify(output, result, frame_sizes);
+    if (options.verify) verify(output, result, marks);
     result.verified = options.verify;
     output.commit();
     return result;

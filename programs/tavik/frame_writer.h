@@ -14,7 +14,7 @@ namespace tavik {
 class FrameWriter {
  public:
     // Keeps a reference to `output`. Tags and pictures are those of `source`.
-    FrameWriter(OutputFile &output, Format format, const EncoderConfig &config, const AVFormatContext &source)
+    FrameWriter(OutputFile &output, Format format, const EncoderConfig &config, const AudioDecoder &source)
         : output_(output), muxer_(format == Format::m4a ? new Mp4Muxer(output, config, source) : nullptr) {}
 
     void write(std::span<const uint8_t> frame) {

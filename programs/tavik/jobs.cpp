@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "file_names.h"
+#include "mp4_muxer.h"
 #include "program_error.h"
 
 namespace tavik {
@@ -96,7 +97,8 @@ void search(const fs::path &directory, const fs::path &place, const std::string 
 
 // The last part of a directory's name, also of one such as "." or "music/".
 fs::path own_name(const fs::path &directory) {
-    const fs::path normal = fs::absolute(directory).lexically_normal();
+    std::error_code error;
+    const fs::path normal = fs::absolute(directory, error).lexically_normal();
     return normal.has_filename() ? normal.filename() : normal.parent_path().filename();
 }
 
@@ -154,11 +156,32 @@ Job make_job(const Found &found, const Options &options, bool into_directory) {
     return job;
 }
 
-// An input found in a directory is what an earlier run has made there, by its name: it is its own output, or another
-// input has the same output.
-bool is_result(const Job &job, bool has_source) {
-    if (lower_case_extension(job.input) != extension_of(job.format)) return false;
-    return has_source || input_identity(job) == output_identity(job);
+// A path by which two names of one file can be told to be that, also before the file exists.
+std::string key_of(const std::string &path) {
+    std::error_code error;
+    const fs::path canonical = fs::weakly_canonical(path, error);
+    return error ? path : canonical.string();
+}
+
+// Of the inputs found in a directory, takes out what an earlier run has made: files with the extension of the format
+// that are their own outputs, or that this program has made of another input. Notes what is no work of this program.
+void sort_out_results(std::vector<Job> &jobs, const std::vector<Found> &found) {
+    std::map<std::string, int> claims;  // to each output
+    for (const Job &job : jobs) ++claims[key_of(job.output)];
+    std::vector<Job> kept;
+    for (size_t i = 0; i < jobs.size(); ++i) {
+        Job &job = jobs[i];
+        const bool may_be_result = found[i].by_search && lower_case_extension(job.input) == extension_of(job.format);
+        const bool is_own_output = may_be_result && input_identity(job) == output_identity(job);
+        const bool has_source = may_be_result && claims[key_of(job.output)] > 1;
+        const bool is_ours = (is_own_output || has_source) && job.format == Format::m4a && is_made_by_tavik(job.input);
+        // Streams without tags do not tell where they come from.
+        const bool is_result = is_own_output ? is_ours || job.format != Format::m4a : has_source && is_ours;
+        if (is_result) continue;
+        if (is_own_output) job.skip_reason = "would be its own output";
+        kept.push_back(std::move(job));
+    }
+    jobs = std::move(kept);
 }
 
 // Finds outputs that exist, and those that would destroy an input or another output.
@@ -169,18 +192,18 @@ void check_outputs(std::vector<Job> &jobs, const Options &options) {
     }
     std::map<std::string, std::string> input_by_output;
     for (Job &job : jobs) {
+        if (job.problem || !job.skip_reason.empty()) continue;
         const auto output = output_identity(job);
-        const auto [earlier, is_new] = input_by_output.emplace(fs::absolute(job.output).lexically_normal(), job.input);
-        std::error_code error;
-        const bool exists = fs::is_regular_file(job.output, error);
-        if (job.problem) continue;
-        if (exists && options.skip_existing) {
-            job.is_done = true;
-        } else if (output && inputs.contains(*output)) {
+        if (output && options.skip_existing && job.output != standard_stream) {
+            job.skip_reason = "exists already";
+            continue;
+        }
+        const auto [earlier, is_new] = input_by_output.emplace(key_of(job.output), job.input);
+        if (output && inputs.contains(*output)) {
             job.problem = ProgramError(ExitCode::output, output_name(job.output), "is an input file");
         } else if (!is_new) {
             job.problem = ProgramError(ExitCode::output, job.output, "is already the output for " + earlier->second);
-        } else if (exists && !options.replace) {
+        } else if (output && !options.replace && job.output != standard_stream) {
             job.problem = ProgramError(ExitCode::output, job.output, "exists already (-f replaces it)");
         }
     }
@@ -194,17 +217,10 @@ std::vector<Job> plan_jobs(const Options &options) {
     if (options.output == standard_stream && found.size() > 1) {
         throw ProgramError(ExitCode::usage, "--output", "standard output takes one input only");
     }
-    std::vector<Job> all;
-    std::map<std::string, int> claims;  // to each output
-    for (const Found &input : found) {
-        all.push_back(make_job(input, options, into_directory));
-        ++claims[all.back().output];
-    }
     std::vector<Job> jobs;
-    for (size_t i = 0; i < all.size(); ++i) {
-        const bool has_source = claims[all[i].output] > 1;
-        if (!found[i].by_search || !is_result(all[i], has_source)) jobs.push_back(std::move(all[i]));
-    }
+    jobs.reserve(found.size());
+    for (const Found &input : found) jobs.push_back(make_job(input, options, into_directory));
+    sort_out_results(jobs, found);
     check_outputs(jobs, options);
     return jobs;
 }

@@ -18,7 +18,7 @@ struct Job {
     Format format = Format::m4a;
     uint64_t bytes = 0;                   // of the input, 0 where that is not known
     bool makes_directories = false;       // those of the output, which mirror the input's
-    bool is_done = false;                 // its output exists, and such inputs are to be left out
+    std::string skip_reason;              // why it need not be done; empty if it has to be
     std::optional<ProgramError> problem;  // why it cannot be done
 };
 

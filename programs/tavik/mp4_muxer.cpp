@@ -12,6 +12,7 @@
 #include "encoder_settings.h"
 #include "ffmpeg_log.h"
 #include "program_error.h"
+#include "stream_encoder.h"
 
 namespace tavik {
 namespace {
@@ -23,6 +24,9 @@ constexpr int64_t fragment_microseconds = 500'000;
 constexpr std::array foreign_tags{"encoder",       "encoded_by",        "encoding_tool", "major_brand",
                                   "minor_version", "compatible_brands", "creation_time", "handler_name",
                                   "vendor_id",     "duration",          "language"};
+
+// Begins the tag that tells what has made a file.
+constexpr const char *encoding_tool = "Tavik ";
 
 // The number of tracks or discs, which some formats keep apart, behind a slash.
 void join_total(AVDictionary **tags, const char *key, std::initializer_list<const char *> total_keys) {
@@ -37,19 +41,13 @@ void join_total(AVDictionary **tags, const char *key, std::initializer_list<cons
 }
 
 // Tags stand in the file or, in some formats, in its audio stream.
-void copy_tags(AVDictionary **tags, const AVFormatContext &source) {
-    for (unsigned i = 0; i < source.nb_streams; ++i) {
-        const AVStream &stream = *source.streams[i];
-        if (stream.codecpar->codec_type == AVMEDIA_TYPE_AUDIO) av_dict_copy(tags, stream.metadata, 0);
-    }
-    av_dict_copy(tags, source.metadata, 0);
+void copy_tags(AVDictionary **tags, const AudioDecoder &source) {
+    av_dict_copy(tags, source.stream().metadata, 0);
+    av_dict_copy(tags, source.container().metadata, 0);
     join_total(tags, "track", {"tracktotal", "totaltracks"});
     join_total(tags, "disc", {"disctotal", "totaldiscs"});
     for (const char *key : foreign_tags) av_dict_set(tags, key, nullptr, 0);
-    const uint32_t version = TAVIK_get_version();
-    const std::string tool = "Tavik " + std::to_string(version >> 28) + "." + std::to_string(version >> 16 & 0xFFF) +
-                             "." + std::to_string(version & 0xFFFF);
-    av_dict_set(tags, "encoding_tool", tool.c_str(), 0);
+    av_dict_set(tags, "encoding_tool", (encoding_tool + version_text(TAVIK_get_version())).c_str(), 0);
 }
 
 void copy_chapters(AVFormatContext &format, const AVFormatContext &source) {
@@ -72,25 +70,36 @@ void copy_chapters(AVFormatContext &format, const AVFormatContext &source) {
 
 bool is_picture(const AVStream &stream) {
     const AVCodecID codec = stream.codecpar->codec_id;
+    // Without a size it is none that can be decoded, whatever it is called.
     return (stream.disposition & AV_DISPOSITION_ATTACHED_PIC) != 0 && stream.attached_pic.size > 0 &&
+           stream.codecpar->width > 0 && stream.codecpar->height > 0 &&
            (codec == AV_CODEC_ID_MJPEG || codec == AV_CODEC_ID_PNG || codec == AV_CODEC_ID_BMP);
 }
 
 }  // namespace
 
-Mp4Muxer::Mp4Muxer(OutputFile &output, const EncoderConfig &config, const AVFormatContext &source)
+bool is_made_by_tavik(const std::string &path) {
+    take_ffmpeg_log();
+    AVFormatContext *opened = nullptr;
+    if (avformat_open_input(&opened, ("file:" + path).c_str(), nullptr, nullptr) < 0) return false;
+    const FfmpegHandle<AVFormatContext> format(opened);
+    const AVDictionaryEntry *tool = av_dict_get(format->metadata, "encoder", nullptr, 0);
+    return tool != nullptr && std::string(tool->value).starts_with(encoding_tool);
+}
+
+Mp4Muxer::Mp4Muxer(OutputFile &output, const EncoderConfig &config, const AudioDecoder &source)
     : output_(output), held_(own(av_packet_alloc())) {
     take_ffmpeg_log();
     open_output();
-    add_audio_stream(config);
+    add_audio_stream(config, source.stream());
     copy_tags(&format_->metadata, source);
     const bool has_extras = output_.is_temporary();
     if (has_extras) {
-        add_pictures(source);
-        copy_chapters(*format_, source);
+        add_pictures(source.container());
+        copy_chapters(*format_, source.container());
     }
     write_header();
-    if (has_extras) write_pictures(source);
+    if (has_extras) write_pictures(source.container());
 }
 
 void Mp4Muxer::open_output() {
@@ -105,7 +114,7 @@ void Mp4Muxer::open_output() {
     format->pb = io_.get();
 }
 
-void Mp4Muxer::add_audio_stream(const EncoderConfig &config) {
+void Mp4Muxer::add_audio_stream(const EncoderConfig &config, const AVStream &source) {
     AVStream *stream = avformat_new_stream(format_.get(), nullptr);
     if (stream == nullptr) throw std::bad_alloc();
     AVCodecParameters &parameters = *stream->codecpar;
@@ -119,6 +128,8 @@ void Mp4Muxer::add_audio_stream(const EncoderConfig &config) {
     parameters.initial_padding = TAVIK_FRAME_LENGTH;
     av_channel_layout_default(&parameters.ch_layout, static_cast<int>(channel_count(config)));
     stream->time_base = {1, parameters.sample_rate};
+    const AVDictionaryEntry *language = av_dict_get(source.metadata, "language", nullptr, 0);
+    if (language != nullptr) av_dict_set(&stream->metadata, "language", language->value, 0);
 }
 
 void Mp4Muxer::add_pictures(const AVFormatContext &source) {

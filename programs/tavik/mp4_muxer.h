@@ -6,11 +6,16 @@
 #include <cstdint>
 #include <exception>
 #include <span>
+#include <string>
 
+#include "audio_decoder.h"
 #include "ffmpeg_handles.h"
 #include "output_file.h"
 
 namespace tavik {
+
+// An MP4 file that this program has made before, by its tags.
+bool is_made_by_tavik(const std::string &path);
 
 // Writes frames, the first of them the priming frame, into an MP4 file with the tags, cover pictures and chapters of
 // the source; what cannot be gone back over, such as a pipe, becomes a fragmented MP4 stream without pictures and
@@ -18,7 +23,7 @@ namespace tavik {
 class Mp4Muxer {
  public:
     // Keeps a reference to `output`.
-    Mp4Muxer(OutputFile &output, const EncoderConfig &config, const AVFormatContext &source);
+    Mp4Muxer(OutputFile &output, const EncoderConfig &config, const AudioDecoder &source);
     Mp4Muxer(const Mp4Muxer &) = delete;
     Mp4Muxer &operator=(const Mp4Muxer &) = delete;
     ~Mp4Muxer() = default;
@@ -30,7 +35,7 @@ class Mp4Muxer {
 
  private:
     void open_output();
-    void add_audio_stream(const EncoderConfig &config);
+    void add_audio_stream(const EncoderConfig &config, const AVStream &source);
     void add_pictures(const AVFormatContext &source);
     void write_header();
     void write_pictures(const AVFormatContext &source);

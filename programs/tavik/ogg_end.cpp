@@ -19,7 +19,7 @@ constexpr size_t segment_count_at = 26;
 
 }  // namespace
 
-bool has_ogg_end(const std::string &path) {
+bool lacks_ogg_end(const std::string &path) {
     std::ifstream file(path, std::ios::binary | std::ios::ate);
     const std::streamoff size = file.tellg();
     if (size < 0) return false;
@@ -28,14 +28,15 @@ bool has_ogg_end(const std::string &path) {
     file.read(tail.data(), static_cast<std::streamsize>(tail.size()));
 
     const size_t start = tail.rfind(capture_pattern);
-    if (!file || start == std::string::npos) return false;
+    if (!file) return false;
+    if (start == std::string::npos) return true;
     const std::vector<uint8_t> page(tail.begin() + static_cast<std::ptrdiff_t>(start), tail.end());
-    if (page.size() <= segment_count_at) return false;
+    if (page.size() <= segment_count_at) return true;
     const size_t segments_at = segment_count_at + 1 + page[segment_count_at];
-    if (page.size() < segments_at) return false;
+    if (page.size() < segments_at) return true;
     const size_t bytes = std::accumulate(page.begin() + segment_count_at + 1,
                                          page.begin() + static_cast<std::ptrdiff_t>(segments_at), segments_at);
-    return page.size() >= bytes && (page[flags_at] & end_of_stream) != 0;
+    return page.size() < bytes || (page[flags_at] & end_of_stream) == 0;
 }
 
 }  // namespace tavik

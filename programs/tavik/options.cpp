@@ -8,6 +8,7 @@
 
 #include "file_names.h"
 #include "program_error.h"
+#include "stream_encoder.h"
 
 namespace tavik {
 namespace {
@@ -86,11 +87,6 @@ std::vector<std::string> supported_rate_texts() {
     texts.reserve(std::size(supported_rates));
     for (const uint32_t rate : supported_rates) texts.push_back(std::to_string(rate));
     return texts;
-}
-
-std::string version_text(uint32_t version) {
-    return std::to_string(version >> 28) + "." + std::to_string(version >> 16 & 0xFFF) + "." +
-           std::to_string(version & 0xFFFF);
 }
 
 // Validators of CLI11's kind: an empty string accepts the text.
@@ -214,6 +210,14 @@ void add_general_options(CLI::App &app, Options &options) {
     app.set_help_flag("-h,--help", "Print this text")->group(group);
 }
 
+// Replaces the names that the system has for a standard stream.
+std::string plain_name(const std::string &path, const char *name, char descriptor) {
+    const std::string number(1, descriptor);
+    const bool is_stream =
+        path == std::string("/dev/") + name || path == "/dev/fd/" + number || path == "/proc/self/fd/" + number;
+    return is_stream ? standard_stream : path;
+}
+
 // An unknown argument goes first: often it is the reason why another one is missing.
 ProgramError usage_error(const CLI::App &app, const CLI::ParseError &error) {
     for (const std::string &argument : app.remaining()) {
@@ -266,6 +270,8 @@ std::optional<Options> parse_options(int argc, const char *const *argv) {
     add_general_options(app, options);
     if (!parse(app, argc, argv)) return std::nullopt;
 
+    for (std::string &input : options.inputs) input = plain_name(input, "stdin", '0');
+    if (options.output) options.output = plain_name(*options.output, "stdout", '1');
     options.bit_rate = to_bit_rate(texts.bit_rate);
     if (!texts.mode.empty()) options.mode = mode_names().at(texts.mode);
     if (!texts.pcm.empty()) options.pcm = to_pcm_format(texts.pcm);

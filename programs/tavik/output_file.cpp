@@ -15,6 +15,7 @@
 
 #include "interruption.h"
 #include "program_error.h"
+#include "waiting.h"
 
 namespace tavik {
 namespace {
@@ -122,7 +123,7 @@ void OutputFile::create_temporary(unsigned permissions) {
 void OutputFile::write(std::span<const uint8_t> bytes) {
     while (!bytes.empty()) {
         const ssize_t written = ::write(descriptor_, bytes.data(), bytes.size());
-        if (written < 0 && errno == EINTR) continue;
+        if (written < 0 && can_go_on(descriptor_, POLLOUT)) continue;
         if (written < 0) fail("cannot write");
         bytes = bytes.subspan(static_cast<size_t>(written));
         position_ += static_cast<uint64_t>(written);

@@ -9,22 +9,19 @@ namespace tavik {
 // Exit statuses of the program. An interruption by signal N exits with 128 + N.
 enum class ExitCode : int { ok = 0, some_failed = 1, usage = 2, input = 3, output = 4, internal = 70 };
 
-// The reason why a piece of work cannot be done: what() names the file or option, problem() says what is wrong with it.
+// The reason why a piece of work cannot be done: what() names the file or option and what is wrong with it.
 class ProgramError : public std::runtime_error {
  public:
     ProgramError(ExitCode exit_code, const std::string &subject, const std::string &problem)
-        : std::runtime_error(subject + ": " + problem), exit_code_(exit_code), problem_(problem) {}
+        : ProgramError(exit_code, subject + ": " + problem) {}
 
     // For a message that names its subject already.
-    ProgramError(ExitCode exit_code, const std::string &message)
-        : std::runtime_error(message), exit_code_(exit_code), problem_(message) {}
+    ProgramError(ExitCode exit_code, const std::string &message) : std::runtime_error(message), exit_code_(exit_code) {}
 
     ExitCode exit_code() const { return exit_code_; }
-    const std::string &problem() const { return problem_; }
 
  private:
     ExitCode exit_code_;
-    std::string problem_;
 };
 
 }  // namespace tavik

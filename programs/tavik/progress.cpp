@@ -46,7 +46,7 @@ void Progress::update(size_t job, const FileProgress &progress) {
     }
     if (style_ == Style::bar && now >= next_bar_) {
         next_bar_ = now + bar_interval;
-        show_bar();
+        console_.show_progress(bar_text());
     }
 }
 
@@ -54,8 +54,6 @@ void Progress::finish(size_t job) {
     const std::lock_guard lock(mutex_);
     states_[job].is_finished = true;
 }
-
-void Progress::show_bar() { console_.show_progress(bar_text()); }
 
 std::string Progress::bar_text() const {
     double seconds = 0;

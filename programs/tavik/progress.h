@@ -35,7 +35,6 @@ class Progress {
         Clock::time_point next_json;
     };
 
-    void show_bar();
     std::string bar_text() const;
 
     std::mutex mutex_;

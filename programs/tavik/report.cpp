@@ -49,8 +49,8 @@ std::string names_text(const Job &job) { return input_name(job.input) + " -> " +
 
 Json event(const char *name, const Job &job) { return {{"event", name}, {"input", job.input}, {"output", job.output}}; }
 
-// Bytes of a file name that are no UTF-8 are replaced, since JSON has no place for them.
-std::string to_line(const Json &json) { return json.dump(-1, ' ', false, Json::error_handler_t::replace); }
+// In ASCII, with escapes. Bytes of a file name that are no UTF-8 are replaced, since JSON has no place for them.
+std::string to_line(const Json &json) { return json.dump(-1, ' ', true, Json::error_handler_t::replace); }
 
 // Fractions of a second beyond the microsecond are noise.
 double rounded(double seconds) { return std::round(seconds * 1e6) / 1e6; }
@@ -76,7 +76,7 @@ std::string encoded_text(const Job &job, const EncodedFile &file) {
     return text + (file.verified ? ", verified" : "");
 }
 
-std::string skipped_text(const Job &job) { return names_text(job) + ": skipped, exists already"; }
+std::string skipped_text(const Job &job) { return names_text(job) + ": skipped, " + job.skip_reason; }
 
 std::string damage_text(const Job &job, const std::string &damage) {
     return fmt::format("{}: warning: {}; encoded what could be decoded", input_name(job.input), damage);
@@ -117,7 +117,7 @@ std::string encoded_json(const Job &job, const EncodedFile &file) {
 
 std::string skipped_json(const Job &job) {
     Json json = event("skipped", job);
-    json["reason"] = "exists already";
+    json["reason"] = job.skip_reason;
     return to_line(json);
 }
 

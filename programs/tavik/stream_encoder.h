@@ -6,13 +6,17 @@
 #include <array>
 #include <cstdint>
 #include <span>
+#include <string>
 
 namespace tavik {
+
+// Such as 3.0.0, of a number as TAVIK_get_version() returns it.
+std::string version_text(uint32_t version);
 
 // One run of the library's encoder, from the first samples to the last frame.
 class StreamEncoder {
  public:
-    // Throws ProgramError when the library refuses the configuration.
+    // The configuration has been checked.
     explicit StreamEncoder(const EncoderConfig &config);
     StreamEncoder(const StreamEncoder &) = delete;
     StreamEncoder &operator=(const StreamEncoder &) = delete;

@@ -2,6 +2,10 @@
 // sizes that their frames had.
 #include "verification.h"
 
+extern "C" {
+#include <libavutil/adler32.h>
+}
+
 #include <fmt/format.h>
 
 #include <fstream>
@@ -26,7 +30,7 @@ int check(int result) {
 
 // What the decoder made of the output.
 struct Decoded {
-    std::vector<uint16_t> frame_sizes;
+    std::vector<FrameMark> marks;
     uint64_t samples = 0;          // per channel
     int64_t declared_samples = 0;  // what an MP4 file says that is to be played
 };
@@ -46,7 +50,6 @@ class Checker {
 
     // Decodes a packet, or with nullptr what is left in the end.
     void decode(const AVPacket *packet) {
-        if (packet != nullptr) decoded_.frame_sizes.push_back(static_cast<uint16_t>(packet->size));
         check(avcodec_send_packet(codec_.get(), packet));
         while (avcodec_receive_frame(codec_.get(), frame_.get()) >= 0) take_frame();
         if (const std::string error = take_ffmpeg_log().first_error; !error.empty()) fail(error);
@@ -74,49 +77,59 @@ Decoded decode_container(const std::string &path, const EncoderConfig &config) {
     check(avformat_find_stream_info(opened, nullptr));
     const int index = check(av_find_best_stream(opened, AVMEDIA_TYPE_AUDIO, -1, -1, nullptr, 0));
     Checker checker(*opened->streams[index]->codecpar, opened->streams[index]->time_base, config);
+    std::vector<FrameMark> marks;
     const auto packet = own(av_packet_alloc());
     for (;;) {
         const int result = av_read_frame(opened, packet.get());
         if (result == AVERROR_EOF) break;
         check(result);
-        if (packet->stream_index == index) checker.decode(packet.get());
+        if (packet->stream_index == index) {
+            marks.push_back(mark_of({packet->data, static_cast<size_t>(packet->size)}));
+            checker.decode(packet.get());
+        }
         av_packet_unref(packet.get());
     }
     checker.decode(nullptr);
     Decoded decoded = checker.decoded();
+    decoded.marks = std::move(marks);
     decoded.declared_samples = opened->streams[index]->duration;
     return decoded;
 }
 
+// Without a container: one frame after the other, the header of the stream in front of the first.
 Decoded decode_frames(const std::string &path, const EncoderConfig &config, size_t header_bytes,
-                      std::span<const uint16_t> frame_sizes) {
+                      std::span<const FrameMark> expected) {
     const auto parameters = own(avcodec_parameters_alloc());
     parameters->codec_type = AVMEDIA_TYPE_AUDIO;
     parameters->codec_id = AV_CODEC_ID_AAC;
     set_extradata(*parameters, audio_specific_config(config));
+
     Checker checker(*parameters, {1, static_cast<int>(config.sample_rate)}, config);
+    std::vector<FrameMark> marks;
     std::ifstream file(path, std::ios::binary);
-    file.ignore(static_cast<std::streamsize>(header_bytes));
-    const auto packet = own(av_packet_alloc());
-    size_t header = header_bytes;  // counts as part of the first frame
-    for (const uint16_t size : frame_sizes) {
-        check(av_new_packet(packet.get(), static_cast<int>(size - std::exchange(header, 0))));
-        file.read(reinterpret_cast<char *>(packet->data), packet->size);  // NOLINT(*-reinterpret-cast): bytes
+    size_t header = header_bytes;
+    for (const FrameMark &mark : expected) {
+        std::vector<uint8_t> frame(mark.size);
+        file.read(reinterpret_cast<char *>(frame.data()), mark.size);  // NOLINT(*-reinterpret-cast): bytes
         if (!file) fail("the file is too short");
+        marks.push_back(mark_of(frame));
+        const auto block = std::span(frame).subspan(std::exchange(header, 0));
+        const auto packet = own(av_packet_alloc());
+        check(av_new_packet(packet.get(), static_cast<int>(block.size())));
+        std::ranges::copy(block, packet->data);
         checker.decode(packet.get());
-        av_packet_unref(packet.get());
     }
     if (file.peek() != std::ifstream::traits_type::eof()) fail("the file is too long");
     checker.decode(nullptr);
     Decoded decoded = checker.decoded();
-    if (!decoded.frame_sizes.empty()) decoded.frame_sizes[0] += static_cast<uint16_t>(header_bytes);
+    decoded.marks = std::move(marks);
     return decoded;
 }
 
-Decoded decode(const std::string &path, const EncodedFile &file, std::span<const uint16_t> frame_sizes) {
+Decoded decode(const std::string &path, const EncodedFile &file, std::span<const FrameMark> marks) {
     switch (file.format) {
-        case Format::raw_frames: return decode_frames(path, file.config, 0, frame_sizes);
-        case Format::adif: return decode_frames(path, file.config, adif_header_bytes(file.config), frame_sizes);
+        case Format::raw_frames: return decode_frames(path, file.config, 0, marks);
+        case Format::adif: return decode_frames(path, file.config, adif_header_bytes(file.config), marks);
         default: return decode_container(path, file.config);
     }
 }
@@ -125,10 +138,12 @@ void require_samples(uint64_t actual, uint64_t expected) {
     if (actual != expected) fail(fmt::format("{} samples instead of {}", actual, expected));
 }
 
-void compare(const Decoded &decoded, const EncodedFile &expected, std::span<const uint16_t> frame_sizes) {
-    if (!std::ranges::equal(decoded.frame_sizes, frame_sizes)) {
-        fail(fmt::format("{} frames instead of {}, or of other sizes", decoded.frame_sizes.size(), frame_sizes.size()));
+void compare(const Decoded &decoded, const EncodedFile &expected, std::span<const FrameMark> marks) {
+    if (decoded.marks.size() != marks.size()) {
+        fail(fmt::format("{} frames instead of {}", decoded.marks.size(), marks.size()));
     }
+    const auto difference = std::ranges::mismatch(decoded.marks, marks).in1 - decoded.marks.begin();
+    if (difference < std::ssize(marks)) fail(fmt::format("frame {} differs", difference));
     if (expected.format != Format::m4a) {
         require_samples(decoded.samples, expected.frames * TAVIK_FRAME_LENGTH);
         return;
@@ -141,10 +156,15 @@ void compare(const Decoded &decoded, const EncodedFile &expected, std::span<cons
 
 }  // namespace
 
-void verify(const OutputFile &output, const EncodedFile &expected, std::span<const uint16_t> frame_sizes) {
+FrameMark mark_of(std::span<const uint8_t> frame) {
+    const auto checksum = static_cast<uint32_t>(av_adler32_update(1, frame.data(), frame.size()));
+    return {static_cast<uint32_t>(frame.size()), checksum};
+}
+
+void verify(const OutputFile &output, const EncodedFile &expected, std::span<const FrameMark> marks) {
     take_ffmpeg_log();
     try {
-        compare(decode(output.written_path(), expected, frame_sizes), expected, frame_sizes);
+        compare(decode(output.written_path(), expected, marks), expected, marks);
     } catch (const std::runtime_error &difference) {
         throw ProgramError(ExitCode::output, output.name(), std::string("verification failed: ") + difference.what());
     }

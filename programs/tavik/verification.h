@@ -9,9 +9,19 @@
 
 namespace tavik {
 
-// Decodes the output, which is complete but still has its temporary name, and compares its rate, channels, number of
-// frames and length with what was encoded. Throws ProgramError with ExitCode::output when anything differs, the decoder
-// complains or the output cannot be read back. frame_sizes: bytes of each frame, headers included.
-void verify(const OutputFile &output, const EncodedFile &expected, std::span<const uint16_t> frame_sizes);
+// What identifies a frame, headers included.
+struct FrameMark {
+    uint32_t size;      // bytes
+    uint32_t checksum;  // Adler-32 (RFC 1950)
+
+    bool operator==(const FrameMark &) const = default;
+};
+
+FrameMark mark_of(std::span<const uint8_t> frame);
+
+// Decodes the output, which is complete but still has its temporary name, and compares its rate, channels, frames and
+// length with what was encoded. Throws ProgramError with ExitCode::output when anything differs, the decoder complains
+// or the output cannot be read back. marks: of all frames.
+void verify(const OutputFile &output, const EncodedFile &expected, std::span<const FrameMark> marks);
 
 }  // namespace tavik

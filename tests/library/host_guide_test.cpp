@@ -123,7 +123,7 @@ std::size_t place_of_peak(const std::vector<float> &samples) {
 TEST(HostGuide, StreamsAreWhatAnyOtherHostGets) {
     for (std::uint32_t priming = 0; priming < 2; ++priming) {
         const EncoderConfig config = raw_config(44100, TAVIK_MODE_STEREO, priming);
-        for (const std::size_t samples : {0, 1, 1024, 2048, 5000}) {
+        for (const std::size_t samples : std::initializer_list<std::size_t>{0, 1, 1024, 2048, 5000}) {
             const auto pcm = make_signal(SignalKind::music, 2, samples, 44100, 1);
             const std::size_t inputs = (samples + frame_length - 1) / frame_length;
             const Host host = encode(config, pcm);

@@ -105,6 +105,12 @@ def test_damaged_input(tavik, sound, kind, name, piped):
     tavik.refuse(3, kind, source, "-o", "out.m4a", "--strict", data=data)
 
 
+def test_what_follows_the_audio_is_no_damage(tavik, sound):
+    for name, tag in (("x.flac", b"TAG".ljust(128, b"\0")), ("x.mp3", bytes(5000)), ("x.mp3", b"LYRICSBEGIN" * 99)):
+        Path(name).write_bytes(sound(name, NOISE, 44100, 441000).read_bytes() + tag)
+        tavik.encode(name, "--strict", "-f")
+
+
 def has_namespaces():
     return subprocess.run(["unshare", "-rm", "true"], capture_output=True, check=False).returncode == 0
 

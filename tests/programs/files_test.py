@@ -4,7 +4,7 @@ import shutil
 from pathlib import Path
 
 import pytest
-from conftest import NOISE, PATIENCE, feed, snapshot, wait_until
+from conftest import NOISE, PATIENCE, feed, probe, snapshot, wait_until
 
 
 def names(directory="."):
@@ -60,6 +60,18 @@ def test_second_run_over_a_directory(tavik, music):
     assert run.out[-1].startswith("2 files: 0 encoded, 2 skipped; ")
     assert len(tavik.encode("music", "-f").out) == 3
     assert snapshot() == before
+
+
+def test_originals_with_the_extension_of_outputs(tavik, music, sound):
+    """Files that tavik has not made are inputs as any others, also where they are not encoded."""
+    shutil.copy(sound("alac.m4a", NOISE, 44100, 50000, "-c:a", "alac"), "music/a.m4a")
+    run = tavik.run("music", "-f")
+    assert run.status == 1 and "tavik: music/a.m4a: is an input file" in run.err
+    assert "music/a.m4a -> music/a.m4a: skipped, would be its own output" in run.out
+    assert probe("music/a.m4a", "stream=codec_name") == ["codec_name=alac"]
+    run = tavik.run("music", "-o", "new")
+    assert run.err == ["tavik: new/a.m4a: is already the output for music/a.m4a"]
+    assert names("new") == ["a.m4a", "sub/b.m4a"]
 
 
 @pytest.mark.parametrize("jobs", ["1", "4"])

@@ -1,13 +1,16 @@
 """Lines, JSON and the progress bar; live streams."""
+import itertools
 import json
 import os
 import pty
 import re
 import select
+import struct
 import subprocess
 import time
 from pathlib import Path
 
+import numpy
 import pytest
 from conftest import NOISE, PATIENCE, decode, feed, ffmpeg, levels, probe
 
@@ -135,6 +138,60 @@ def test_standard_input_of_unknown_length(tavik, sound, options):
     assert run.out[0].startswith("standard input -> x.m4a: ")
     rate, samples = decode("x.m4a")
     assert rate == 44100 and 132300 <= len(samples) <= 132300 + 2304 and -10 <= levels(samples)[0] <= -9
+
+
+def chunk(name, data, size=None):
+    return name + struct.pack("<I", len(data) if size is None else size) + data + b"\0" * (len(data) % 2)
+
+
+def format_chunk(tag=1, channels=2, bits=16, extension=b""):
+    return chunk(b"fmt ", struct.pack("<HHIIHH", tag, channels, 44100, 44100 * channels * bits // 8, channels * bits // 8,
+                                      bits) + extension)
+
+
+# Quadraphonic, left and right at the side: mixed otherwise than without the mask of loudspeakers.
+EXTENSION = struct.pack("<HHIH", 22, 16, 0x603, 1) + bytes.fromhex("000000001000800000aa00389b71")
+SAMPLES = numpy.random.default_rng(1).integers(-9999, 9999, 40000, "<i2").tobytes()
+
+
+@pytest.mark.parametrize("chunks", [
+    format_chunk() + chunk(b"data", SAMPLES),
+    format_chunk() + chunk(b"data", SAMPLES) + chunk(b"LIST", b"INFO" + SAMPLES[:2001]),
+    chunk(b"JUNK", bytes(4093)) + format_chunk() + chunk(b"data", SAMPLES),
+    format_chunk() + chunk(b"id3 ", b"x" * 70000) + chunk(b"data", SAMPLES),
+    format_chunk(0xFFFE, 4, 16, EXTENSION) + chunk(b"data", SAMPLES),
+    format_chunk(6, 2, 8) + chunk(b"data", SAMPLES),
+    *[format_chunk() + chunk(b"data", SAMPLES, size) for size in (0, 0x7FFFFFDB, 0x80000000, 0xFFFFFFFF)],
+], ids=itertools.count())
+def test_wav_headers_mean_the_same_in_files_and_pipes(tavik, chunks):
+    data = b"RIFF" + struct.pack("<I", 0x7FFFFFFF) + b"WAVE" + chunks
+    Path("x.wav").write_bytes(data)
+    tavik.encode("x.wav", "--strict")
+    tavik.encode("-", "-o", "piped.m4a", "--strict", data=data)
+    assert Path("piped.m4a").read_bytes() == Path("x.m4a").read_bytes()
+
+
+@pytest.mark.parametrize("chunks", [
+    chunk(b"fmt ", b"", 0xFFFFFFFF), format_chunk(), format_chunk() + b"da", chunk(b"data", SAMPLES),
+], ids=itertools.count())
+def test_wav_headers_that_are_none(tavik, chunks):
+    tavik.refuse(3, "standard input: ", "-", "-o", "x.m4a", data=b"RIFF\xff\xff\xff\xffWAVE" + chunks)
+
+
+def test_standard_input_begins_where_it_stands(tavik, sound):
+    data = sound().read_bytes()
+    Path("x.wav").write_bytes(b"something else" + data)
+    for flags in (0, os.O_NONBLOCK):
+        source = os.open("x.wav", os.O_RDONLY)
+        os.lseek(source, 14, os.SEEK_SET)
+        if flags:
+            feed("pipe", [data[:1000], data[1000:]])
+            source = os.open("pipe", os.O_RDONLY | flags)
+            select.select([source], [], [], PATIENCE)
+        process = tavik.start("-", "-o", "x.m4a", "-f", "--strict", stdin=source)
+        os.close(source)
+        assert process.communicate(timeout=PATIENCE)[1] == b"" and process.returncode == 0
+        assert probe("x.m4a", "stream=duration_ts") == ["duration_ts=132300"]
 
 
 def test_memory_does_not_grow_with_the_input(tavik, sound):
