@@ -5,6 +5,8 @@
 
 #include <array>
 #include <csignal>
+#include <cstdlib>
+#include <exception>
 #include <set>
 #include <string_view>
 #include <thread>
@@ -43,11 +45,23 @@ sigset_t interruption_set() {
     return set;
 }
 
+void remove_temporary_files() {
+    for (const std::string &path : temporary_files().paths) ::unlink(path.c_str());
+}
+
+// When no way is left to report an error, such as memory that runs out once more while one is reported.
+[[noreturn]] void abandon_program() {
+    // Perhaps this very thread has it already.
+    std::ignore = temporary_files().mutex.try_lock();
+    remove_temporary_files();
+    std::abort();
+}
+
 // The lock is not given back: nothing can make another file between the removal and the end. Writing a message may
 // block, so that a second signal has its usual effect by then.
 [[noreturn]] void end_program(const sigset_t &set, int signal_number) {
     hold_interruptions().release();
-    for (const std::string &path : temporary_files().paths) ::unlink(path.c_str());
+    remove_temporary_files();
     pthread_sigmask(SIG_UNBLOCK, &set, nullptr);
     constexpr std::string_view clear_line = "\r\033[K";
     constexpr std::string_view message = "tavik: interrupted\n";
@@ -63,6 +77,7 @@ void watch_for_interruptions() {
     const sigset_t set = interruption_set();
     pthread_sigmask(SIG_BLOCK, &set, nullptr);
     temporary_files();
+    std::set_terminate(abandon_program);
     std::thread([set] {
         int signal_number = 0;
         if (sigwait(&set, &signal_number) == 0) end_program(set, signal_number);
