@@ -202,7 +202,8 @@ void check_outputs(std::vector<Job> &jobs, const Options &options) {
         if (output && inputs.contains(*output)) {
             job.problem = ProgramError(ExitCode::output, output_name(job.output), "is an input file");
         } else if (!is_new) {
-            job.problem = ProgramError(ExitCode::output, job.output, "is already the output for " + earlier->second);
+            job.problem =
+                ProgramError(ExitCode::output, job.input, job.output + " is already the output for " + earlier->second);
         } else if (output && !options.replace && job.output != standard_stream) {
             job.problem = ProgramError(ExitCode::output, job.output, "exists already (-f replaces it)");
         }

@@ -70,7 +70,7 @@ def test_originals_with_the_extension_of_outputs(tavik, music, sound):
     assert "music/a.m4a -> music/a.m4a: skipped, would be its own output" in run.out
     assert probe("music/a.m4a", "stream=codec_name") == ["codec_name=alac"]
     run = tavik.run("music", "-o", "new")
-    assert run.err == ["tavik: new/a.m4a: is already the output for music/a.m4a"]
+    assert run.err == ["tavik: music/a.wav: new/a.m4a is already the output for music/a.m4a"]
     assert names("new") == ["a.m4a", "sub/b.m4a"]
 
 
