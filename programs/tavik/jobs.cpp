@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cctype>
 #include <filesystem>
 #include <map>
 #include <set>
@@ -42,6 +43,14 @@ const char *extension_of(Format format) {
         case Format::raw_frames: return ".raw";
         default: return ".m4a";
     }
+}
+
+// In place of the extension that there is, which "2. Allegro" has none.
+fs::path with_extension(fs::path path, const char *extension) {
+    const std::string present = path.extension();
+    const bool is_extension = std::all_of(present.begin() + (present.empty() ? 0 : 1), present.end(),
+                                          [](unsigned char c) { return std::isalnum(c) != 0; });
+    return is_extension ? path.replace_extension(extension) : path += extension;
 }
 
 Format format_by_name(const fs::path &output) {
@@ -147,7 +156,7 @@ Job make_job(const Found &found, const Options &options, bool into_directory) {
         throw ProgramError(ExitCode::usage, "--output", "must name a file for standard input");
     } else {
         const fs::path place = into_directory ? *options.output / found.place : fs::path(found.path);
-        job.output = fs::path(place).replace_extension(extension_of(job.format));
+        job.output = with_extension(place, extension_of(job.format));
     }
     if (found.error) job.problem = ProgramError(ExitCode::input, found.path, found.error.message());
     std::error_code no_size;
@@ -163,22 +172,24 @@ std::string key_of(const std::string &path) {
     return error ? path : canonical.string();
 }
 
-// Of the inputs found in a directory, takes out what an earlier run has made: files with the extension of the format
-// that are their own outputs, or that this program has made of another input. Notes what is no work of this program.
+// An input found in a directory with the extension of the format is what an earlier run has made there.
+bool is_earlier_result(const Job &job, bool is_own_output, bool has_source) {
+    if (job.format == Format::m4a) return (is_own_output || has_source) && is_made_by_tavik(job.input);
+    return is_own_output;  // streams without tags do not tell where they come from
+}
+
+// Takes out what earlier runs have made, and skips what has the place of its own output but comes from elsewhere.
 void sort_out_results(std::vector<Job> &jobs, const std::vector<Found> &found) {
     std::map<std::string, int> claims;  // to each output
     for (const Job &job : jobs) ++claims[key_of(job.output)];
     std::vector<Job> kept;
     for (size_t i = 0; i < jobs.size(); ++i) {
         Job &job = jobs[i];
-        const bool may_be_result = found[i].by_search && lower_case_extension(job.input) == extension_of(job.format);
-        const bool is_own_output = may_be_result && input_identity(job) == output_identity(job);
-        const bool has_source = may_be_result && claims[key_of(job.output)] > 1;
-        const bool is_ours = (is_own_output || has_source) && job.format == Format::m4a && is_made_by_tavik(job.input);
-        // Streams without tags do not tell where they come from.
-        const bool is_result = is_own_output ? is_ours || job.format != Format::m4a : has_source && is_ours;
-        if (is_result) continue;
-        if (is_own_output) job.skip_reason = "would be its own output";
+        if (found[i].by_search && lower_case_extension(job.input) == extension_of(job.format)) {
+            const bool is_own_output = input_identity(job) == output_identity(job);
+            if (is_earlier_result(job, is_own_output, claims[key_of(job.output)] > 1)) continue;
+            if (is_own_output) job.skip_reason = "would be its own output";
+        }
         kept.push_back(std::move(job));
     }
     jobs = std::move(kept);
