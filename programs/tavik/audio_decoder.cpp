@@ -66,7 +66,8 @@ AudioDecoder::AudioDecoder(std::string path, std::optional<PcmFormat> pcm)
     const std::vector<int64_t> declared = declared_durations(*format_);
     find_stream_information();
     open_codec();
-    open_ended_ = open_ended_ || take_ffmpeg_log().open_ended_file || pcm || (stream_ && !stream_->is_seekable());
+    const bool is_pipe = stream_ && !stream_->is_seekable();
+    if (take_ffmpeg_log().open_ended_file || pcm || is_pipe) open_ended_ = true;
     const auto index = static_cast<size_t>(stream_index_);
     if (!declared_seconds_ && index < declared.size() && declared[index] > 0) {
         declared_seconds_ = static_cast<double>(declared[index]) * av_q2d(stream().time_base);
@@ -85,7 +86,7 @@ void AudioDecoder::check_file() const {
 void AudioDecoder::open_stream(std::optional<PcmFormat> &pcm) {
     stream_.emplace(path_, !pcm);
     const std::optional<WavHeader> &header = stream_->wav_header();
-    if (!header) return;
+    if (!header || stream_->is_seekable()) return;
     pcm = header->format;
     note_wav_length(*header);
 }
@@ -136,7 +137,8 @@ void AudioDecoder::check_end() {
     const std::string_view name = format_->iformat->name;
     if (name == "ogg") is_cut_off_ = lacks_ogg_end(path);
     if (name == "wav") {
-        if (const auto header = wav_header_of(path)) note_wav_length(*header);
+        const std::optional<WavHeader> header = stream_ ? stream_->wav_header() : wav_header_of(path);
+        if (header) note_wav_length(*header);
     }
 }
 

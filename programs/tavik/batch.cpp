@@ -17,7 +17,7 @@
 namespace tavik {
 namespace {
 
-// The text reports that this run prints.
+// What this run prints about each file.
 enum class Reports { none, text, json };
 
 Reports choose_reports(const Options &options) {

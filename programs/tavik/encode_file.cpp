@@ -31,6 +31,14 @@ void make_directories(const std::string &output) {
     if (error) throw ProgramError(ExitCode::output, output, "cannot make its directory: " + error.message());
 }
 
+EncoderConfig make_config_for(const Job &job, const Options &options, AudioFormat source) {
+    try {
+        return make_config(options, job.format, source);
+    } catch (const ProgramError &error) {
+        throw ProgramError(error.exit_code(), input_name(job.input), error.what());
+    }
+}
+
 // What the stages of one file share.
 struct Work {
     AudioReader &reader;
@@ -62,7 +70,7 @@ EncodedFile encode_opened(const Options &options, const Job &job, AudioReader &r
     EncodedFile result;
     result.format = job.format;
     result.source = reader.source();
-    result.config = make_config(options, job.format, result.source);
+    result.config = make_config_for(job, options, result.source);
     StreamEncoder encoder(result.config);
 
     // The output is not touched before the input has shown that there is something to write.

@@ -1,4 +1,5 @@
-// The work on one file: input, encoder and output joined, one frame at a time, so that memory does not grow.
+// The work on one file: input, encoder and output joined, one frame at a time, so that memory does not grow, but for
+// the index of MP4 files.
 #pragma once
 
 #include <algorithm>

@@ -42,14 +42,6 @@ uint32_t header_type(Format format) {
     }
 }
 
-// Only headers have a place for these.
-void refuse_header_contents(const Options &options, Format format) {
-    const bool has_header = format == Format::adts || format == Format::adif;
-    if (has_header || (!options.home && !options.original && !options.copyright_id)) return;
-    const char *option = options.home ? "--home" : options.original ? "--original" : "--copyright-id";
-    throw ProgramError(ExitCode::usage, option, "needs --adts or --adif");
-}
-
 }  // namespace
 
 uint32_t channel_count(const EncoderConfig &config) { return config.channel_mode == TAVIK_MODE_MONO ? 1 : 2; }
@@ -66,7 +58,6 @@ uint32_t default_bit_rate(uint32_t rate) {
 
 EncoderConfig make_config(const Options &options, Format format, AudioFormat source) {
     const ChannelMode mode = options.mode.value_or(source.channels == 1 ? ChannelMode::mono : ChannelMode::stereo);
-    refuse_header_contents(options, format);
     EncoderConfig config{};
     config.channel_mode = static_cast<uint32_t>(mode);
     config.sample_rate = options.rate.value_or(choose_rate(source.rate));

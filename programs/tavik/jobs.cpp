@@ -36,15 +36,6 @@ std::string lower_case_extension(const fs::path &path) {
     return extension;
 }
 
-const char *extension_of(Format format) {
-    switch (format) {
-        case Format::adts: return ".aac";
-        case Format::adif: return ".adif";
-        case Format::raw_frames: return ".raw";
-        default: return ".m4a";
-    }
-}
-
 // In place of the extension that there is, which "2. Allegro" has none.
 fs::path with_extension(fs::path path, const char *extension) {
     const std::string present = path.extension();
@@ -79,7 +70,7 @@ struct Found {
     std::string path;
     fs::path place;
     bool by_search = false;  // found in a directory, not named by the user
-    std::error_code error;   // of a directory that cannot be read
+    std::string problem;     // of a directory
 };
 
 // Adds all audio files below a directory, without hidden files and directories and those below `outputs`, if that is a
@@ -91,7 +82,7 @@ void search(const fs::path &directory, const fs::path &place, const std::string 
     for (fs::directory_iterator entry(directory, error), end; !error && entry != end; entry.increment(error)) {
         if (!entry->path().filename().string().starts_with('.')) entries.push_back(*entry);
     }
-    if (error) found.push_back({directory, place, true, error});
+    if (error) found.push_back({directory, place, true, error.message()});
     std::ranges::sort(entries);
     for (const fs::directory_entry &entry : entries) {
         const fs::path &path = entry.path();
@@ -122,7 +113,7 @@ std::vector<Found> find_inputs(const Options &options) {
         const fs::path place = options.inputs.size() == 1 ? fs::path() : own_name(input);
         std::vector<Found> found;
         search(input, place, options.output.value_or(""), found);
-        if (found.empty()) throw ProgramError(ExitCode::input, input, "no audio files in this directory");
+        if (found.empty()) found.push_back({input, place, true, "no audio files in this directory"});
         all.insert(all.end(), found.begin(), found.end());
     }
     return all;
@@ -156,9 +147,9 @@ Job make_job(const Found &found, const Options &options, bool into_directory) {
         throw ProgramError(ExitCode::usage, "--output", "must name a file for standard input");
     } else {
         const fs::path place = into_directory ? *options.output / found.place : fs::path(found.path);
-        job.output = with_extension(place, extension_of(job.format));
+        job.output = with_extension(place, names_of(job.format).extension);
     }
-    if (found.error) job.problem = ProgramError(ExitCode::input, found.path, found.error.message());
+    if (!found.problem.empty()) job.problem = ProgramError(ExitCode::input, found.path, found.problem);
     std::error_code no_size;
     const uint64_t bytes = job.input == standard_stream ? 0 : fs::file_size(job.input, no_size);
     job.bytes = no_size ? 0 : bytes;
@@ -172,22 +163,18 @@ std::string key_of(const std::string &path) {
     return error ? path : canonical.string();
 }
 
-// An input found in a directory with the extension of the format is what an earlier run has made there.
-bool is_earlier_result(const Job &job, bool is_own_output, bool has_source) {
-    if (job.format == Format::m4a) return (is_own_output || has_source) && is_made_by_tavik(job.input);
-    return is_own_output;  // streams without tags do not tell where they come from
-}
-
-// Takes out what earlier runs have made, and skips what has the place of its own output but comes from elsewhere.
+// Takes out what earlier runs have made: MP4 files of this program, found in a directory, that are their own outputs or
+// that of another input. What else has the place of its own output stays there and is skipped.
 void sort_out_results(std::vector<Job> &jobs, const std::vector<Found> &found) {
     std::map<std::string, int> claims;  // to each output
     for (const Job &job : jobs) ++claims[key_of(job.output)];
     std::vector<Job> kept;
     for (size_t i = 0; i < jobs.size(); ++i) {
         Job &job = jobs[i];
-        if (found[i].by_search && lower_case_extension(job.input) == extension_of(job.format)) {
+        if (found[i].by_search && lower_case_extension(job.input) == names_of(job.format).extension) {
             const bool is_own_output = input_identity(job) == output_identity(job);
-            if (is_earlier_result(job, is_own_output, claims[key_of(job.output)] > 1)) continue;
+            const bool may_be_ours = job.format == Format::m4a && (is_own_output || claims[key_of(job.output)] > 1);
+            if (may_be_ours && is_made_by_tavik(job.input)) continue;
             if (is_own_output) job.skip_reason = "would be its own output";
         }
         kept.push_back(std::move(job));
@@ -195,29 +182,60 @@ void sort_out_results(std::vector<Job> &jobs, const std::vector<Found> &found) {
     jobs = std::move(kept);
 }
 
+// Of inputs with the same output the first gets it, but one without loss goes before others: those may have been made
+// of it.
+std::map<std::string, const Job *> share_out_outputs(const std::vector<Job> &jobs) {
+    static const std::set<std::string> lossless{".aif", ".aifc", ".aiff", ".ape", ".au",  ".caf",  ".flac", ".rf64",
+                                                ".shn", ".tak",  ".tta",  ".w64", ".wav", ".wave", ".wv"};
+    const auto is_lossless = [](const Job &job) { return lossless.contains(lower_case_extension(job.input)); };
+    std::map<std::string, const Job *> owners;
+    for (const Job &job : jobs) {
+        if (job.problem || !job.skip_reason.empty()) continue;
+        const Job *&owner = owners.emplace(key_of(job.output), &job).first->second;
+        if (is_lossless(job) && !is_lossless(*owner)) owner = &job;
+    }
+    return owners;
+}
+
+// Skips inputs whose outputs exist, if that is asked for.
+void skip_existing(std::vector<Job> &jobs) {
+    for (Job &job : jobs) {
+        const bool is_skipped = !job.skip_reason.empty() || job.output == standard_stream;
+        if (!is_skipped && !job.problem && output_identity(job)) job.skip_reason = "exists already";
+    }
+}
+
 // Finds outputs that exist, and those that would destroy an input or another output.
-void check_outputs(std::vector<Job> &jobs, const Options &options) {
+void check_outputs(std::vector<Job> &jobs, bool replaces) {
     std::set<Identity> inputs;
     for (const Job &job : jobs) {
         if (const auto input = input_identity(job)) inputs.insert(*input);
     }
-    std::map<std::string, std::string> input_by_output;
+    std::map<std::string, const Job *> owners = share_out_outputs(jobs);
     for (Job &job : jobs) {
         if (job.problem || !job.skip_reason.empty()) continue;
         const auto output = output_identity(job);
-        if (output && options.skip_existing && job.output != standard_stream) {
-            job.skip_reason = "exists already";
-            continue;
-        }
-        const auto [earlier, is_new] = input_by_output.emplace(key_of(job.output), job.input);
+        const Job *owner = owners[key_of(job.output)];
         if (output && inputs.contains(*output)) {
             job.problem = ProgramError(ExitCode::output, output_name(job.output), "is an input file");
-        } else if (!is_new) {
-            job.problem =
-                ProgramError(ExitCode::output, job.input, job.output + " is already the output for " + earlier->second);
-        } else if (output && !options.replace && job.output != standard_stream) {
+        } else if (owner != &job) {
+            const std::string text = job.output + " is already the output for " + owner->input;
+            job.problem = ProgramError(ExitCode::output, job.input, text);
+        } else if (output && !replaces && job.output != standard_stream) {
             job.problem = ProgramError(ExitCode::output, job.output, "exists already (-f replaces it)");
         }
+    }
+}
+
+// Only headers have a place for these.
+void check_header_contents(const Options &options, const std::vector<Job> &jobs) {
+    const char *option = nullptr;
+    if (options.copyright_id) option = "--copyright-id";
+    if (options.original) option = "--original";
+    if (options.home) option = "--home";
+    const auto lacks_header = [](const Job &job) { return job.format != Format::adts && job.format != Format::adif; };
+    if (option != nullptr && std::ranges::any_of(jobs, lacks_header)) {
+        throw ProgramError(ExitCode::usage, option, "needs --adts or --adif");
     }
 }
 
@@ -232,8 +250,10 @@ std::vector<Job> plan_jobs(const Options &options) {
     std::vector<Job> jobs;
     jobs.reserve(found.size());
     for (const Found &input : found) jobs.push_back(make_job(input, options, into_directory));
+    check_header_contents(options, jobs);
     sort_out_results(jobs, found);
-    check_outputs(jobs, options);
+    if (options.skip_existing) skip_existing(jobs);
+    check_outputs(jobs, options.replace);
     return jobs;
 }
 

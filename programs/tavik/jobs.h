@@ -23,7 +23,7 @@ struct Job {
 };
 
 // The work that the command line asks for, in the order of the inputs, a directory's files sorted by name. Throws
-// ProgramError when a directory has no audio files or the output is no directory but has to be.
+// ProgramError when the output is no directory but has to be, or options do not go with it.
 std::vector<Job> plan_jobs(const Options &options);
 
 }  // namespace tavik

@@ -211,8 +211,7 @@ void add_general_options(CLI::App &app, Options &options) {
 }
 
 // Replaces the names that the system has for a standard stream.
-std::string plain_name(const std::string &path, const char *name, char descriptor) {
-    const std::string number(1, descriptor);
+std::string plain_name(const std::string &path, const char *name, const std::string &number) {
     const bool is_stream =
         path == std::string("/dev/") + name || path == "/dev/fd/" + number || path == "/proc/self/fd/" + number;
     return is_stream ? standard_stream : path;
@@ -223,7 +222,7 @@ ProgramError usage_error(const CLI::App &app, const CLI::ParseError &error) {
     for (const std::string &argument : app.remaining()) {
         if (argument != "--") return {ExitCode::usage, argument, "unknown option"};
     }
-    return {ExitCode::usage, error.what()};
+    return {ExitCode::usage, std::string(error.what()) + " (tavik --help tells more)"};
 }
 
 // Parses; false when the help or version text was asked for and printed.
@@ -270,8 +269,8 @@ std::optional<Options> parse_options(int argc, const char *const *argv) {
     add_general_options(app, options);
     if (!parse(app, argc, argv)) return std::nullopt;
 
-    for (std::string &input : options.inputs) input = plain_name(input, "stdin", '0');
-    if (options.output) options.output = plain_name(*options.output, "stdout", '1');
+    for (std::string &input : options.inputs) input = plain_name(input, "stdin", "0");
+    if (options.output) options.output = plain_name(*options.output, "stdout", "1");
     options.bit_rate = to_bit_rate(texts.bit_rate);
     if (!texts.mode.empty()) options.mode = mode_names().at(texts.mode);
     if (!texts.pcm.empty()) options.pcm = to_pcm_format(texts.pcm);

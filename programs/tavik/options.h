@@ -21,6 +21,21 @@ enum class ChannelMode : uint32_t {
 // What the coded frames are written as.
 enum class Format : uint32_t { m4a, adts, adif, raw_frames };
 
+struct FormatNames {
+    const char *option;  // without the hyphens
+    const char *text;
+    const char *extension;
+};
+
+constexpr FormatNames names_of(Format format) {
+    switch (format) {
+        case Format::adts: return {"adts", "ADTS", ".aac"};
+        case Format::adif: return {"adif", "ADIF", ".adif"};
+        case Format::raw_frames: return {"raw-frames", "raw frames", ".raw"};
+        default: return {"m4a", "M4A", ".m4a"};
+    }
+}
+
 // Samples without a header.
 struct PcmFormat {
     std::string sample_format;  // name of FFmpeg's demuxer: s16le, u8, ...

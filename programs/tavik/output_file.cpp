@@ -77,16 +77,16 @@ bool OutputFile::is_direct(const std::string &path) {
 }
 
 OutputFile::OutputFile(const std::string &path, Existing existing) : path_(path), existing_(existing) {
+    const std::optional<mode_t> old = mode_of(path);
+    if (old && existing == Existing::refuse && (S_ISREG(*old) || S_ISBLK(*old)) && path != standard_stream) {
+        errno = EEXIST;
+        fail("cannot create");
+    }
     if (is_direct(path)) {
         open_directly();
         return;
     }
-    const std::optional<mode_t> old = mode_of(path);
     final_path_ = resolve_links(path);
-    if (old && existing == Existing::refuse) {
-        errno = EEXIST;
-        fail("cannot create");
-    }
     if (old && ::faccessat(AT_FDCWD, final_path_.c_str(), W_OK, AT_EACCESS) != 0) fail("cannot replace");
     create_temporary(old.value_or(new_file_permissions) & permission_bits);
     if (old) ::fchmod(descriptor_, *old & permission_bits);  // what the umask took; where that is possible

@@ -27,24 +27,6 @@ const char *mode_name(uint32_t channel_mode) {
     return channel_mode == TAVIK_MODE_TWO_MONO ? "two-mono" : mode_text(channel_mode);
 }
 
-const char *format_text(Format format) {
-    switch (format) {
-        case Format::m4a: return "M4A";
-        case Format::adts: return "ADTS";
-        case Format::adif: return "ADIF";
-        default: return "raw frames";
-    }
-}
-
-const char *format_name(Format format) {
-    switch (format) {
-        case Format::m4a: return "m4a";
-        case Format::adts: return "adts";
-        case Format::adif: return "adif";
-        default: return "raw-frames";
-    }
-}
-
 std::string names_text(const Job &job) { return input_name(job.input) + " -> " + output_name(job.output); }
 
 Json event(const char *name, const Job &job) { return {{"event", name}, {"input", job.input}, {"output", job.output}}; }
@@ -71,7 +53,7 @@ std::string encoded_text(const Job &job, const EncodedFile &file) {
     text += fmt::format(
         ", {} bit/s ({} per channel), {} rate, {}, {:.3f} s, {} bytes, mean {:.0f} bit/s, {:.1f}x real time",
         config.bit_rate * channels, config.bit_rate, config.constant_rate != 0 ? "constant" : "variable",
-        format_text(file.format), file.duration(), file.bytes, file.mean_bit_rate(),
+        names_of(file.format).text, file.duration(), file.bytes, file.mean_bit_rate(),
         speed(file.duration(), file.elapsed));
     return text + (file.verified ? ", verified" : "");
 }
@@ -93,7 +75,7 @@ std::string summary_text(const Summary &summary) {
 std::string encoded_json(const Job &job, const EncodedFile &file) {
     const EncoderConfig &config = file.config;
     Json json = event("encoded", job);
-    json["format"] = format_name(file.format);
+    json["format"] = names_of(file.format).option;
     json["sample_rate"] = config.sample_rate;
     json["channels"] = channel_count(config);
     json["mode"] = mode_name(config.channel_mode);

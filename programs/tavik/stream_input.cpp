@@ -39,12 +39,17 @@ StreamInput::StreamInput(const std::string &path, bool may_be_wav)
         throw ProgramError(ExitCode::input, input_name(path), "cannot open: " + std::generic_category().message(errno));
     }
     start_ = position_of(descriptor_);
-    if (may_be_wav && !is_seekable()) {
+    if (may_be_wav) {
         std::vector<uint8_t> head;
         const auto more = [this](std::vector<uint8_t> &bytes, size_t count) { return read_more(bytes, count); };
         wav_header_ = read_wav_header(head, more);
-        if (wav_header_) bytes_to_come_ = wav_header_->data_bytes;
-        if (!wav_header_) head_ = std::move(head);
+        if (is_seekable()) {
+            ::lseek(descriptor_, start_, SEEK_SET);
+        } else if (wav_header_) {
+            bytes_to_come_ = wav_header_->data_bytes;
+        } else {
+            head_ = std::move(head);
+        }
     }
     auto *buffer = static_cast<uint8_t *>(av_malloc(buffer_bytes));
     if (buffer == nullptr) throw std::bad_alloc();

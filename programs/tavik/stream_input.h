@@ -29,7 +29,7 @@ class StreamInput {
     // Can be gone back over, as a file that is standard input can.
     bool is_seekable() const { return start_ >= 0; }
 
-    // A header that io() does not give, only the samples behind it.
+    // The header if there is one; in a pipe, io() then gives only the samples behind it.
     const std::optional<WavHeader> &wav_header() const { return wav_header_; }
 
  private:

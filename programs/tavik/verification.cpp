@@ -70,9 +70,10 @@ class Checker {
     Decoded decoded_;
 };
 
-Decoded decode_container(const std::string &path, const EncoderConfig &config) {
+// Short streams would not be recognised, hence the name of the demuxer.
+Decoded decode_container(const std::string &path, const EncoderConfig &config, const char *demuxer) {
     AVFormatContext *opened = nullptr;
-    check(avformat_open_input(&opened, ("file:" + path).c_str(), nullptr, nullptr));
+    check(avformat_open_input(&opened, ("file:" + path).c_str(), av_find_input_format(demuxer), nullptr));
     const FfmpegHandle<AVFormatContext> format(opened);
     check(avformat_find_stream_info(opened, nullptr));
     const int index = check(av_find_best_stream(opened, AVMEDIA_TYPE_AUDIO, -1, -1, nullptr, 0));
@@ -130,7 +131,8 @@ Decoded decode(const std::string &path, const EncodedFile &file, std::span<const
     switch (file.format) {
         case Format::raw_frames: return decode_frames(path, file.config, 0, marks);
         case Format::adif: return decode_frames(path, file.config, adif_header_bytes(file.config), marks);
-        default: return decode_container(path, file.config);
+        case Format::adts: return decode_container(path, file.config, "aac");
+        default: return decode_container(path, file.config, "mov");
     }
 }
 

@@ -1,4 +1,4 @@
-// Trust is good: the finished output read back by libavcodec, which shares nothing with the encoder.
+// The finished output read back by libavcodec, which shares nothing with the encoder.
 #pragma once
 
 #include <cstdint>

@@ -62,7 +62,8 @@ bool is_placeholder(uint64_t bytes) {
 struct Contents {
     std::optional<PcmFormat> format;
     uint64_t bytes_per_second = 0;
-    std::optional<uint64_t> long_bytes;  // of the samples, in RF64
+    bool is_rf64 = false;
+    uint64_t long_bytes = 0;  // of the samples, in RF64
 
     void take(std::string_view name, const uint8_t *chunk, size_t size) {
         if (name == "fmt ") {
@@ -75,12 +76,19 @@ struct Contents {
     // `size` stands in the header of the samples' chunk.
     std::optional<WavHeader> header(uint64_t size) const {
         if (!format) return std::nullopt;
-        WavHeader header{.format = *format, .seconds = {}, .data_bytes = long_bytes};
-        if (!long_bytes && !is_placeholder(size)) header.data_bytes = size;
+        WavHeader header{.format = *format, .seconds = {}, .data_bytes = data_bytes(size)};
         if (header.data_bytes) {
             header.seconds = static_cast<double>(*header.data_bytes) / static_cast<double>(bytes_per_second);
         }
         return header;
+    }
+
+    std::optional<uint64_t> data_bytes(uint64_t size) const {
+        if (is_rf64 && size == 0xFFFF'FFFF) {
+            const bool is_length = long_bytes > 0 && long_bytes < uint64_t{1} << 62;
+            return is_length ? std::optional(long_bytes) : std::nullopt;
+        }
+        return is_placeholder(size) ? std::nullopt : std::optional(size);
     }
 };
 
@@ -88,8 +96,9 @@ struct Contents {
 
 std::optional<WavHeader> read_wav_header(std::vector<uint8_t> &head, const ReadMore &read_more) {
     if (!read_more(head, 12) || !starts_with(head.data() + 8, "WAVE")) return std::nullopt;
-    if (!starts_with(head.data(), "RIFF") && !starts_with(head.data(), "RF64")) return std::nullopt;
     Contents contents;
+    contents.is_rf64 = starts_with(head.data(), "RF64");
+    if (!contents.is_rf64 && !starts_with(head.data(), "RIFF")) return std::nullopt;
     while (read_more(head, 8)) {
         const size_t start = head.size();
         const std::string name(head.end() - 8, head.end() - 4);

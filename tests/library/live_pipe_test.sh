@@ -17,9 +17,9 @@ fail() { echo "FAILED: $*"; exit 1; }
 ffmpeg -v error -i "$recording" -ac 2 -ar 44100 -f s16le input.raw
 whole_frames=$(($(stat -c %s input.raw) / 4096))
 
-# wait_for COMMAND...: until it succeeds, at most five seconds.
+# wait_for COMMAND...: until it succeeds, at most a minute.
 wait_for() {
-    for _ in {1..500}; do
+    for _ in {1..6000}; do
         ! "$@" || return 0
         sleep 0.01
     done

@@ -141,7 +141,10 @@ def test_devices_that_are_full(tavik, tone):
     device = "/dev/full"
     if os.geteuid() == 0:  # root could replace that of the machine
         device = "full"
-        os.mknod(device, 0o20666, os.makedev(1, 7))
+        try:
+            os.mknod(device, 0o20666, os.makedev(1, 7))
+        except PermissionError:
+            pytest.skip("needs to make a device")
     for name in ("--adts", "--m4a"):
         run = tavik.run("tone.wav", "-o", device, name)
         assert (run.status, len(run.err)) == (4, 1) and f"{device}: " in run.err[0] and "No space" in run.err[0]

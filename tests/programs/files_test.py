@@ -66,12 +66,17 @@ def test_second_run_over_a_directory(tavik, music):
 def test_originals_with_the_extension_of_outputs(tavik, music, sound):
     """Files that tavik has not made are inputs as any others, also where they are not encoded."""
     shutil.copy(sound("alac.m4a", NOISE, 44100, 50000, "-c:a", "alac"), "music/a.m4a")
-    run = tavik.run("music", "-f")
-    assert run.status == 1 and "tavik: music/a.m4a: is an input file" in run.err
-    assert "music/a.m4a -> music/a.m4a: skipped, would be its own output" in run.out
-    assert probe("music/a.m4a", "stream=codec_name") == ["codec_name=alac"]
+    shutil.copy(sound("tone.mp2"), "music/a.aac")  # whatever it is
+    before = snapshot("music")
+    for form in ("--m4a", "--adts"):
+        name = {"--m4a": "a.m4a", "--adts": "a.aac"}[form]
+        run = tavik.run("music", form, "-f")
+        assert run.status == 1 and f"tavik: music/{name}: is an input file" in run.err
+        assert f"music/{name} -> music/{name}: skipped, would be its own output" in run.out
+    assert all(snapshot("music")[path] == content for path, content in before.items())
     run = tavik.run("music", "-o", "new")
-    assert run.err == ["tavik: music/a.wav: new/a.m4a is already the output for music/a.m4a"]
+    assert sorted(run.err) == [f"tavik: music/{name}: new/{place}.m4a is already the output for music/{place}.wav"
+                               for name, place in (("a.aac", "a"), ("a.m4a", "a"), ("sub/b.aac", "sub/b"))]
     assert names("new") == ["a.m4a", "sub/b.m4a"]
 
 
@@ -142,10 +147,11 @@ def test_output_that_appears_while_its_file_is_encoded(tavik, sound):
 @pytest.mark.parametrize("jobs", ["1", "4"])
 def test_one_bad_file_among_good_ones(tavik, music, jobs):
     Path("music/bad.flac").write_bytes(b"not audio" * 1000)
-    run = tavik.run("music", "missing.wav", "other.wav", "-o", "new", "-j", jobs)
-    assert (run.status, len(run.err), len(run.out)) == (1, 2, 4)
-    assert run.out[-1].startswith("5 files: 3 encoded, 2 failed; 0:09 of audio in ")
-    assert sorted(line.split(":")[1] for line in run.err) == [" missing.wav", " music/bad.flac"]
+    Path("silence").mkdir()
+    run = tavik.run("silence", "music", "missing.wav", "other.wav", "-o", "new", "-j", jobs)
+    assert (run.status, len(run.err), len(run.out)) == (1, 3, 4)
+    assert run.out[-1].startswith("6 files: 3 encoded, 3 failed; 0:09 of audio in ")
+    assert sorted(line.split(":")[1] for line in run.err) == [" missing.wav", " music/bad.flac", " silence"]
     assert names("new") == ["music/a.m4a", "music/sub/b.m4a", "other.m4a"]
 
 
@@ -161,4 +167,5 @@ def test_jobs_do_not_change_the_bytes(tavik, sound):
 
 @pytest.mark.parametrize("name", ["x.m4a", "x.aac", "x.adif", "x.raw"])
 def test_verification_accepts_what_is_right(tavik, sound, name):
-    tavik.encode(sound(), "-o", name, "--verify")
+    for samples in (1, 3000, 100000):
+        tavik.encode(sound("noise.wav", NOISE, 44100, samples), "-o", name, "--verify", "-f")

@@ -162,6 +162,7 @@ SAMPLES = numpy.random.default_rng(1).integers(-9999, 9999, 40000, "<i2").tobyte
     format_chunk(0xFFFE, 4, 16, EXTENSION) + chunk(b"data", SAMPLES),
     format_chunk(6, 2, 8) + chunk(b"data", SAMPLES),
     *[format_chunk() + chunk(b"data", SAMPLES, size) for size in (0, 0x7FFFFFDB, 0x80000000, 0xFFFFFFFF)],
+    chunk(b"ds64", bytes(28)) + format_chunk() + chunk(b"data", SAMPLES),
 ], ids=itertools.count())
 def test_wav_headers_mean_the_same_in_files_and_pipes(tavik, chunks):
     data = b"RIFF" + struct.pack("<I", 0x7FFFFFFF) + b"WAVE" + chunks
@@ -169,6 +170,14 @@ def test_wav_headers_mean_the_same_in_files_and_pipes(tavik, chunks):
     tavik.encode("x.wav", "--strict")
     tavik.encode("-", "-o", "piped.m4a", "--strict", data=data)
     assert Path("piped.m4a").read_bytes() == Path("x.m4a").read_bytes()
+
+
+@pytest.mark.parametrize("size", [len(SAMPLES), 0, (1 << 64) - 1])
+def test_long_wav_on_a_pipe(tavik, size):
+    data = (b"RF64" + b"\xff" * 4 + b"WAVE" + chunk(b"ds64", struct.pack("<QQQI", size, size, 0, 0)) + format_chunk() +
+            chunk(b"data", SAMPLES + (b"LIST" if size == len(SAMPLES) else b""), 0xFFFFFFFF))
+    tavik.encode("-", "-o", "x.m4a", "--strict", data=data)
+    assert probe("x.m4a", "stream=duration_ts") == [f"duration_ts={len(SAMPLES) // 4}"]
 
 
 @pytest.mark.parametrize("chunks", [
@@ -180,10 +189,10 @@ def test_wav_headers_that_are_none(tavik, chunks):
 
 def test_standard_input_begins_where_it_stands(tavik, sound):
     data = sound().read_bytes()
-    Path("x.wav").write_bytes(b"something else" + data)
+    Path("x.wav").write_bytes(data[:1000] + data)  # a longer file, by the header at its start
     for flags in (0, os.O_NONBLOCK):
         source = os.open("x.wav", os.O_RDONLY)
-        os.lseek(source, 14, os.SEEK_SET)
+        os.lseek(source, 1000, os.SEEK_SET)
         if flags:
             feed("pipe", [data[:1000], data[1000:]])
             source = os.open("pipe", os.O_RDONLY | flags)
