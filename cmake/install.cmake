@@ -19,6 +19,9 @@ install(FILES ${CMAKE_CURRENT_BINARY_DIR}/tavik-config-version.cmake DESTINATION
 # Relative, so that the tree can be moved. A distribution gives its absolute prefix, whose directories pkg-config leaves
 # out where compilers look anyway.
 if(NOT TAVIK_PKG_CONFIG_PREFIX)
+    if(IS_ABSOLUTE "${CMAKE_INSTALL_LIBDIR}" OR IS_ABSOLUTE "${CMAKE_INSTALL_INCLUDEDIR}")
+        message(FATAL_ERROR "CMAKE_INSTALL_LIBDIR and CMAKE_INSTALL_INCLUDEDIR have to be relative to the prefix")
+    endif()
     file(RELATIVE_PATH prefix_from_pc_file /usr/${CMAKE_INSTALL_LIBDIR}/pkgconfig /usr)
     set(TAVIK_PKG_CONFIG_PREFIX \${pcfiledir}/${prefix_from_pc_file})
 endif()
@@ -26,7 +29,7 @@ configure_file(${CMAKE_CURRENT_LIST_DIR}/tavik.pc.in tavik.pc @ONLY)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/tavik.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig
         COMPONENT development)
 
-# In the README's layout, so that its links lead somewhere.
+# In the README's layout, so that links between documents lead somewhere.
 install(FILES ${PROJECT_SOURCE_DIR}/README.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT development)
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs ${PROJECT_SOURCE_DIR}/examples DESTINATION ${CMAKE_INSTALL_DOCDIR}
         COMPONENT development FILES_MATCHING PATTERN *.md PATTERN *.c)
