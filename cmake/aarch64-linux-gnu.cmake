@@ -9,7 +9,10 @@ foreach(tool NM READELF OBJDUMP)  # those of the host may not know the architect
     string(TOLOWER ${tool} name)
     set(CMAKE_${tool} /usr/bin/aarch64-linux-gnu-${name} CACHE FILEPATH "Tool for built files")
 endforeach()
-set(CMAKE_CROSSCOMPILING_EMULATOR qemu-aarch64 -L /usr/aarch64-linux-gnu)
+# Where arm64 is a foreign architecture of dpkg, the machine's cache of libraries has another C library, which the loader
+# of this one must not mix with its own: threads hang.
+set(CMAKE_CROSSCOMPILING_EMULATOR qemu-aarch64 -L /usr/aarch64-linux-gnu
+    -E LD_LIBRARY_PATH=/usr/aarch64-linux-gnu/lib)
 set(CMAKE_FIND_ROOT_PATH /usr/aarch64-linux-gnu)
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
