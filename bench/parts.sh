@@ -55,8 +55,8 @@ build() {
 
 # count_instructions PLUGIN_OPTIONS OPTIONS_OF_TAVIK_SPEED...
 count_instructions() {
-    qemu-aarch64 -L /usr/aarch64-linux-gnu -E LD_LIBRARY_PATH=/usr/aarch64-linux-gnu/lib -plugin "build/bench-release/bench/icount.so$1" \
-        build/bench-arm64/bench/tavik_speed --count-instructions "${@:2}"
+    qemu-aarch64 -L /usr/aarch64-linux-gnu -E LD_LIBRARY_PATH=/usr/aarch64-linux-gnu/lib \
+        -plugin "build/bench-release/bench/icount.so$1" build/bench-arm64/bench/tavik_speed --count-instructions "${@:2}"
 }
 
 # fill_tables REPORT DOCUMENT...: a script of bench/ makes its tables of the results, those of a document where one is
