@@ -1,7 +1,6 @@
 // Decoded frames go through a converter, made anew when their format changes, into a FIFO that blocks are read from.
 #include "audio_reader.h"
 
-#include <algorithm>
 #include <array>
 #include <utility>
 
