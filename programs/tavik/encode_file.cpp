@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "audio_reader.h"
+#include "bit_rates.h"
 #include "frame_writer.h"
 #include "output_file.h"
 #include "stream_encoder.h"

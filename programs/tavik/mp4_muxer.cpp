@@ -9,7 +9,7 @@
 #include <utility>
 
 #include "audio_specific_config.h"
-#include "encoder_settings.h"
+#include "bit_rates.h"
 #include "ffmpeg_log.h"
 #include "program_error.h"
 #include "stream_encoder.h"

@@ -6,6 +6,7 @@
 #include <cmath>
 #include <nlohmann/json.hpp>
 
+#include "bit_rates.h"
 #include "file_names.h"
 
 namespace tavik {

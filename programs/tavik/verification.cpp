@@ -14,6 +14,7 @@ extern "C" {
 #include <vector>
 
 #include "audio_specific_config.h"
+#include "bit_rates.h"
 #include "ffmpeg_handles.h"
 #include "ffmpeg_log.h"
 #include "program_error.h"

@@ -1,7 +1,7 @@
 // Fields are appended to a number and a program_config_element is written by the library, as in the frames.
 #include "audio_specific_config.h"
 
-#include "encoder_settings.h"
+#include "bit_rates.h"
 
 namespace tavik {
 namespace {

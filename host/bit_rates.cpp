@@ -1,0 +1,45 @@
+// Formulas of tavik.h's comments, in the terms of hosts: bit/s of all channels together, whole frames.
+#include "bit_rates.h"
+
+#include <algorithm>
+
+namespace tavik {
+namespace {
+
+constexpr uint32_t full_bit_rate = 64000;  // bit/s per channel
+constexpr uint32_t full_rate = 44100;      // Hz, the lowest that gets full_bit_rate by default
+
+std::string text(BitRateRange range) { return std::to_string(range.lowest) + " to " + std::to_string(range.highest); }
+
+}  // namespace
+
+uint32_t channel_count(const EncoderConfig &config) { return config.channel_mode == TAVIK_MODE_MONO ? 1 : 2; }
+
+uint32_t default_bit_rate(uint32_t sample_rate) {
+    const uint32_t thousands = (sample_rate * (full_bit_rate / 1000) + full_rate / 2) / full_rate;
+    return std::min(thousands * 1000, full_bit_rate);
+}
+
+BitRateRange legal_bit_rates(uint32_t channels, uint32_t sample_rate) {
+    return {TAVIK_MIN_BIT_RATE * channels, TAVIK_MAX_BIT_RATE_FACTOR * sample_rate * channels};
+}
+
+std::string bit_rate_rule(uint32_t channels, uint32_t sample_rate) {
+    return "must be " + text(legal_bit_rates(channels, sample_rate)) + " bit/s for " + std::to_string(channels) +
+           (channels == 1 ? " channel at " : " channels at ") + std::to_string(sample_rate) + " Hz (" +
+           text(legal_bit_rates(1, sample_rate)) + " per channel)";
+}
+
+uint32_t mean_frame_bytes(const EncoderConfig &config) {
+    const uint64_t channel_bits = uint64_t{config.bit_rate} * TAVIK_FRAME_LENGTH / config.sample_rate;
+    return static_cast<uint32_t>(channel_bits / 8) * channel_count(config);
+}
+
+uint32_t largest_frame_bytes(const EncoderConfig &config) {
+    const uint32_t mean = mean_frame_bytes(config);
+    const uint32_t largest = config.constant_rate == 1 ? mean : (144 * mean + 99) / 100;
+    return std::clamp<uint32_t>(largest, TAVIK_MAX_BYTES_OUT_OF_REACH,
+                                TAVIK_MAX_FRAME_BYTES_PER_CHANNEL * channel_count(config));
+}
+
+}  // namespace tavik
