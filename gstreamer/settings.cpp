@@ -1,0 +1,118 @@
+// Enumerations are registered with GObject by the names that gst-launch-1.0 takes.
+#include "settings.h"
+
+#include <type_traits>
+
+#include "bit_rates.h"
+
+namespace tavik {
+namespace {
+
+enum PropertyId : guint { bit_rate_id = 1, rate_control_id, channel_mode_id, tns_id, priming_id };
+
+constexpr guint highest_bit_rate = 2 * TAVIK_MAX_BIT_RATE_FACTOR * 48000;
+
+template <typename Enum>
+constexpr auto number(Enum value) {
+    return static_cast<std::underlying_type_t<Enum>>(value);
+}
+
+// Registers once; `values` ends with an entry of zeros and lives as long as the program.
+GType register_enumeration(const char *name, const GEnumValue *values) {
+    const GType type = g_enum_register_static(name, values);
+    gst_type_mark_as_plugin_api(type, static_cast<GstPluginAPIFlags>(0));
+    return type;
+}
+
+GType rate_control_type() {
+    static const GEnumValue values[] = {
+        {number(RateControl::variable), "Frame sizes vary with the signal, steered by a bit reservoir", "vbr"},
+        {number(RateControl::constant), "Every frame padded to the same size", "cbr"},
+        {}};
+    static const GType type = register_enumeration("GstTavikEncRateControl", values);
+    return type;
+}
+
+GType channel_mode_type() {
+    static const GEnumValue values[] = {
+        {number(ChannelMode::automatic), "Mono for one channel, stereo for two", "auto"},
+        {number(ChannelMode::mono), "One channel", "mono"},
+        {number(ChannelMode::stereo), "A channel pair, mid/side coded where it pays", "stereo"},
+        {number(ChannelMode::two_mono), "Two independent channels, such as languages", "two-mono"},
+        {}};
+    static const GType type = register_enumeration("GstTavikEncChannelMode", values);
+    return type;
+}
+
+}  // namespace
+
+void install_properties(GObjectClass *object_class) {
+    constexpr auto flags =
+        static_cast<GParamFlags>(G_PARAM_READWRITE | G_PARAM_STATIC_STRINGS | GST_PARAM_MUTABLE_READY);
+    const Settings defaults;
+    const auto install = [&](PropertyId id, GParamSpec *property) {
+        g_object_class_install_property(object_class, id, property);
+    };
+    install(bit_rate_id,
+            g_param_spec_uint("bitrate", "Bit rate",
+                              "Bit/s of all channels: 8000 to 6 x sampling rate per channel (0 = 64000 per "
+                              "channel, in proportion less below 44100 Hz)",
+                              0, highest_bit_rate, defaults.bit_rate, flags));
+    install(rate_control_id, g_param_spec_enum("rate-control", "Rate control", "How the bit rate is kept",
+                                               rate_control_type(), number(defaults.rate_control), flags));
+    install(channel_mode_id, g_param_spec_enum("channel-mode", "Channel mode", "How the channels are coded",
+                                               channel_mode_type(), number(defaults.channel_mode), flags));
+    install(tns_id, g_param_spec_boolean("tns", "Temporal noise shaping",
+                                         "Keep noise away from before attacks, at bit rates that have bits for it",
+                                         defaults.tns, flags));
+    install(priming_id,
+            g_param_spec_boolean("priming", "Priming frame",
+                                 "Send, in front of the first frame of a segment, the one that decoders need to decode "
+                                 "the first 1024 samples exactly; its time is that much earlier",
+                                 defaults.priming, flags));
+}
+
+bool set_setting(Settings &settings, guint property_id, const GValue *value) {
+    switch (property_id) {
+        case bit_rate_id: settings.bit_rate = g_value_get_uint(value); return true;
+        case rate_control_id: settings.rate_control = static_cast<RateControl>(g_value_get_enum(value)); return true;
+        case channel_mode_id: settings.channel_mode = static_cast<ChannelMode>(g_value_get_enum(value)); return true;
+        case tns_id: settings.tns = g_value_get_boolean(value) != FALSE; return true;
+        case priming_id: settings.priming = g_value_get_boolean(value) != FALSE; return true;
+        default: return false;
+    }
+}
+
+bool get_setting(const Settings &settings, guint property_id, GValue *value) {
+    switch (property_id) {
+        case bit_rate_id: g_value_set_uint(value, settings.bit_rate); return true;
+        case rate_control_id: g_value_set_enum(value, number(settings.rate_control)); return true;
+        case channel_mode_id: g_value_set_enum(value, number(settings.channel_mode)); return true;
+        case tns_id: g_value_set_boolean(value, settings.tns ? TRUE : FALSE); return true;
+        case priming_id: g_value_set_boolean(value, settings.priming ? TRUE : FALSE); return true;
+        default: return false;
+    }
+}
+
+ChannelRange channel_range(ChannelMode mode) {
+    switch (mode) {
+        case ChannelMode::automatic: return {1, 2};
+        case ChannelMode::mono: return {1, 1};
+        default: return {2, 2};
+    }
+}
+
+EncoderConfig make_config(const Settings &settings, uint32_t channels, uint32_t sample_rate, uint32_t header_type) {
+    EncoderConfig config{};
+    config.channel_mode = channels == 1                                    ? TAVIK_MODE_MONO
+                          : settings.channel_mode == ChannelMode::two_mono ? TAVIK_MODE_TWO_MONO
+                                                                           : TAVIK_MODE_STEREO;
+    config.sample_rate = sample_rate;
+    config.bit_rate = settings.bit_rate == 0 ? default_bit_rate(sample_rate) : settings.bit_rate / channels;
+    config.header_type = header_type;
+    config.constant_rate = settings.rate_control == RateControl::constant ? 1 : 0;
+    config.tns_disable = settings.tns ? 0 : 1;
+    return config;
+}
+
+}  // namespace tavik

@@ -1,0 +1,320 @@
+// GstAudioEncoder gathers blocks of 1024 samples and keeps track of time: a frame gets the time of the oldest samples
+// that no frame before it has accounted for, which is when the samples begin that it decodes to.
+#include "tavik_enc.h"
+
+#include <gst/audio/audio.h>
+#include <tavik.h>
+
+#include <algorithm>
+#include <array>
+#include <optional>
+#include <string>
+#include <utility>
+
+#include "bit_rates.h"
+#include "caps.h"
+#include "settings.h"
+
+GST_DEBUG_CATEGORY_STATIC(tavikenc_debug);
+#define GST_CAT_DEFAULT tavikenc_debug
+
+namespace tavik {
+namespace {
+
+// What goes in now can be decoded so many samples later: gathering a frame, its overlap with the next, and looking
+// ahead.
+constexpr uint64_t latency_samples = 3 * TAVIK_FRAME_LENGTH;
+
+// How much later a segment with a priming frame is made to start, so that the time of that frame, in front of it, is
+// not negative: the longest frame, at 8 kHz.
+constexpr GstClockTime priming_room = GST_SECOND * TAVIK_FRAME_LENGTH / 8000;
+
+// The state between start and stop of the element.
+struct Stream {
+    EncoderContext encoder;
+    EncoderConfig config{};
+    bool running = false;            // the encoder holds samples
+    bool priming_due = false;        // the next stream is the first one of its segment, and shall have a priming frame
+    bool priming_next = false;       // the encoder's next frame is that
+    uint32_t unsent_samples = 0;     // per channel, that no frame has accounted for
+    GstClockTime segment_shift = 0;  // how much later the output's segment starts
+};
+
+}  // namespace
+}  // namespace tavik
+
+struct _GstTavikEnc {
+    GstAudioEncoder parent_instance;
+    tavik::Settings settings;  // under the object's lock
+    tavik::Stream *stream;     // null unless started
+};
+
+// NOLINTNEXTLINE: what the macro makes is GObject's
+G_DEFINE_FINAL_TYPE(GstTavikEnc, gst_tavik_enc, GST_TYPE_AUDIO_ENCODER)
+GST_ELEMENT_REGISTER_DEFINE(tavikenc, "tavikenc", GST_RANK_NONE, GST_TYPE_TAVIK_ENC)
+
+namespace tavik {
+namespace {
+
+Settings current_settings(GstTavikEnc *self) {
+    GST_OBJECT_LOCK(self);
+    const Settings settings = self->settings;
+    GST_OBJECT_UNLOCK(self);
+    return settings;
+}
+
+GstClockTime duration_of(uint64_t samples, uint32_t sample_rate) {
+    return gst_util_uint64_scale_round(samples, GST_SECOND, sample_rate);
+}
+
+// ---- Configuration
+
+// What is wrong with the settings for this input, or nothing.
+std::string objection(const Settings &settings, uint32_t channels, uint32_t sample_rate) {
+    const ChannelRange range = channel_range(settings.channel_mode);
+    if (static_cast<gint>(channels) < range.fewest || static_cast<gint>(channels) > range.most) {
+        return "channel-mode takes " + std::to_string(range.most) + (range.most == 1 ? " channel" : " channels") +
+               ", the input has " + std::to_string(channels);
+    }
+    if (settings.bit_rate != 0 && !legal_bit_rates(channels, sample_rate).contains(settings.bit_rate)) {
+        return "bitrate " + std::to_string(settings.bit_rate) + " " + bit_rate_rule(channels, sample_rate);
+    }
+    return {};
+}
+
+// The form of stream that downstream takes; raw frames as long as nothing is linked.
+std::optional<uint32_t> negotiated_header_type(GstAudioEncoder *base, const EncoderConfig &config) {
+    Caps allowed(gst_pad_get_allowed_caps(GST_AUDIO_ENCODER_SRC_PAD(base)));
+    if (!allowed) allowed = source_caps();
+    return choose_header_type(config, allowed.get());
+}
+
+void announce(GstAudioEncoder *base, const EncoderConfig &config) {
+    gst_audio_encoder_set_output_format(base, stream_caps(config).get());
+    GstTagList *tags = stream_tags(config);
+    gst_audio_encoder_merge_tags(base, tags, GST_TAG_MERGE_REPLACE);
+    gst_tag_list_unref(tags);
+
+    gst_audio_encoder_set_frame_samples_min(base, TAVIK_FRAME_LENGTH);
+    gst_audio_encoder_set_frame_samples_max(base, TAVIK_FRAME_LENGTH);
+    gst_audio_encoder_set_frame_max(base, 1);
+    const GstClockTime latency = gst_util_uint64_scale_ceil(latency_samples, GST_SECOND, config.sample_rate);
+    gst_audio_encoder_set_latency(base, latency, latency);
+}
+
+// Called when the previous stream is drained.
+gboolean set_format(GstAudioEncoder *base, GstAudioInfo *info) {
+    GstTavikEnc *self = GST_TAVIK_ENC(base);
+    const Settings settings = current_settings(self);
+    const auto channels = static_cast<uint32_t>(GST_AUDIO_INFO_CHANNELS(info));
+    const auto sample_rate = static_cast<uint32_t>(GST_AUDIO_INFO_RATE(info));
+
+    const std::string wrong = objection(settings, channels, sample_rate);
+    if (!wrong.empty()) {
+        GST_ELEMENT_ERROR(self, LIBRARY, SETTINGS, ("%s", wrong.c_str()), (nullptr));
+        return FALSE;
+    }
+    EncoderConfig config = make_config(settings, channels, sample_rate, TAVIK_HEADER_NONE);
+    const auto header_type = negotiated_header_type(base, config);
+    if (!header_type) {
+        GST_ELEMENT_ERROR(self, CORE, NEGOTIATION, (nullptr), ("downstream takes no form of AAC-LC of this input"));
+        return FALSE;
+    }
+    config.header_type = *header_type;
+    if (TAVIK_Init(&self->stream->encoder, &config) != 0) {
+        GST_ELEMENT_ERROR(self, LIBRARY, INIT, (nullptr), ("status %d", self->stream->encoder.status));
+        return FALSE;
+    }
+    self->stream->config = config;
+    announce(base, config);
+    return TRUE;
+}
+
+// Leaves converters in front of the element to make the number of channels that the mode takes.
+GstCaps *get_caps(GstAudioEncoder *base, GstCaps *filter) {
+    const ChannelRange range = channel_range(current_settings(GST_TAVIK_ENC(base)).channel_mode);
+    const Caps caps = sink_caps();
+    if (range.fewest == range.most) {
+        gst_caps_set_simple(caps.get(), "channels", G_TYPE_INT, range.most, nullptr);
+    }
+    return gst_audio_encoder_proxy_getcaps(base, caps.get(), filter);
+}
+
+// ---- Frames
+
+// Sends a frame. The priming frame stands for no samples; so does the second frame of a stream of one block.
+GstFlowReturn send(GstTavikEnc *self, const uint8_t *frame, uint32_t bytes) {
+    Stream &stream = *self->stream;
+    GstAudioEncoder *base = GST_AUDIO_ENCODER(self);
+    const uint32_t samples = stream.priming_next ? 0 : std::min<uint32_t>(stream.unsent_samples, TAVIK_FRAME_LENGTH);
+    stream.unsent_samples -= samples;
+
+    GstBuffer *buffer = gst_audio_encoder_allocate_output_buffer(base, bytes);
+    gst_buffer_fill(buffer, 0, frame, bytes);
+    if (!stream.priming_next && samples < TAVIK_FRAME_LENGTH) {
+        gst_buffer_add_audio_clipping_meta(buffer, GST_FORMAT_DEFAULT, 0, TAVIK_FRAME_LENGTH - samples);
+    }
+    const GstFlowReturn result = gst_audio_encoder_finish_frame(base, buffer, static_cast<gint>(samples));
+    stream.priming_next = false;
+    return result;
+}
+
+// Gives the encoder a block, an empty one at the end, and sends what comes out.
+GstFlowReturn encode(GstTavikEnc *self, const int16_t *pcm, uint32_t samples) {
+    std::array<uint8_t, TAVIK_MAX_FRAME_BYTES> frame;  // NOLINT(cppcoreguidelines-pro-type-member-init)
+    uint32_t bytes = 0;
+    TAVIK_Encode(&self->stream->encoder, pcm, &samples, frame.data(), &bytes);
+    return bytes == 0 ? GST_FLOW_OK : send(self, frame.data(), bytes);
+}
+
+void begin_stream(Stream &stream) {
+    stream.config.emit_priming_frame = stream.priming_due ? 1 : 0;
+    stream.priming_next = stream.priming_due;
+    stream.priming_due = false;
+    stream.unsent_samples = 0;
+    stream.running = true;
+    TAVIK_Init(&stream.encoder, &stream.config);
+}
+
+GstFlowReturn drain(GstTavikEnc *self) {
+    Stream &stream = *self->stream;
+    GstFlowReturn result = GST_FLOW_OK;
+    while (stream.running && result == GST_FLOW_OK) {
+        const int16_t none = 0;
+        result = encode(self, &none, 0);
+        if (stream.encoder.status == TAVIK_STATUS_END_OF_STREAM) stream.running = false;
+    }
+    stream.running = false;
+    return result;
+}
+
+// `buffer` is absent when the stream shall be drained. What comes after that is a new stream.
+GstFlowReturn handle_frame(GstAudioEncoder *base, GstBuffer *buffer) {
+    GstTavikEnc *self = GST_TAVIK_ENC(base);
+    if (buffer == nullptr) return drain(self);
+    Stream &stream = *self->stream;
+    if (!stream.running) begin_stream(stream);
+
+    // A copy, because samples in a buffer may begin at any address.
+    std::array<int16_t, 2 * TAVIK_FRAME_LENGTH> pcm;  // NOLINT(cppcoreguidelines-pro-type-member-init)
+    const gsize bytes = gst_buffer_extract(buffer, 0, pcm.data(), sizeof pcm);
+    const auto samples = static_cast<uint32_t>(bytes / (sizeof(int16_t) * channel_count(stream.config)));
+    stream.unsent_samples += samples;
+    return encode(self, pcm.data(), samples);
+}
+
+void flush(GstAudioEncoder *base) { GST_TAVIK_ENC(base)->stream->running = false; }
+
+// ---- Times
+
+// Corrects what the base class says of a frame without samples.
+GstFlowReturn pre_push(GstAudioEncoder *base, GstBuffer **buffer) {
+    const Stream &stream = *GST_TAVIK_ENC(base)->stream;
+    GstBuffer *frame = *buffer;
+    if (!GST_BUFFER_PTS_IS_VALID(frame)) return GST_FLOW_OK;
+    GST_BUFFER_PTS(frame) += stream.segment_shift;
+    if (stream.priming_next) {
+        GST_BUFFER_DURATION(frame) = duration_of(TAVIK_FRAME_LENGTH, stream.config.sample_rate);
+        GST_BUFFER_PTS(frame) -= GST_BUFFER_DURATION(frame);
+    } else {
+        const GstAudioClippingMeta *clipping = gst_buffer_get_audio_clipping_meta(frame);
+        if (clipping != nullptr && clipping->end == TAVIK_FRAME_LENGTH) GST_BUFFER_DURATION(frame) = 0;
+    }
+    GST_BUFFER_DTS(frame) = GST_BUFFER_PTS(frame);
+    return GST_FLOW_OK;
+}
+
+// The same segment at times later by `shift`: running and stream times stay as they are. Takes the event.
+GstEvent *shift_segment(GstEvent *event, GstSegment segment, GstClockTime shift) {
+    segment.start += shift;
+    segment.position += shift;
+    if (GST_CLOCK_TIME_IS_VALID(segment.stop)) segment.stop += shift;
+    GstEvent *shifted = gst_event_new_segment(&segment);
+    gst_event_set_seqnum(shifted, gst_event_get_seqnum(event));
+    gst_event_set_running_time_offset(shifted, gst_event_get_running_time_offset(event));
+    gst_event_unref(event);
+    return shifted;
+}
+
+// A segment whose first stream has a priming frame goes on shifted, while the input keeps to the one it came with.
+gboolean sink_event(GstAudioEncoder *base, GstEvent *event) {
+    GstTavikEnc *self = GST_TAVIK_ENC(base);
+    auto *parent = GST_AUDIO_ENCODER_CLASS(gst_tavik_enc_parent_class);
+    if (GST_EVENT_TYPE(event) != GST_EVENT_SEGMENT) return parent->sink_event(base, event);
+
+    GstSegment segment;
+    gst_event_copy_segment(event, &segment);
+    if (segment.format != GST_FORMAT_TIME) return parent->sink_event(base, event);
+    const GstClockTime shift = current_settings(self).priming ? priming_room : 0;
+    if (shift != 0) event = shift_segment(event, segment, shift);
+    // Drains the stream before, in the segment before.
+    const gboolean result = parent->sink_event(base, event);
+    GST_AUDIO_ENCODER_STREAM_LOCK(base);
+    base->input_segment = segment;
+    self->stream->segment_shift = shift;
+    self->stream->priming_due = shift != 0;
+    GST_AUDIO_ENCODER_STREAM_UNLOCK(base);
+    return result;
+}
+
+// ---- The object
+
+gboolean start(GstAudioEncoder *base) {
+    GST_TAVIK_ENC(base)->stream = new Stream;
+    return TRUE;
+}
+
+gboolean stop(GstAudioEncoder *base) {
+    delete std::exchange(GST_TAVIK_ENC(base)->stream, nullptr);
+    return TRUE;
+}
+
+void set_property(GObject *object, guint id, const GValue *value, GParamSpec *property) {
+    GST_OBJECT_LOCK(object);
+    const bool known = set_setting(GST_TAVIK_ENC(object)->settings, id, value);
+    GST_OBJECT_UNLOCK(object);
+    if (!known) G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, property);
+}
+
+void get_property(GObject *object, guint id, GValue *value, GParamSpec *property) {
+    if (!get_setting(current_settings(GST_TAVIK_ENC(object)), id, value)) {
+        G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, property);
+    }
+}
+
+void add_pad_template(GstElementClass *element_class, const char *name, GstPadDirection direction, const Caps &caps) {
+    gst_element_class_add_pad_template(element_class,
+                                       gst_pad_template_new(name, direction, GST_PAD_ALWAYS, caps.get()));
+}
+
+}  // namespace
+}  // namespace tavik
+
+static void gst_tavik_enc_init(GstTavikEnc *self) { self->settings = {}; }
+
+static void gst_tavik_enc_class_init(GstTavikEncClass *klass) {
+    GST_DEBUG_CATEGORY_INIT(tavikenc_debug, "tavikenc", 0, "AAC-LC encoder");
+
+    GObjectClass *object_class = G_OBJECT_CLASS(klass);
+    object_class->set_property = tavik::set_property;
+    object_class->get_property = tavik::get_property;
+    tavik::install_properties(object_class);
+
+    GstElementClass *element_class = GST_ELEMENT_CLASS(klass);
+    tavik::add_pad_template(element_class, GST_AUDIO_ENCODER_SINK_NAME, GST_PAD_SINK, tavik::sink_caps());
+    tavik::add_pad_template(element_class, GST_AUDIO_ENCODER_SRC_NAME, GST_PAD_SRC, tavik::source_caps());
+    gst_element_class_set_static_metadata(
+        element_class, "Tavik AAC-LC encoder", "Codec/Encoder/Audio",
+        "Encodes 16-bit audio as MPEG-4 AAC Low Complexity, in fixed-point arithmetic",
+        "Tavik maintainers <maintainers@tavik.example>");
+
+    GstAudioEncoderClass *encoder_class = GST_AUDIO_ENCODER_CLASS(klass);
+    encoder_class->start = tavik::start;
+    encoder_class->stop = tavik::stop;
+    encoder_class->set_format = tavik::set_format;
+    encoder_class->getcaps = tavik::get_caps;
+    encoder_class->handle_frame = tavik::handle_frame;
+    encoder_class->flush = tavik::flush;
+    encoder_class->pre_push = tavik::pre_push;
+    encoder_class->sink_event = tavik::sink_event;
+}
