@@ -84,8 +84,7 @@ std::string objection(const Settings &settings, uint32_t channels, uint32_t samp
 
 // The form of stream that downstream takes; raw frames as long as nothing is linked.
 std::optional<uint32_t> negotiated_header_type(GstAudioEncoder *base, const EncoderConfig &config) {
-    Caps allowed(gst_pad_get_allowed_caps(GST_AUDIO_ENCODER_SRC_PAD(base)));
-    if (!allowed) allowed = source_caps();
+    const Caps allowed(gst_pad_peer_query_caps(GST_AUDIO_ENCODER_SRC_PAD(base), source_caps().get()));
     return choose_header_type(config, allowed.get());
 }
 
@@ -224,29 +223,35 @@ GstFlowReturn pre_push(GstAudioEncoder *base, GstBuffer **buffer) {
     return GST_FLOW_OK;
 }
 
-// The same segment at times later by `shift`: running and stream times stay as they are. Takes the event.
-GstEvent *shift_segment(GstEvent *event, GstSegment segment, GstClockTime shift) {
-    segment.start += shift;
-    segment.position += shift;
-    if (GST_CLOCK_TIME_IS_VALID(segment.stop)) segment.stop += shift;
-    GstEvent *shifted = gst_event_new_segment(&segment);
-    gst_event_set_seqnum(shifted, gst_event_get_seqnum(event));
-    gst_event_set_running_time_offset(shifted, gst_event_get_running_time_offset(event));
+// An event as it was, but for what it is about. Takes the first one.
+GstEvent *replace_event(GstEvent *event, GstEvent *replacement) {
+    gst_event_set_seqnum(replacement, gst_event_get_seqnum(event));
+    gst_event_set_running_time_offset(replacement, gst_event_get_running_time_offset(event));
     gst_event_unref(event);
-    return shifted;
+    return replacement;
+}
+
+// The same segment at times later by `shift`: running and stream times stay as they are.
+GstSegment shifted(GstSegment segment, GstClockTime shift) {
+    segment.start += shift;
+    if (GST_CLOCK_TIME_IS_VALID(segment.position)) segment.position += shift;
+    if (GST_CLOCK_TIME_IS_VALID(segment.stop)) segment.stop += shift;
+    return segment;
 }
 
 // A segment whose first stream has a priming frame goes on shifted, while the input keeps to the one it came with.
-gboolean sink_event(GstAudioEncoder *base, GstEvent *event) {
-    GstTavikEnc *self = GST_TAVIK_ENC(base);
+gboolean segment_event(GstTavikEnc *self, GstEvent *event) {
+    GstAudioEncoder *base = GST_AUDIO_ENCODER(self);
     auto *parent = GST_AUDIO_ENCODER_CLASS(gst_tavik_enc_parent_class);
-    if (GST_EVENT_TYPE(event) != GST_EVENT_SEGMENT) return parent->sink_event(base, event);
-
     GstSegment segment;
     gst_event_copy_segment(event, &segment);
     if (segment.format != GST_FORMAT_TIME) return parent->sink_event(base, event);
+
     const GstClockTime shift = current_settings(self).priming ? priming_room : 0;
-    if (shift != 0) event = shift_segment(event, segment, shift);
+    if (shift != 0) {
+        const GstSegment output_segment = shifted(segment, shift);
+        event = replace_event(event, gst_event_new_segment(&output_segment));
+    }
     // Drains the stream before, in the segment before.
     const gboolean result = parent->sink_event(base, event);
     GST_AUDIO_ENCODER_STREAM_LOCK(base);
@@ -255,6 +260,21 @@ gboolean sink_event(GstAudioEncoder *base, GstEvent *event) {
     self->stream->priming_due = shift != 0;
     GST_AUDIO_ENCODER_STREAM_UNLOCK(base);
     return result;
+}
+
+// A pause in the input, with its time in the shifted segment.
+GstEvent *shift_gap(GstEvent *event, GstClockTime shift) {
+    GstClockTime time = GST_CLOCK_TIME_NONE;
+    GstClockTime duration = GST_CLOCK_TIME_NONE;
+    gst_event_parse_gap(event, &time, &duration);
+    return replace_event(event, gst_event_new_gap(time + shift, duration));
+}
+
+gboolean sink_event(GstAudioEncoder *base, GstEvent *event) {
+    GstTavikEnc *self = GST_TAVIK_ENC(base);
+    if (GST_EVENT_TYPE(event) == GST_EVENT_SEGMENT) return segment_event(self, event);
+    if (GST_EVENT_TYPE(event) == GST_EVENT_GAP) event = shift_gap(event, self->stream->segment_shift);
+    return GST_AUDIO_ENCODER_CLASS(gst_tavik_enc_parent_class)->sink_event(base, event);
 }
 
 // ---- The object
@@ -290,7 +310,11 @@ void add_pad_template(GstElementClass *element_class, const char *name, GstPadDi
 }  // namespace
 }  // namespace tavik
 
-static void gst_tavik_enc_init(GstTavikEnc *self) { self->settings = {}; }
+static void gst_tavik_enc_init(GstTavikEnc *self) {
+    self->settings = {};
+    // Input that the settings do not fit gets as far as set_format, which says why.
+    GST_PAD_SET_ACCEPT_TEMPLATE(GST_AUDIO_ENCODER_SINK_PAD(self));
+}
 
 static void gst_tavik_enc_class_init(GstTavikEncClass *klass) {
     GST_DEBUG_CATEGORY_INIT(tavikenc_debug, "tavikenc", 0, "AAC-LC encoder");

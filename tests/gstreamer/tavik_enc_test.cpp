@@ -1,0 +1,527 @@
+// The element between a test's own pads: what it sends is what the library makes of the same samples, at the right
+// times.
+#include <glib/gstdio.h>
+#include <gst/audio/audio.h>
+#include <gst/check/gstharness.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstring>
+#include <memory>
+#include <string>
+
+#include "support/signals.h"
+#include "support/stream_harness.h"
+
+namespace {
+
+using namespace tavik_test;
+using Bytes = std::vector<std::uint8_t>;
+using Samples = std::vector<std::int16_t>;
+
+constexpr GstClockTime priming_room = 128 * GST_MSECOND;
+
+struct Unref {
+    void operator()(GstBuffer *buffer) const { gst_buffer_unref(buffer); }
+    void operator()(GstEvent *event) const { gst_event_unref(event); }
+    void operator()(GstCaps *caps) const { gst_caps_unref(caps); }
+    void operator()(GstMessage *message) const { gst_message_unref(message); }
+    void operator()(GstBus *bus) const { gst_object_unref(bus); }
+    void operator()(GstElement *element) const { gst_object_unref(element); }
+    void operator()(gchar *text) const { g_free(text); }
+};
+template <typename Object>
+using Owned = std::unique_ptr<Object, Unref>;
+
+GstClockTime time_of(std::uint64_t samples, unsigned rate) {
+    return gst_util_uint64_scale_round(samples, GST_SECOND, rate);
+}
+
+std::string text_of(const GstCaps *caps) { return Owned<gchar>(gst_caps_to_string(caps)).get(); }
+
+struct Sent {
+    Bytes bytes;
+    GstClockTime pts, dts, duration;
+    std::uint64_t clipped_at_end;
+};
+
+// The element with its properties as gst-launch-1.0 takes them, and an input of 16-bit samples.
+class Encoder {
+ public:
+    explicit Encoder(const std::string &properties = "", const char *downstream = nullptr)
+        : element_(gst_parse_launch(("tavikenc " + properties).c_str(), nullptr)),
+          harness_(gst_harness_new_with_element(element_.get(), "sink", "src")),
+          bus_(gst_bus_new()) {
+        gst_element_set_bus(element_.get(), bus_.get());
+        if (downstream != nullptr) gst_harness_set_sink_caps_str(harness_, downstream);
+    }
+    ~Encoder() {
+        gst_element_set_bus(element_.get(), nullptr);
+        gst_harness_teardown(harness_);
+    }
+    Encoder(const Encoder &) = delete;
+    Encoder &operator=(const Encoder &) = delete;
+
+    GstHarness *harness() { return harness_; }
+
+    // Caps and a segment from 0.
+    void set_input(unsigned rate, unsigned channels) {
+        gst_harness_set_src_caps(harness_, input_caps(rate, channels).release());
+    }
+
+    // Caps alone.
+    void change_input(unsigned rate, unsigned channels) {
+        gst_harness_push_event(harness_, gst_event_new_caps(input_caps(rate, channels).get()));
+    }
+
+    GstFlowReturn push(const std::int16_t *pcm, std::size_t samples, GstClockTime time) {
+        GstBuffer *buffer = gst_buffer_new_memdup(pcm, samples * channels_ * sizeof *pcm);
+        GST_BUFFER_PTS(buffer) = time;
+        return gst_harness_push(harness_, buffer);
+    }
+
+    // Samples in buffers of a size that suits no frame, without gaps from `start` on.
+    void push_all(const Samples &pcm, GstClockTime start = 0, std::size_t step = 441) {
+        const std::size_t samples = pcm.size() / channels_;
+        for (std::size_t at = 0; at < samples; at += step) {
+            ASSERT_EQ(push(pcm.data() + at * channels_, std::min(step, samples - at), start + time_of(at, rate_)),
+                      GST_FLOW_OK);
+        }
+    }
+
+    void end() { EXPECT_TRUE(gst_harness_push_event(harness_, gst_event_new_eos())); }
+
+    std::vector<Sent> take() {
+        std::vector<Sent> frames;
+        while (const Owned<GstBuffer> buffer{gst_harness_try_pull(harness_)}) {
+            Bytes bytes(gst_buffer_get_size(buffer.get()));
+            gst_buffer_extract(buffer.get(), 0, bytes.data(), bytes.size());
+            const auto *clipping = gst_buffer_get_audio_clipping_meta(buffer.get());
+            EXPECT_TRUE(clipping == nullptr || clipping->start == 0);
+            frames.push_back({std::move(bytes), GST_BUFFER_PTS(buffer.get()), GST_BUFFER_DTS(buffer.get()),
+                              GST_BUFFER_DURATION(buffer.get()), clipping == nullptr ? 0 : clipping->end});
+        }
+        return frames;
+    }
+
+    Owned<GstCaps> output_caps() { return Owned<GstCaps>(gst_pad_get_current_caps(harness_->sinkpad)); }
+
+    // The next event of a kind that was sent; null if there is none.
+    Owned<GstEvent> event(GstEventType type) {
+        Owned<GstEvent> found;
+        do found.reset(gst_harness_try_pull_event(harness_));
+        while (found && GST_EVENT_TYPE(found.get()) != type);
+        return found;
+    }
+
+    // The text of the first error that was posted.
+    std::string error() {
+        const Owned<GstMessage> message(gst_bus_pop_filtered(bus_.get(), GST_MESSAGE_ERROR));
+        if (!message) return "";
+        GError *error = nullptr;
+        gst_message_parse_error(message.get(), &error, nullptr);
+        std::string text = error->message;
+        g_error_free(error);
+        return text;
+    }
+
+ private:
+    Owned<GstCaps> input_caps(unsigned rate, unsigned channels) {
+        rate_ = rate;
+        channels_ = channels;
+        return Owned<GstCaps>(gst_caps_from_string(
+            ("audio/x-raw,format=S16LE,layout=interleaved,rate=" + std::to_string(rate) +
+             ",channels=" + std::to_string(channels) + (channels == 2 ? ",channel-mask=(bitmask)3" : ""))
+                .c_str()));
+    }
+
+    Owned<GstElement> element_;
+    GstHarness *harness_;
+    Owned<GstBus> bus_;
+    unsigned rate_ = 0;
+    unsigned channels_ = 0;
+};
+
+std::vector<Bytes> bytes_of(const std::vector<Sent> &frames) {
+    std::vector<Bytes> all;
+    for (const Sent &frame : frames) all.push_back(frame.bytes);
+    return all;
+}
+
+EncoderConfig config_of(std::uint32_t mode, std::uint32_t rate, std::uint32_t bit_rate, std::uint32_t header = 2,
+                        std::uint32_t constant = 0, std::uint32_t priming = 0, std::uint32_t no_tns = 0) {
+    return {mode, rate, bit_rate, header, constant, priming, no_tns, 0, 0, 0, {}};
+}
+
+// Time and duration of every frame: those of the samples that it decodes to, to the end of the input and no further.
+void expect_times(const std::vector<Sent> &frames, std::size_t samples, unsigned rate, GstClockTime start,
+                  bool priming) {
+    for (std::size_t k = 0; k < frames.size(); ++k) {
+        SCOPED_TRACE(testing::Message() << "frame " << k);
+        const GstClockTime frame_time = time_of(1024, rate);
+        const std::size_t first = (k - priming) * 1024;
+        const bool lead_in = priming && k == 0;
+        const std::size_t own = lead_in ? 1024 : std::min<std::size_t>(1024, samples - std::min(samples, first));
+        const GstClockTime time = lead_in ? start - frame_time : start + time_of(std::min(first, samples), rate);
+        EXPECT_NEAR(static_cast<double>(frames[k].pts), static_cast<double>(time), 1);
+        EXPECT_EQ(frames[k].dts, frames[k].pts);
+        EXPECT_NEAR(static_cast<double>(frames[k].duration), static_cast<double>(time_of(own, rate)), 2);
+        EXPECT_EQ(frames[k].clipped_at_end, 1024 - own);
+    }
+}
+
+struct Case {
+    const char *properties;
+    const char *downstream;  // caps, or null for any
+    unsigned channels;
+    EncoderConfig config;
+    const char *caps;
+};
+
+void PrintTo(const Case &c, std::ostream *out) {
+    *out << c.properties << " / " << (c.downstream == nullptr ? "any" : c.downstream);
+}
+
+class Streams : public testing::TestWithParam<Case> {};
+
+// Every frame, whole or not, whatever the end; and the caps, with the decoder's description where the frames are raw.
+TEST_P(Streams, AreTheLibrarys) {
+    const Case &c = GetParam();
+    for (const std::size_t samples : {1, 1023, 1024, 1025, 2048, 9000}) {
+        SCOPED_TRACE(samples);
+        const Samples pcm = make_signal(SignalKind::music, c.channels, samples, c.config.sample_rate, 7);
+        Encoder encoder(c.properties, c.downstream);
+        encoder.set_input(c.config.sample_rate, c.channels);
+        encoder.push_all(pcm);
+        encoder.end();
+        const auto frames = encoder.take();
+        EXPECT_EQ(bytes_of(frames), encode_stream(c.config, pcm).frames);
+        const bool priming = c.config.emit_priming_frame == 1;
+        expect_times(frames, samples, c.config.sample_rate, priming ? priming_room : 0, priming);
+        EXPECT_EQ(text_of(encoder.output_caps().get()), text_of(Owned<GstCaps>(gst_caps_from_string(c.caps)).get()));
+    }
+}
+
+#define RAW "audio/mpeg, mpegversion=(int)4, stream-format=(string)raw, framed=(boolean)true, "
+#define MPEG2(format) "audio/mpeg, mpegversion=(int)2, stream-format=(string)" format ", framed=(boolean)true, "
+#define LC ", level=(string)2, base-profile=(string)lc, profile=(string)lc, codec_data=(buffer)"
+INSTANTIATE_TEST_SUITE_P(
+    All, Streams,
+    testing::Values(
+        Case{"", nullptr, 2, config_of(TAVIK_MODE_STEREO, 44100, 64000),
+             RAW "rate=(int)44100, channels=(int)2" LC "1210"},
+        Case{"bitrate=96000", "audio/mpeg", 1, config_of(TAVIK_MODE_MONO, 48000, 96000),
+             RAW "rate=(int)48000, channels=(int)1" LC "1188"},
+        Case{"bitrate=20001 tns=false", "audio/mpeg,mpegversion=4", 2,
+             config_of(TAVIK_MODE_STEREO, 11025, 10000, 2, 0, 0, 1),
+             RAW "rate=(int)11025, channels=(int)2, level=(string)1, base-profile=(string)lc, profile=(string)lc, "
+                 "codec_data=(buffer)1510"},
+        Case{"priming=true rate-control=cbr", "audio/mpeg,mpegversion=4,stream-format=raw", 2,
+             config_of(TAVIK_MODE_STEREO, 32000, 46000, 2, 1, 1), RAW "rate=(int)32000, channels=(int)2" LC "1290"},
+        Case{"channel-mode=two-mono bitrate=128000", nullptr, 2, config_of(TAVIK_MODE_TWO_MONO, 48000, 64000),
+             RAW "rate=(int)48000, channels=(int)2, base-profile=(string)lc, profile=(string)lc, "
+                 "codec_data=(buffer)118054c80000001000"},
+        Case{"", "audio/mpeg,stream-format={adts,adif}", 2, config_of(TAVIK_MODE_STEREO, 44100, 64000, 0),
+             MPEG2("adts") "rate=(int)44100, channels=(int)2, level=(string)2, profile=(string)lc"},
+        Case{"rate-control=cbr priming=true", "audio/mpeg,mpegversion=2", 1,
+             config_of(TAVIK_MODE_MONO, 8000, 12000, 0, 1, 1),
+             MPEG2("adts") "rate=(int)8000, channels=(int)1, level=(string)1, profile=(string)lc"},
+        Case{"rate-control=cbr", "audio/mpeg,stream-format=adif", 2, config_of(TAVIK_MODE_STEREO, 22050, 32000, 1, 1),
+             MPEG2("adif") "rate=(int)22050, channels=(int)2, level=(string)1, profile=(string)lc"}));
+
+// From any time on, one frame earlier with the priming frame, without which the segment is passed on as it is.
+TEST(Times, StartWithTheInput) {
+    for (const bool priming : {false, true}) {
+        const GstClockTime start = 5 * GST_SECOND;
+        const Samples pcm = make_signal(SignalKind::music, 1, 5000, 44100, 1);
+        Encoder encoder(priming ? "priming=true" : "");
+        encoder.set_input(44100, 1);
+        encoder.push_all(pcm, start);
+        encoder.end();
+        const GstClockTime shift = priming ? priming_room : 0;
+        expect_times(encoder.take(), 5000, 44100, start + shift, priming);
+
+        const GstSegment *segment = nullptr;
+        const auto event = encoder.event(GST_EVENT_SEGMENT);
+        gst_event_parse_segment(event.get(), &segment);
+        EXPECT_EQ(segment->start, shift);
+        EXPECT_EQ(gst_segment_to_running_time(segment, GST_FORMAT_TIME, start + shift), start);
+        EXPECT_EQ(gst_segment_to_stream_time(segment, GST_FORMAT_TIME, start + shift), start);
+    }
+}
+
+TEST(Times, FollowAGapInTheInput) {
+    const Samples pcm = make_signal(SignalKind::music, 1, 4096, 48000, 1);
+    Encoder encoder("priming=true");
+    encoder.set_input(48000, 1);
+    encoder.push(pcm.data(), 2048, 0);
+    gst_harness_push_event(encoder.harness(), gst_event_new_gap(time_of(2048, 48000), GST_SECOND));
+    encoder.push(pcm.data() + 2048, 2048, GST_SECOND);
+    encoder.end();
+    const auto frames = encoder.take();
+    ASSERT_EQ(frames.size(), 5u);
+    EXPECT_EQ(frames[2].pts, priming_room + time_of(1024, 48000));
+    EXPECT_EQ(frames[3].pts, priming_room + GST_SECOND);
+    GstClockTime gap = 0;
+    gst_event_parse_gap(encoder.event(GST_EVENT_GAP).get(), &gap, nullptr);
+    EXPECT_EQ(gap, priming_room + time_of(2048, 48000));
+}
+
+TEST(Times, AreAbsentWithoutAnyInTheInput) {
+    Encoder encoder("priming=true");
+    encoder.set_input(44100, 2);
+    encoder.push(make_signal(SignalKind::music, 2, 3000, 44100, 1).data(), 3000, GST_CLOCK_TIME_NONE);
+    encoder.end();
+    const auto frames = encoder.take();
+    ASSERT_EQ(frames.size(), 4u);
+    for (const Sent &frame : frames) EXPECT_EQ(frame.pts, GST_CLOCK_TIME_NONE);
+}
+
+// The reported latency is what a frame, fed sample by sample, waits for its last one.
+TEST(Latency, IsReportedAndTrue) {
+    for (const unsigned rate : {48000u, 8000u}) {
+        for (const char *properties : {"", "priming=true"}) {
+            Encoder encoder(properties);
+            gst_harness_set_upstream_latency(encoder.harness(), 10 * GST_MSECOND);
+            encoder.set_input(rate, 1);
+            const Samples pcm = make_signal(SignalKind::dither, 1, 6000, rate, 1);
+            std::size_t frames = 0;
+            for (std::size_t k = 0; k < pcm.size(); ++k) {
+                encoder.push(&pcm[k], 1, time_of(k, rate));
+                for (const Sent &frame : encoder.take()) {
+                    ++frames;
+                    const GstClockTime shift = *properties == '\0' ? 0 : priming_room;
+                    EXPECT_NEAR(static_cast<double>(time_of(k + 1, rate) + shift - frame.pts),
+                                static_cast<double>(time_of(3072, rate)), 2);
+                }
+            }
+            EXPECT_EQ(frames, *properties == '\0' ? 3u : 4u);
+            EXPECT_NEAR(static_cast<double>(gst_harness_query_latency(encoder.harness())),
+                        static_cast<double>(10 * GST_MSECOND + time_of(3072, rate)), 1);
+        }
+    }
+}
+
+// What was in the encoder is forgotten; the next stream is as the first one of a new element.
+TEST(Restarts, FlushForgetsEverything) {
+    const Samples pcm = make_signal(SignalKind::transients, 2, 7000, 44100, 3);
+    Encoder encoder("priming=true");
+    encoder.set_input(44100, 2);
+    encoder.push_all(make_signal(SignalKind::white_noise, 2, 4321, 44100, 3));
+    encoder.take();
+    gst_harness_push_event(encoder.harness(), gst_event_new_flush_start());
+    gst_harness_push_event(encoder.harness(), gst_event_new_flush_stop(TRUE));
+    GstSegment segment;
+    gst_segment_init(&segment, GST_FORMAT_TIME);
+    segment.start = segment.time = 60 * GST_SECOND;
+    gst_harness_push_event(encoder.harness(), gst_event_new_segment(&segment));
+    encoder.push_all(pcm, segment.start);
+    encoder.end();
+    const auto frames = encoder.take();
+    EXPECT_EQ(bytes_of(frames), encode_stream(config_of(TAVIK_MODE_STEREO, 44100, 64000, 2, 0, 1), pcm).frames);
+    expect_times(frames, 7000, 44100, segment.start + priming_room, true);
+}
+
+// A segment without a flush, as from a source that plays files one after the other: the first stream ends complete.
+TEST(Restarts, SegmentDrains) {
+    const Samples pcm = make_signal(SignalKind::transients, 1, 3500, 44100, 3);
+    Encoder encoder;
+    encoder.set_input(44100, 1);
+    const auto once = encode_stream(config_of(TAVIK_MODE_MONO, 44100, 64000), pcm).frames;
+    auto expected = once;
+    expected.insert(expected.end(), once.begin(), once.end());
+    for (int part = 0; part < 2; ++part) {
+        encoder.push_all(pcm);
+        GstSegment segment;
+        gst_segment_init(&segment, GST_FORMAT_TIME);
+        segment.base = time_of(3500, 44100);
+        gst_harness_push_event(encoder.harness(), gst_event_new_segment(&segment));
+    }
+    EXPECT_EQ(bytes_of(encoder.take()), expected);
+}
+
+// New caps in the middle: the old stream ends complete, and a new one goes on at its end, without another priming
+// frame.
+TEST(Restarts, CapsChangeDrains) {
+    const Samples stereo = make_signal(SignalKind::music, 2, 3500, 44100, 3);
+    const Samples mono = make_signal(SignalKind::music, 1, 2500, 16000, 3);
+    Encoder encoder("priming=true", "audio/mpeg,stream-format=adts");
+    encoder.set_input(44100, 2);
+    encoder.push_all(stereo);
+    const auto first = encode_stream(config_of(TAVIK_MODE_STEREO, 44100, 64000, 0, 0, 1), stereo).frames;
+    auto frames = encoder.take();
+    EXPECT_LT(frames.size(), first.size());
+
+    encoder.change_input(16000, 1);
+    const GstClockTime start = time_of(3500, 44100);
+    encoder.push_all(mono, start);
+    encoder.end();
+    for (Sent &frame : encoder.take()) frames.push_back(std::move(frame));
+    ASSERT_GT(frames.size(), first.size());
+    const std::vector<Sent> rest(frames.begin() + static_cast<std::ptrdiff_t>(first.size()), frames.end());
+    frames.resize(first.size());
+    EXPECT_EQ(bytes_of(frames), first);
+    expect_times(frames, 3500, 44100, priming_room, true);
+    EXPECT_EQ(bytes_of(rest), encode_stream(config_of(TAVIK_MODE_MONO, 16000, 23000, 0), mono).frames);
+    expect_times(rest, 2500, 16000, start + priming_room, false);
+    EXPECT_NE(text_of(encoder.output_caps().get()).find("rate=(int)16000, channels=(int)1"), std::string::npos);
+}
+
+TEST(Restarts, ElementCanBeUsedAgain) {
+    const Samples pcm = make_signal(SignalKind::music, 1, 2000, 44100, 3);
+    const auto expected = encode_stream(config_of(TAVIK_MODE_MONO, 44100, 64000), pcm).frames;
+    Encoder encoder;
+    encoder.set_input(44100, 1);
+    encoder.push_all(make_signal(SignalKind::white_noise, 1, 3000, 44100, 3));
+    encoder.take();
+    GstElement *element = encoder.harness()->element;
+    ASSERT_EQ(gst_element_set_state(element, GST_STATE_NULL), GST_STATE_CHANGE_SUCCESS);
+    ASSERT_NE(gst_element_set_state(element, GST_STATE_PLAYING), GST_STATE_CHANGE_FAILURE);
+    gst_harness_push_event(encoder.harness(), gst_event_new_stream_start("again"));
+    gst_harness_push_event(
+        encoder.harness(),
+        gst_event_new_caps(Owned<GstCaps>(gst_pad_get_current_caps(encoder.harness()->srcpad)).get()));
+    GstSegment segment;
+    gst_segment_init(&segment, GST_FORMAT_TIME);
+    gst_harness_push_event(encoder.harness(), gst_event_new_segment(&segment));
+    encoder.push_all(pcm);
+    encoder.end();
+    EXPECT_EQ(bytes_of(encoder.take()), expected);
+}
+
+// Samples at an odd address, as a parser may leave them.
+TEST(Input, MayBeginAnywhere) {
+    const Samples pcm = make_signal(SignalKind::music, 1, 1024, 44100, 3);
+    Bytes memory(1 + pcm.size() * sizeof pcm[0]);
+    std::memcpy(memory.data() + 1, pcm.data(), memory.size() - 1);
+    Encoder encoder;
+    encoder.set_input(44100, 1);
+    GstBuffer *buffer = gst_buffer_new_wrapped_full(GST_MEMORY_FLAG_READONLY, memory.data(), memory.size(), 1,
+                                                    memory.size() - 1, nullptr, nullptr);
+    GST_BUFFER_PTS(buffer) = 0;
+    EXPECT_EQ(gst_harness_push(encoder.harness(), buffer), GST_FLOW_OK);
+    encoder.end();
+    EXPECT_EQ(bytes_of(encoder.take()), encode_stream(config_of(TAVIK_MODE_MONO, 44100, 64000), pcm).frames);
+}
+
+// Converters upstream learn how many channels the mode takes.
+TEST(Input, ChannelsAreThoseOfTheMode) {
+    for (const auto &[properties, channels] : {std::pair{"", "channels=(int)[ 1, 2 ]"},
+                                               {"channel-mode=mono", "channels=(int)1"},
+                                               {"channel-mode=stereo", "channels=(int)2"},
+                                               {"channel-mode=two-mono", "channels=(int)2"}}) {
+        Encoder encoder(properties);
+        const Owned<GstCaps> caps(gst_pad_peer_query_caps(encoder.harness()->srcpad, nullptr));
+        EXPECT_NE(text_of(caps.get()).find(channels), std::string::npos) << text_of(caps.get());
+    }
+    Encoder encoder("", "audio/mpeg,rate=16000");
+    const Owned<GstCaps> caps(gst_pad_peer_query_caps(encoder.harness()->srcpad, nullptr));
+    EXPECT_NE(text_of(caps.get()).find("rate=(int)16000"), std::string::npos) << text_of(caps.get());
+}
+
+TEST(Refusals, NameWhatIsLegal) {
+    struct Refusal {
+        const char *properties;
+        const char *downstream;
+        unsigned rate, channels;
+        const char *message;
+    };
+    for (const Refusal &r : std::initializer_list<Refusal>{
+             {"bitrate=15999", nullptr, 44100, 2,
+              "bitrate 15999 must be 16000 to 529200 bit/s for 2 channels at 44100 Hz (8000 to 264600 per channel)"},
+             {"bitrate=48001", nullptr, 8000, 1,
+              "bitrate 48001 must be 8000 to 48000 bit/s for 1 channel at 8000 Hz (8000 to 48000 per channel)"},
+             {"channel-mode=mono", nullptr, 44100, 2, "channel-mode takes 1 channel, the input has 2"},
+             {"channel-mode=two-mono", nullptr, 44100, 1, "channel-mode takes 2 channels, the input has 1"},
+             {"", "audio/mpeg,mpegversion=4,stream-format=adts", 44100, 1, "GStreamer error: negotiation problem."}}) {
+        SCOPED_TRACE(r.properties);
+        Encoder encoder(r.properties, r.downstream);
+        encoder.set_input(r.rate, r.channels);
+        EXPECT_EQ(encoder.push(Samples(2048).data(), 1024, 0), GST_FLOW_NOT_NEGOTIATED);
+        EXPECT_EQ(encoder.error(), r.message);
+        EXPECT_TRUE(encoder.take().empty());
+    }
+    for (const char *bit_rate : {"bitrate=16000", "bitrate=529200"}) {
+        Encoder encoder(bit_rate);
+        encoder.set_input(44100, 2);
+        EXPECT_EQ(encoder.push(Samples(2048).data(), 1024, 0), GST_FLOW_OK);
+    }
+}
+
+// With the tags of the input, and in place of what those say of its coding.
+TEST(Tags, TellCodecAndBitRates) {
+    for (const bool constant : {false, true}) {
+        Encoder encoder(constant ? "rate-control=cbr bitrate=128000" : "bitrate=128000");
+        encoder.set_input(44100, 2);
+        gst_harness_push_event(encoder.harness(),
+                               gst_event_new_tag(gst_tag_list_new(GST_TAG_TITLE, "song", GST_TAG_AUDIO_CODEC, "Vorbis",
+                                                                  GST_TAG_BITRATE, 500000, nullptr)));
+        const Samples pcm = make_signal(SignalKind::white_noise, 2, 44100, 44100, 1);
+        encoder.push_all(pcm);
+        encoder.end();
+        GstTagList *tags = nullptr;
+        Owned<GstEvent> last;
+        while (Owned<GstEvent> event = encoder.event(GST_EVENT_TAG)) last = std::move(event);
+        gst_event_parse_tag(last.get(), &tags);
+        const auto number = [&](const char *tag) {
+            guint value = 0;
+            return gst_tag_list_get_uint(tags, tag, &value) ? value : 0;
+        };
+        const auto text = [&](const char *tag) {
+            gchar *value = nullptr;
+            return gst_tag_list_get_string(tags, tag, &value) ? std::string(Owned<gchar>(value).get()) : "";
+        };
+        EXPECT_EQ(text(GST_TAG_TITLE), "song");
+        EXPECT_EQ(text(GST_TAG_AUDIO_CODEC), "MPEG-4 AAC");
+        EXPECT_EQ(text(GST_TAG_ENCODER), "Tavik");
+        EXPECT_EQ(number(GST_TAG_NOMINAL_BITRATE), 128000u);
+        std::size_t largest = 0;
+        for (const Sent &frame : encoder.take()) largest = std::max(largest, frame.bytes.size());
+        const auto largest_rate = static_cast<guint>(largest * 8 * 44100 / 1024);
+        if (constant) {
+            for (const char *tag : {GST_TAG_BITRATE, GST_TAG_MINIMUM_BITRATE, GST_TAG_MAXIMUM_BITRATE}) {
+                EXPECT_EQ(number(tag), largest_rate) << tag;
+            }
+        } else {
+            EXPECT_EQ(number(GST_TAG_BITRATE), 0u);
+            EXPECT_GE(number(GST_TAG_MAXIMUM_BITRATE), largest_rate);
+            EXPECT_LE(number(GST_TAG_MAXIMUM_BITRATE), 144u * 128000 / 100);
+        }
+    }
+}
+
+// Elements that choose encoders by themselves leave one of rank none alone.
+TEST(Registration, ChangesNobodysPipelines) {
+    GstElementFactory *factory = gst_element_factory_find("tavikenc");
+    ASSERT_NE(factory, nullptr);
+    EXPECT_EQ(gst_plugin_feature_get_rank(GST_PLUGIN_FEATURE(factory)), guint{GST_RANK_NONE});
+    EXPECT_STREQ(gst_element_factory_get_metadata(factory, GST_ELEMENT_METADATA_KLASS), "Codec/Encoder/Audio");
+    GList *automatic = gst_element_factory_list_get_elements(GST_ELEMENT_FACTORY_TYPE_ENCODER, GST_RANK_MARGINAL);
+    EXPECT_EQ(g_list_find(automatic, factory), nullptr);
+    gst_plugin_feature_list_free(automatic);
+    gst_object_unref(factory);
+}
+
+}  // namespace
+
+// Only the plug-in under test, and no trace of it in the user's registry. What GLib finds wrong ends the test.
+int main(int argc, char **argv) {
+    testing::InitGoogleTest(&argc, argv);
+    const Owned<gchar> directory(g_dir_make_tmp("tavikenc-XXXXXX", nullptr));
+    const std::string registry = directory.get() + std::string("/registry.bin");
+    for (const auto &[name, value] : {std::pair{"GST_REGISTRY", registry.c_str()},
+                                      {"GST_PLUGIN_SYSTEM_PATH", ""},
+                                      {"GST_PLUGIN_PATH", ""},
+                                      {"GST_REGISTRY_FORK", "no"},
+                                      {"G_DEBUG", "fatal-criticals"}}) {
+        g_setenv(name, value, TRUE);
+    }
+    gst_init(nullptr, nullptr);
+    GstPlugin *plugin = gst_plugin_load_file(TAVIK_GSTREAMER_PLUGIN, nullptr);
+    const int result = plugin == nullptr ? EXIT_FAILURE : RUN_ALL_TESTS();
+    gst_clear_object(&plugin);
+    gst_deinit();
+    g_remove(registry.c_str());
+    g_rmdir(directory.get());
+    return result;
+}
