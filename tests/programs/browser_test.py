@@ -10,7 +10,8 @@ import threading
 
 import numpy
 import pytest
-from conftest import NOISE, PATIENCE, decode, lag
+from audio_files import PATIENCE, decode, lag
+from conftest import NOISE
 
 CHROMIUM = shutil.which("chromium")
 OPTIONS = ["--headless", "--no-sandbox", "--disable-gpu", "--disable-quic", "--no-first-run", "--disable-sync",

@@ -1,6 +1,7 @@
 """The program under test, and what its tests share: inputs, and views of the outputs that do not depend on it.
 
-Runs under pytest: pytest-3 tests/programs --program=PATH --faulty-io=PATH. Every test works in an empty directory of its own.
+Runs under pytest: PYTHONPATH=tests/support pytest-3 tests/programs --program=PATH --faulty-io=PATH. Every test works in
+an empty directory of its own.
 """
 import collections
 import fcntl
@@ -11,15 +12,13 @@ import shutil
 import subprocess
 import threading
 import time
-import wave
 from pathlib import Path
 
-import numpy
 import pytest
+from audio_files import PATIENCE, ffmpeg
 
 TONE = "0.5*sin(2*PI*440*t)|0"  # left channel only
 NOISE = "random(0)-0.5|random(1)-0.5"
-PATIENCE = 120  # seconds; only a program that hangs takes them
 Run = collections.namedtuple("Run", "status out err data")
 
 
@@ -95,45 +94,6 @@ def sound(tmp_path_factory):
 def snapshot(directory="."):
     """Names, contents and permissions of everything below the directory."""
     return {path: (path.lstat().st_mode, path.is_file() and path.read_bytes()) for path in Path(directory).rglob("*")}
-
-
-def ffmpeg(*arguments, data=None):
-    """What ffmpeg writes to its standard output; it must have nothing to complain about."""
-    command = ["ffmpeg", "-v", "error", "-y", *map(str, arguments)]
-    run = subprocess.run(command, input=data or b"", capture_output=True, timeout=PATIENCE, check=True)
-    assert not run.stderr, run.stderr
-    return run.stdout
-
-
-def probe(path, entries):
-    """Lines key=value of ffprobe."""
-    command = ["ffprobe", "-v", "error", "-show_entries", entries, "-of", "default=noprint_wrappers=1", path]
-    return subprocess.run(command, capture_output=True, text=True, check=True).stdout.splitlines()
-
-
-def decode(path, decoder="ffmpeg", *options):
-    """Sampling rate and samples (one column per channel) as the decoder understands the file."""
-    if decoder == "faad":
-        subprocess.run(["faad", "-q", "-o", "decoded.wav", path], capture_output=True, check=True)
-    else:
-        demuxer = ["-f", "aac"] if str(path).endswith((".aac", ".adts")) else []  # short ones are not recognised
-        ffmpeg(*demuxer, "-i", path, "-map", "0:a", "-c:a", "pcm_s16le", *options, "decoded.wav")
-    with wave.open("decoded.wav") as file:
-        samples = numpy.frombuffer(file.readframes(file.getnframes()), "<i2").reshape(-1, file.getnchannels())
-        return file.getframerate(), samples / 32768
-
-
-def levels(samples):
-    """RMS of every channel in dB, silence as -99."""
-    return [round(max(-99, 10 * numpy.log10(numpy.mean(channel**2) + 1e-20))) for channel in samples.T]
-
-
-def lag(decoded, source):
-    """By how many samples the first channel of `decoded` comes later than that of `source`, by cross-correlation."""
-    size = 2 * max(len(decoded), len(source))
-    spectrum = numpy.fft.rfft(decoded[:, 0], size) * numpy.conj(numpy.fft.rfft(source[:, 0], size))
-    peak = int(numpy.argmax(numpy.fft.irfft(spectrum, size)))
-    return peak - size if peak > size // 2 else peak
 
 
 def wait_until(condition):

@@ -9,7 +9,8 @@ import subprocess
 from pathlib import Path
 
 import pytest
-from conftest import NOISE, PATIENCE, decode, feed, ffmpeg, wait_until
+from audio_files import PATIENCE, decode, ffmpeg
+from conftest import NOISE, feed, wait_until
 
 USAGE = [
     ("INPUT", ""),

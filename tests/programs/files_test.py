@@ -4,7 +4,8 @@ import shutil
 from pathlib import Path
 
 import pytest
-from conftest import NOISE, PATIENCE, feed, probe, snapshot, wait_until
+from audio_files import PATIENCE, probe
+from conftest import NOISE, feed, snapshot, wait_until
 
 
 def names(directory="."):

@@ -12,7 +12,8 @@ from pathlib import Path
 
 import numpy
 import pytest
-from conftest import NOISE, PATIENCE, decode, feed, ffmpeg, levels, probe
+from audio_files import PATIENCE, decode, ffmpeg, levels, probe
+from conftest import NOISE, feed
 
 FORMATS = ["u8", "s16le", "s16be", "s24le", "s24be", "s32le", "s32be", "f32le", "f32be"]
 

@@ -3,7 +3,8 @@ import struct
 from pathlib import Path
 
 import pytest
-from conftest import NOISE, TONE, decode, ffmpeg, lag, levels, probe
+from audio_files import decode, ffmpeg, lag, levels, probe
+from conftest import NOISE, TONE
 
 MONO = "0.5*sin(2*PI*440*t)"
 LEFT = [-9, -99]

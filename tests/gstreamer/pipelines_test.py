@@ -1,0 +1,117 @@
+"""What comes out of containers and packets is the source: no sample late, none missing at the end.
+
+Without priming frame the first 1024 samples lack what comes before them and are not exact.
+"""
+import math
+
+import numpy
+import pytest
+from audio_files import decode, lag, probe
+from conftest import gst, read_raw, signal, signal_to_noise, write_wav
+
+RATE = 44100
+FRAME = 1024
+GOOD = 25  # dB: what is left of the signal at this bit rate; a sample of delay leaves less than 15
+SOURCE = "filesrc location=in.wav ! wavparse"
+ENCODER = "tavikenc bitrate=320000"
+TO_RAW = "audioconvert ! audio/x-raw,format=S16LE ! filesink location=out.raw"
+MUXERS = {"mp4mux": "mp4", "mp4mux fragment-duration=200": "mp4", "qtmux": "mov", "matroskamux": "mkv",
+          "mpegtsmux": "ts", "flvmux streamable=true": "flv"}
+
+
+def make_source(samples):
+    source = signal(samples)
+    write_wav("in.wav", source, RATE)
+    return source / 32768
+
+
+def expect_source(source, decoded, exact_start=False):
+    """`decoded` is the source without delay, completed to a whole frame at most."""
+    start = 0 if exact_start else FRAME
+    assert len(source) <= len(decoded) <= FRAME * math.ceil(len(source) / FRAME)
+    if len(source) > 2 * FRAME:
+        assert lag(decoded, source) == 0
+        assert signal_to_noise(source[start:], decoded[start:]) > GOOD
+        assert signal_to_noise(source[-100:], decoded[len(source) - 100:]) > GOOD - 5
+
+
+def duration(path):
+    """In the units of the stream, which it ends with."""
+    value, unit = (line.split("=")[1] for line in sorted(probe(path, "stream=duration_ts,time_base")))
+    return int(value) * eval(unit)  # 1/44100
+
+
+@pytest.mark.parametrize("muxer", MUXERS)
+@pytest.mark.parametrize("samples", [1500, 2048, RATE + 57])
+def test_containers(muxer, samples):
+    path = f"out.{MUXERS[muxer]}"
+    source = make_source(samples)
+    gst(f"{SOURCE} ! {ENCODER} ! {muxer} ! filesink location={path}")
+    expect_source(source, decode(path)[1])
+
+
+@pytest.mark.parametrize("samples", [1, 1023, 1024, 1025, 5000])
+def test_lengths_that_containers_declare(samples):
+    make_source(samples)
+    for muxer in ("mp4mux", "qtmux"):
+        gst(f"{SOURCE} ! {ENCODER} ! {muxer} movie-timescale={RATE} ! filesink location=out.mp4")
+        assert round(duration("out.mp4") * RATE) == samples
+    gst(f"{SOURCE} ! {ENCODER} ! matroskamux ! filesink location=out.mkv")
+    (length,) = probe("out.mkv", "format=duration")
+    assert float(length.split("=")[1]) == pytest.approx(samples / RATE, abs=1.1e-3)  # milliseconds
+
+
+@pytest.mark.parametrize("priming", ["false", "true"])
+@pytest.mark.parametrize("samples", [1, 1023, 1024, 1025, RATE + 57])
+def test_straight_to_a_decoder(samples, priming):
+    source = make_source(samples)
+    gst(f"{SOURCE} ! {ENCODER} priming={priming} ! avdec_aac ! {TO_RAW}")
+    decoded = read_raw("out.raw")
+    if samples > FRAME or priming == "true":
+        assert len(decoded) == samples
+        expect_source(source, decoded, priming == "true")
+
+
+def test_mp4_cut_to_the_sample():
+    """GStreamer's demuxer honours the edit list, in nanoseconds: to the sample or the next one."""
+    source = make_source(RATE + 57)
+    gst(f"{SOURCE} ! {ENCODER} ! mp4mux movie-timescale={RATE} ! filesink location=out.mp4")
+    gst(f"filesrc location=out.mp4 ! qtdemux ! avdec_aac ! {TO_RAW}")
+    decoded = read_raw("out.raw")
+    assert len(decoded) - len(source) in (0, 1)
+    expect_source(source, decoded)
+
+
+@pytest.mark.parametrize("payloader", ["rtpmp4gpay ! rtpmp4gdepay", "rtpmp4gpay max-ptime=100000000 ! rtpmp4gdepay"])
+def test_rtp(payloader):
+    source = make_source(RATE + 57)
+    gst(f"{SOURCE} ! {ENCODER} ! {payloader} ! avdec_aac ! {TO_RAW}")
+    expect_source(source, read_raw("out.raw"))
+
+
+@pytest.mark.parametrize("form", ["adts", "adif"])
+def test_streams_without_container(form):
+    source = make_source(RATE + 57)
+    gst(f"{SOURCE} ! {ENCODER} ! audio/mpeg,stream-format={form} ! filesink location=out.aac")
+    decoded = decode("out.aac", "ffmpeg" if form == "adts" else "faad")[1]
+    if form == "adif":  # faad leaves the first frame out
+        decoded = numpy.concatenate([source[:FRAME], decoded])
+    expect_source(source, decoded)
+
+
+@pytest.mark.parametrize("muxer, path", [("mp4mux", "out.mp4"), ("matroskamux", "out.mkv"), ("mpegtsmux", "out.ts")])
+def test_priming_frame_comes_before_the_start(muxer, path):
+    """Where there is time in front of the input, the stream begins a frame earlier: in sync with one without priming
+    frame in the same container, and exact from its first sample on."""
+    gst("audiotestsrc wave=red-noise num-buffers=40 timestamp-offset=1000000000 ! tee name=t "
+        f"! audio/x-raw,format=S16LE,rate={RATE},channels=2 ! queue ! filesink location=source.raw "
+        f"t. ! queue ! {ENCODER} priming=true ! {muxer} name=muxer ! filesink location={path} "
+        f"t. ! queue ! {ENCODER} ! muxer.")
+    source = read_raw("source.raw")
+    starts = [float(line.split("=")[1]) for line in probe(path, "stream=start_time")]
+    tracks = [decode(path, "ffmpeg", "-map", f"-0:a:{other}")[1] for other in (1, 0)]
+    primed = numpy.argmin(starts)
+    assert abs(starts[0] - starts[1]) == pytest.approx(FRAME / RATE, abs=1.1e-3)
+    assert [lag(track, source) for track in tracks] == ([FRAME, 0] if primed == 0 else [0, FRAME])
+    # The noise is another one every time: well above the 5 dB that remain of a start without priming frame.
+    assert signal_to_noise(source[:FRAME], tracks[primed][FRAME:]) > 15
