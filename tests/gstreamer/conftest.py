@@ -10,7 +10,7 @@ import wave
 
 import numpy
 import pytest
-from audio_files import PATIENCE
+from waiting import PATIENCE
 
 
 def pytest_addoption(parser):

@@ -10,8 +10,9 @@ import threading
 
 import numpy
 import pytest
-from audio_files import PATIENCE, decode, lag
+from audio_files import decode, lag
 from conftest import NOISE
+from waiting import PATIENCE
 
 CHROMIUM = shutil.which("chromium")
 OPTIONS = ["--headless", "--no-sandbox", "--disable-gpu", "--disable-quic", "--no-first-run", "--disable-sync",

@@ -11,11 +11,11 @@ import re
 import shutil
 import subprocess
 import threading
-import time
 from pathlib import Path
 
 import pytest
-from audio_files import PATIENCE, ffmpeg
+from audio_files import ffmpeg
+from waiting import PATIENCE
 
 TONE = "0.5*sin(2*PI*440*t)|0"  # left channel only
 NOISE = "random(0)-0.5|random(1)-0.5"
@@ -94,13 +94,6 @@ def sound(tmp_path_factory):
 def snapshot(directory="."):
     """Names, contents and permissions of everything below the directory."""
     return {path: (path.lstat().st_mode, path.is_file() and path.read_bytes()) for path in Path(directory).rglob("*")}
-
-
-def wait_until(condition):
-    end = time.monotonic() + PATIENCE
-    while not condition():
-        assert time.monotonic() < end, "waited in vain"
-        time.sleep(0.01)
 
 
 def feed(path, pieces):

@@ -6,7 +6,7 @@ import subprocess
 from pathlib import Path
 
 import pytest
-from audio_files import PATIENCE
+from waiting import PATIENCE
 
 SOURCES = Path(__file__).parents[2] / "programs" / "tavik"
 COMPLETIONS = SOURCES / "completions"

@@ -9,8 +9,9 @@ import subprocess
 from pathlib import Path
 
 import pytest
-from audio_files import PATIENCE, decode, ffmpeg
-from conftest import NOISE, feed, wait_until
+from audio_files import decode, ffmpeg
+from conftest import NOISE, feed
+from waiting import PATIENCE, wait_until
 
 USAGE = [
     ("INPUT", ""),

@@ -4,8 +4,9 @@ import shutil
 from pathlib import Path
 
 import pytest
-from audio_files import PATIENCE, probe
-from conftest import NOISE, feed, snapshot, wait_until
+from audio_files import probe
+from conftest import NOISE, feed, snapshot
+from waiting import PATIENCE, wait_until
 
 
 def names(directory="."):

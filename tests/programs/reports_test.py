@@ -12,8 +12,9 @@ from pathlib import Path
 
 import numpy
 import pytest
-from audio_files import PATIENCE, decode, ffmpeg, levels, probe
+from audio_files import decode, ffmpeg, levels, probe
 from conftest import NOISE, feed
+from waiting import PATIENCE
 
 FORMATS = ["u8", "s16le", "s16be", "s24le", "s24be", "s32le", "s32be", "f32le", "f32be"]
 

@@ -3,8 +3,7 @@ import subprocess
 import wave
 
 import numpy
-
-PATIENCE = 120  # seconds; only a program that hangs takes them
+from waiting import PATIENCE
 
 
 def ffmpeg(*arguments, data=None):
