@@ -187,7 +187,7 @@ class Streams : public testing::TestWithParam<Case> {};
 // Every frame, whole or not, whatever the end; and the caps, with the decoder's description where the frames are raw.
 TEST_P(Streams, AreTheLibrarys) {
     const Case &c = GetParam();
-    for (const std::size_t samples : {1, 1023, 1024, 1025, 2048, 9000}) {
+    for (const std::size_t samples : {1u, 1023u, 1024u, 1025u, 2048u, 9000u}) {
         SCOPED_TRACE(samples);
         const Samples pcm = make_signal(SignalKind::music, c.channels, samples, c.config.sample_rate, 7);
         Encoder encoder(c.properties, c.downstream);
