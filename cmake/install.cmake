@@ -1,4 +1,5 @@
-# What `cmake --install` puts where; the program's files are in programs/tavik. Components: runtime, development, tools.
+# What `cmake --install` puts where; the program's files are in programs/tavik, the plug-in in gstreamer. Components:
+# runtime, development, tools, gstreamer.
 include(CMakePackageConfigHelpers)
 
 install(TARGETS tavik EXPORT tavik LIBRARY COMPONENT runtime NAMELINK_COMPONENT development)

@@ -64,12 +64,12 @@ void install_properties(GObjectClass *object_class) {
                                                channel_mode_type(), number(defaults.channel_mode), flags));
     install(tns_id, g_param_spec_boolean("tns", "Temporal noise shaping",
                                          "Keep noise away from before attacks, at bit rates that have bits for it",
-                                         defaults.tns, flags));
+                                         defaults.tns ? TRUE : FALSE, flags));
     install(priming_id,
             g_param_spec_boolean("priming", "Priming frame",
                                  "Send, in front of the first frame of a segment, the one that decoders need to decode "
                                  "the first 1024 samples exactly; its time is that much earlier",
-                                 defaults.priming, flags));
+                                 defaults.priming ? TRUE : FALSE, flags));
 }
 
 bool set_setting(Settings &settings, guint property_id, const GValue *value) {

@@ -7,15 +7,15 @@
 
 #include <algorithm>
 #include <array>
+#include <memory>
 #include <optional>
 #include <string>
-#include <utility>
 
 #include "bit_rates.h"
 #include "caps.h"
 #include "settings.h"
 
-GST_DEBUG_CATEGORY_STATIC(tavikenc_debug);
+GST_DEBUG_CATEGORY_STATIC(tavikenc_debug);  // NOLINT: what the macro makes is GStreamer's
 #define GST_CAT_DEFAULT tavikenc_debug
 
 namespace tavik {
@@ -31,7 +31,7 @@ constexpr GstClockTime priming_room = GST_SECOND * TAVIK_FRAME_LENGTH / 8000;
 
 // The state between start and stop of the element.
 struct Stream {
-    EncoderContext encoder;
+    EncoderContext encoder{};
     EncoderConfig config{};
     bool running = false;            // the encoder holds samples
     bool priming_due = false;        // the next stream is the first one of its segment, and shall have a priming frame
@@ -43,13 +43,13 @@ struct Stream {
 }  // namespace
 }  // namespace tavik
 
+// NOLINTNEXTLINE(cppcoreguidelines-pro-type-member-init): GObject makes instances, of zeros; see gst_tavik_enc_init
 struct _GstTavikEnc {
     GstAudioEncoder parent_instance;
-    tavik::Settings settings;  // under the object's lock
-    tavik::Stream *stream;     // null unless started
+    tavik::Settings settings;               // under the object's lock
+    std::unique_ptr<tavik::Stream> stream;  // null unless started
 };
 
-// NOLINTNEXTLINE: what the macro makes is GObject's
 G_DEFINE_FINAL_TYPE(GstTavikEnc, gst_tavik_enc, GST_TYPE_AUDIO_ENCODER)
 GST_ELEMENT_REGISTER_DEFINE(tavikenc, "tavikenc", GST_RANK_NONE, GST_TYPE_TAVIK_ENC)
 
@@ -68,6 +68,13 @@ GstClockTime duration_of(uint64_t samples, uint32_t sample_rate) {
 }
 
 // ---- Configuration
+
+// Posts an error; returns FALSE.
+gboolean refuse(GstTavikEnc *self, GQuark domain, gint code, const std::string &text) {
+    gst_element_message_full(GST_ELEMENT(self), GST_MESSAGE_ERROR, domain, code, g_strdup(text.c_str()), nullptr,
+                             __FILE__, GST_FUNCTION, __LINE__);
+    return FALSE;
+}
 
 // What is wrong with the settings for this input, or nothing.
 std::string objection(const Settings &settings, uint32_t channels, uint32_t sample_rate) {
@@ -101,6 +108,11 @@ void announce(GstAudioEncoder *base, const EncoderConfig &config) {
     gst_audio_encoder_set_latency(base, latency, latency);
 }
 
+void log_configuration(GstTavikEnc *self, const EncoderConfig &config) {
+    GST_INFO_OBJECT(self, "%u Hz, channel_mode %u, header_type %u, %u bit/s per channel, constant_rate %u",
+                    config.sample_rate, config.channel_mode, config.header_type, config.bit_rate, config.constant_rate);
+}
+
 // Called when the previous stream is drained.
 gboolean set_format(GstAudioEncoder *base, GstAudioInfo *info) {
     GstTavikEnc *self = GST_TAVIK_ENC(base);
@@ -109,23 +121,17 @@ gboolean set_format(GstAudioEncoder *base, GstAudioInfo *info) {
     const auto sample_rate = static_cast<uint32_t>(GST_AUDIO_INFO_RATE(info));
 
     const std::string wrong = objection(settings, channels, sample_rate);
-    if (!wrong.empty()) {
-        GST_ELEMENT_ERROR(self, LIBRARY, SETTINGS, ("%s", wrong.c_str()), (nullptr));
-        return FALSE;
-    }
+    if (!wrong.empty()) return refuse(self, GST_LIBRARY_ERROR, GST_LIBRARY_ERROR_SETTINGS, wrong);
     EncoderConfig config = make_config(settings, channels, sample_rate, TAVIK_HEADER_NONE);
     const auto header_type = negotiated_header_type(base, config);
     if (!header_type) {
-        GST_ELEMENT_ERROR(self, CORE, NEGOTIATION, (nullptr), ("downstream takes no form of AAC-LC of this input"));
-        return FALSE;
+        return refuse(self, GST_CORE_ERROR, GST_CORE_ERROR_NEGOTIATION,
+                      "nothing downstream takes AAC-LC of this input as raw frames, or as ADTS or ADIF of MPEG-2");
     }
     config.header_type = *header_type;
-    if (TAVIK_Init(&self->stream->encoder, &config) != 0) {
-        GST_ELEMENT_ERROR(self, LIBRARY, INIT, (nullptr), ("status %d", self->stream->encoder.status));
-        return FALSE;
-    }
     self->stream->config = config;
     announce(base, config);
+    log_configuration(self, config);
     return TRUE;
 }
 
@@ -280,12 +286,12 @@ gboolean sink_event(GstAudioEncoder *base, GstEvent *event) {
 // ---- The object
 
 gboolean start(GstAudioEncoder *base) {
-    GST_TAVIK_ENC(base)->stream = new Stream;
+    GST_TAVIK_ENC(base)->stream = std::make_unique<Stream>();
     return TRUE;
 }
 
 gboolean stop(GstAudioEncoder *base) {
-    delete std::exchange(GST_TAVIK_ENC(base)->stream, nullptr);
+    GST_TAVIK_ENC(base)->stream.reset();
     return TRUE;
 }
 
@@ -311,9 +317,15 @@ void add_pad_template(GstElementClass *element_class, const char *name, GstPadDi
 }  // namespace tavik
 
 static void gst_tavik_enc_init(GstTavikEnc *self) {
-    self->settings = {};
+    std::construct_at(&self->settings);
+    std::construct_at(&self->stream);
     // Input that the settings do not fit gets as far as set_format, which says why.
     GST_PAD_SET_ACCEPT_TEMPLATE(GST_AUDIO_ENCODER_SINK_PAD(self));
+}
+
+static void gst_tavik_enc_finalize(GObject *object) {
+    std::destroy_at(&GST_TAVIK_ENC(object)->stream);
+    G_OBJECT_CLASS(gst_tavik_enc_parent_class)->finalize(object);
 }
 
 static void gst_tavik_enc_class_init(GstTavikEncClass *klass) {
@@ -322,6 +334,7 @@ static void gst_tavik_enc_class_init(GstTavikEncClass *klass) {
     GObjectClass *object_class = G_OBJECT_CLASS(klass);
     object_class->set_property = tavik::set_property;
     object_class->get_property = tavik::get_property;
+    object_class->finalize = gst_tavik_enc_finalize;
     tavik::install_properties(object_class);
 
     GstElementClass *element_class = GST_ELEMENT_CLASS(klass);

@@ -70,3 +70,10 @@ if [ -e "$tree/bin/tavik" ]; then
     grep -q "=> $tree/.*libtavik.so" "$work/libraries" || fail "the program does not find its library"
     "$tree/bin/tavik" --version
 fi
+
+if [ -e "$libraries/gstreamer-1.0" ]; then
+    export GST_PLUGIN_PATH=$libraries/gstreamer-1.0 GST_REGISTRY=$work/registry.bin
+    quietly gst-inspect-1.0 tavikenc
+    ldd "$GST_PLUGIN_PATH/libgsttavik.so" >"$work/libraries"
+    grep -q "=> $tree/.*libtavik.so" "$work/libraries" || fail "the plug-in does not find its library"
+fi
