@@ -20,9 +20,11 @@ struct Form {
     const char *stream_format;
 };
 
-// In order of preference.
-constexpr std::array<Form, 3> forms{
-    {{TAVIK_HEADER_NONE, 4, "raw"}, {TAVIK_HEADER_ADTS, 2, "adts"}, {TAVIK_HEADER_ADIF, 2, "adif"}}};
+constexpr Form raw = {TAVIK_HEADER_NONE, 4, "raw"};
+constexpr Form adts = {TAVIK_HEADER_ADTS, 2, "adts"};
+constexpr Form adif = {TAVIK_HEADER_ADIF, 2, "adif"};
+using Forms = std::array<Form, 3>;
+constexpr Forms forms = {raw, adts, adif};  // in order of preference
 
 constexpr std::array<gint, 9> rates = {48000, 44100, 32000, 24000, 22050, 16000, 12000, 11025, 8000};
 
@@ -52,6 +54,26 @@ const Form &form_of(uint32_t header_type) {
         if (form.header_type == header_type) return form;
     }
     g_assert_not_reached();
+}
+
+// Whether the caps are of ADTS by name, not only because they leave the form open.
+bool names_adts(const GstCaps *caps) {
+    const Caps wanted = form_caps(adts);
+    for (guint k = 0; k < gst_caps_get_size(caps); ++k) {
+        const GstStructure *structure = gst_caps_get_structure(caps, k);
+        if (gst_structure_has_field(structure, "stream-format") != FALSE &&
+            gst_structure_can_intersect(structure, gst_caps_get_structure(wanted.get(), 0)) != FALSE) {
+            return true;
+        }
+    }
+    return false;
+}
+
+// A muxer that takes both raw frames and ADTS, as that of MPEG-TS, writes ADTS, and headers of its own could not
+// describe two independent channels: only the encoder's ADTS frames have a program_config_element.
+Forms preferred_forms(const EncoderConfig &config, const GstCaps *allowed) {
+    const bool self_contained = config.channel_mode == TAVIK_MODE_TWO_MONO && names_adts(allowed);
+    return self_contained ? Forms{adts, raw, adif} : forms;
 }
 
 // Bit/s of frames of this size.
@@ -88,7 +110,7 @@ Caps stream_caps(const EncoderConfig &config) {
 }
 
 std::optional<uint32_t> choose_header_type(EncoderConfig config, const GstCaps *allowed) {
-    for (const Form &form : forms) {
+    for (const Form &form : preferred_forms(config, allowed)) {
         config.header_type = form.header_type;
         if (gst_caps_can_intersect(stream_caps(config).get(), allowed) != FALSE) return form.header_type;
     }

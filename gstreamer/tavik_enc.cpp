@@ -91,7 +91,7 @@ std::string objection(const Settings &settings, uint32_t channels, uint32_t samp
 
 // The form of stream that downstream takes; raw frames as long as nothing is linked.
 std::optional<uint32_t> negotiated_header_type(GstAudioEncoder *base, const EncoderConfig &config) {
-    const Caps allowed(gst_pad_peer_query_caps(GST_AUDIO_ENCODER_SRC_PAD(base), source_caps().get()));
+    const Caps allowed(gst_pad_peer_query_caps(GST_AUDIO_ENCODER_SRC_PAD(base), nullptr));
     return choose_header_type(config, allowed.get());
 }
 

@@ -221,6 +221,9 @@ INSTANTIATE_TEST_SUITE_P(
         Case{"channel-mode=two-mono bitrate=128000", nullptr, 2, config_of(TAVIK_MODE_TWO_MONO, 48000, 64000),
              RAW "rate=(int)48000, channels=(int)2, base-profile=(string)lc, profile=(string)lc, "
                  "codec_data=(buffer)118054c80000001000"},
+        Case{"channel-mode=two-mono", "audio/mpeg,mpegversion={2,4},stream-format={adts,raw}", 2,
+             config_of(TAVIK_MODE_TWO_MONO, 48000, 64000, 0),
+             MPEG2("adts") "rate=(int)48000, channels=(int)2, profile=(string)lc"},
         Case{"", "audio/mpeg,stream-format={adts,adif}", 2, config_of(TAVIK_MODE_STEREO, 44100, 64000, 0),
              MPEG2("adts") "rate=(int)44100, channels=(int)2, level=(string)2, profile=(string)lc"},
         Case{"rate-control=cbr priming=true", "audio/mpeg,mpegversion=2", 1,
