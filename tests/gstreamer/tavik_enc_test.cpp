@@ -1,146 +1,21 @@
-// The element between a test's own pads: what it sends is what the library makes of the same samples, at the right
-// times.
+// What the element sends is what the library makes of the same samples, at the right times.
 #include <glib/gstdio.h>
 #include <gst/audio/audio.h>
-#include <gst/check/gstharness.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cstring>
-#include <memory>
 #include <string>
 
+#include "element_harness.h"
 #include "support/signals.h"
 #include "support/stream_harness.h"
 
 namespace {
 
 using namespace tavik_test;
-using Bytes = std::vector<std::uint8_t>;
-using Samples = std::vector<std::int16_t>;
 
 constexpr GstClockTime priming_room = 128 * GST_MSECOND;
-
-struct Unref {
-    void operator()(GstBuffer *buffer) const { gst_buffer_unref(buffer); }
-    void operator()(GstEvent *event) const { gst_event_unref(event); }
-    void operator()(GstCaps *caps) const { gst_caps_unref(caps); }
-    void operator()(GstMessage *message) const { gst_message_unref(message); }
-    void operator()(GstBus *bus) const { gst_object_unref(bus); }
-    void operator()(GstElement *element) const { gst_object_unref(element); }
-    void operator()(gchar *text) const { g_free(text); }
-};
-template <typename Object>
-using Owned = std::unique_ptr<Object, Unref>;
-
-GstClockTime time_of(std::uint64_t samples, unsigned rate) {
-    return gst_util_uint64_scale_round(samples, GST_SECOND, rate);
-}
-
-std::string text_of(const GstCaps *caps) { return Owned<gchar>(gst_caps_to_string(caps)).get(); }
-
-struct Sent {
-    Bytes bytes;
-    GstClockTime pts, dts, duration;
-    std::uint64_t clipped_at_end;
-};
-
-// The element with its properties as gst-launch-1.0 takes them, and an input of 16-bit samples.
-class Encoder {
- public:
-    explicit Encoder(const std::string &properties = "", const char *downstream = nullptr)
-        : element_(gst_parse_launch(("tavikenc " + properties).c_str(), nullptr)),
-          harness_(gst_harness_new_with_element(element_.get(), "sink", "src")),
-          bus_(gst_bus_new()) {
-        gst_element_set_bus(element_.get(), bus_.get());
-        if (downstream != nullptr) gst_harness_set_sink_caps_str(harness_, downstream);
-    }
-    ~Encoder() {
-        gst_element_set_bus(element_.get(), nullptr);
-        gst_harness_teardown(harness_);
-    }
-    Encoder(const Encoder &) = delete;
-    Encoder &operator=(const Encoder &) = delete;
-
-    GstHarness *harness() { return harness_; }
-
-    // Caps and a segment from 0.
-    void set_input(unsigned rate, unsigned channels) {
-        gst_harness_set_src_caps(harness_, input_caps(rate, channels).release());
-    }
-
-    // Caps alone.
-    void change_input(unsigned rate, unsigned channels) {
-        gst_harness_push_event(harness_, gst_event_new_caps(input_caps(rate, channels).get()));
-    }
-
-    GstFlowReturn push(const std::int16_t *pcm, std::size_t samples, GstClockTime time) {
-        GstBuffer *buffer = gst_buffer_new_memdup(pcm, samples * channels_ * sizeof *pcm);
-        GST_BUFFER_PTS(buffer) = time;
-        return gst_harness_push(harness_, buffer);
-    }
-
-    // Samples in buffers of a size that suits no frame, without gaps from `start` on.
-    void push_all(const Samples &pcm, GstClockTime start = 0, std::size_t step = 441) {
-        const std::size_t samples = pcm.size() / channels_;
-        for (std::size_t at = 0; at < samples; at += step) {
-            ASSERT_EQ(push(pcm.data() + at * channels_, std::min(step, samples - at), start + time_of(at, rate_)),
-                      GST_FLOW_OK);
-        }
-    }
-
-    void end() { EXPECT_TRUE(gst_harness_push_event(harness_, gst_event_new_eos())); }
-
-    std::vector<Sent> take() {
-        std::vector<Sent> frames;
-        while (const Owned<GstBuffer> buffer{gst_harness_try_pull(harness_)}) {
-            Bytes bytes(gst_buffer_get_size(buffer.get()));
-            gst_buffer_extract(buffer.get(), 0, bytes.data(), bytes.size());
-            const auto *clipping = gst_buffer_get_audio_clipping_meta(buffer.get());
-            EXPECT_TRUE(clipping == nullptr || clipping->start == 0);
-            frames.push_back({std::move(bytes), GST_BUFFER_PTS(buffer.get()), GST_BUFFER_DTS(buffer.get()),
-                              GST_BUFFER_DURATION(buffer.get()), clipping == nullptr ? 0 : clipping->end});
-        }
-        return frames;
-    }
-
-    Owned<GstCaps> output_caps() { return Owned<GstCaps>(gst_pad_get_current_caps(harness_->sinkpad)); }
-
-    // The next event of a kind that was sent; null if there is none.
-    Owned<GstEvent> event(GstEventType type) {
-        Owned<GstEvent> found;
-        do found.reset(gst_harness_try_pull_event(harness_));
-        while (found && GST_EVENT_TYPE(found.get()) != type);
-        return found;
-    }
-
-    // The text of the first error that was posted.
-    std::string error() {
-        const Owned<GstMessage> message(gst_bus_pop_filtered(bus_.get(), GST_MESSAGE_ERROR));
-        if (!message) return "";
-        GError *error = nullptr;
-        gst_message_parse_error(message.get(), &error, nullptr);
-        std::string text = error->message;
-        g_error_free(error);
-        return text;
-    }
-
- private:
-    Owned<GstCaps> input_caps(unsigned rate, unsigned channels) {
-        rate_ = rate;
-        channels_ = channels;
-        return Owned<GstCaps>(gst_caps_from_string(
-            ("audio/x-raw,format=S16LE,layout=interleaved,rate=" + std::to_string(rate) +
-             ",channels=" + std::to_string(channels) + (channels == 2 ? ",channel-mask=(bitmask)3" : ""))
-                .c_str()));
-    }
-
-    Owned<GstElement> element_;
-    GstHarness *harness_;
-    Owned<GstBus> bus_;
-    unsigned rate_ = 0;
-    unsigned channels_ = 0;
-};
 
 std::vector<Bytes> bytes_of(const std::vector<Sent> &frames) {
     std::vector<Bytes> all;
@@ -166,6 +41,7 @@ void expect_times(const std::vector<Sent> &frames, std::size_t samples, unsigned
         EXPECT_NEAR(static_cast<double>(frames[k].pts), static_cast<double>(time), 1);
         EXPECT_EQ(frames[k].dts, frames[k].pts);
         EXPECT_NEAR(static_cast<double>(frames[k].duration), static_cast<double>(time_of(own, rate)), 2);
+        EXPECT_EQ(frames[k].clipped_at_start, 0u);
         EXPECT_EQ(frames[k].clipped_at_end, 1024 - own);
     }
 }
@@ -190,7 +66,7 @@ TEST_P(Streams, AreTheLibrarys) {
     for (const std::size_t samples : {1u, 1023u, 1024u, 1025u, 2048u, 9000u}) {
         SCOPED_TRACE(samples);
         const Samples pcm = make_signal(SignalKind::music, c.channels, samples, c.config.sample_rate, 7);
-        Encoder encoder(c.properties, c.downstream);
+        ElementHarness encoder(c.properties, c.downstream);
         encoder.set_input(c.config.sample_rate, c.channels);
         encoder.push_all(pcm);
         encoder.end();
@@ -237,7 +113,7 @@ TEST(Times, StartWithTheInput) {
     for (const bool priming : {false, true}) {
         const GstClockTime start = 5 * GST_SECOND;
         const Samples pcm = make_signal(SignalKind::music, 1, 5000, 44100, 1);
-        Encoder encoder(priming ? "priming=true" : "");
+        ElementHarness encoder(priming ? "priming=true" : "");
         encoder.set_input(44100, 1);
         encoder.push_all(pcm, start);
         encoder.end();
@@ -255,10 +131,10 @@ TEST(Times, StartWithTheInput) {
 
 TEST(Times, FollowAGapInTheInput) {
     const Samples pcm = make_signal(SignalKind::music, 1, 4096, 48000, 1);
-    Encoder encoder("priming=true");
+    ElementHarness encoder("priming=true");
     encoder.set_input(48000, 1);
     encoder.push(pcm.data(), 2048, 0);
-    gst_harness_push_event(encoder.harness(), gst_event_new_gap(time_of(2048, 48000), GST_SECOND));
+    encoder.send(gst_event_new_gap(time_of(2048, 48000), GST_SECOND));
     encoder.push(pcm.data() + 2048, 2048, GST_SECOND);
     encoder.end();
     const auto frames = encoder.take();
@@ -271,7 +147,7 @@ TEST(Times, FollowAGapInTheInput) {
 }
 
 TEST(Times, AreAbsentWithoutAnyInTheInput) {
-    Encoder encoder("priming=true");
+    ElementHarness encoder("priming=true");
     encoder.set_input(44100, 2);
     encoder.push(make_signal(SignalKind::music, 2, 3000, 44100, 1).data(), 3000, GST_CLOCK_TIME_NONE);
     encoder.end();
@@ -284,7 +160,7 @@ TEST(Times, AreAbsentWithoutAnyInTheInput) {
 TEST(Latency, IsReportedAndTrue) {
     for (const unsigned rate : {48000u, 8000u}) {
         for (const char *properties : {"", "priming=true"}) {
-            Encoder encoder(properties);
+            ElementHarness encoder(properties);
             gst_harness_set_upstream_latency(encoder.harness(), 10 * GST_MSECOND);
             encoder.set_input(rate, 1);
             const Samples pcm = make_signal(SignalKind::dither, 1, 6000, rate, 1);
@@ -308,16 +184,16 @@ TEST(Latency, IsReportedAndTrue) {
 // What was in the encoder is forgotten; the next stream is as the first one of a new element.
 TEST(Restarts, FlushForgetsEverything) {
     const Samples pcm = make_signal(SignalKind::transients, 2, 7000, 44100, 3);
-    Encoder encoder("priming=true");
+    ElementHarness encoder("priming=true");
     encoder.set_input(44100, 2);
     encoder.push_all(make_signal(SignalKind::white_noise, 2, 4321, 44100, 3));
     encoder.take();
-    gst_harness_push_event(encoder.harness(), gst_event_new_flush_start());
-    gst_harness_push_event(encoder.harness(), gst_event_new_flush_stop(TRUE));
+    encoder.send(gst_event_new_flush_start());
+    encoder.send(gst_event_new_flush_stop(TRUE));
     GstSegment segment;
     gst_segment_init(&segment, GST_FORMAT_TIME);
     segment.start = segment.time = 60 * GST_SECOND;
-    gst_harness_push_event(encoder.harness(), gst_event_new_segment(&segment));
+    encoder.send(gst_event_new_segment(&segment));
     encoder.push_all(pcm, segment.start);
     encoder.end();
     const auto frames = encoder.take();
@@ -328,7 +204,7 @@ TEST(Restarts, FlushForgetsEverything) {
 // A segment without a flush, as from a source that plays files one after the other: the first stream ends complete.
 TEST(Restarts, SegmentDrains) {
     const Samples pcm = make_signal(SignalKind::transients, 1, 3500, 44100, 3);
-    Encoder encoder;
+    ElementHarness encoder;
     encoder.set_input(44100, 1);
     const auto once = encode_stream(config_of(TAVIK_MODE_MONO, 44100, 64000), pcm).frames;
     auto expected = once;
@@ -338,7 +214,7 @@ TEST(Restarts, SegmentDrains) {
         GstSegment segment;
         gst_segment_init(&segment, GST_FORMAT_TIME);
         segment.base = time_of(3500, 44100);
-        gst_harness_push_event(encoder.harness(), gst_event_new_segment(&segment));
+        encoder.send(gst_event_new_segment(&segment));
     }
     EXPECT_EQ(bytes_of(encoder.take()), expected);
 }
@@ -348,7 +224,7 @@ TEST(Restarts, SegmentDrains) {
 TEST(Restarts, CapsChangeDrains) {
     const Samples stereo = make_signal(SignalKind::music, 2, 3500, 44100, 3);
     const Samples mono = make_signal(SignalKind::music, 1, 2500, 16000, 3);
-    Encoder encoder("priming=true", "audio/mpeg,stream-format=adts");
+    ElementHarness encoder("priming=true", "audio/mpeg,stream-format=adts");
     encoder.set_input(44100, 2);
     encoder.push_all(stereo);
     const auto first = encode_stream(config_of(TAVIK_MODE_STEREO, 44100, 64000, 0, 0, 1), stereo).frames;
@@ -373,20 +249,20 @@ TEST(Restarts, CapsChangeDrains) {
 TEST(Restarts, ElementCanBeUsedAgain) {
     const Samples pcm = make_signal(SignalKind::music, 1, 2000, 44100, 3);
     const auto expected = encode_stream(config_of(TAVIK_MODE_MONO, 44100, 64000), pcm).frames;
-    Encoder encoder;
+    ElementHarness encoder;
     encoder.set_input(44100, 1);
     encoder.push_all(make_signal(SignalKind::white_noise, 1, 3000, 44100, 3));
     encoder.take();
     GstElement *element = encoder.harness()->element;
     ASSERT_EQ(gst_element_set_state(element, GST_STATE_NULL), GST_STATE_CHANGE_SUCCESS);
     ASSERT_NE(gst_element_set_state(element, GST_STATE_PLAYING), GST_STATE_CHANGE_FAILURE);
-    gst_harness_push_event(encoder.harness(), gst_event_new_stream_start("again"));
+    encoder.send(gst_event_new_stream_start("again"));
     gst_harness_push_event(
         encoder.harness(),
         gst_event_new_caps(Owned<GstCaps>(gst_pad_get_current_caps(encoder.harness()->srcpad)).get()));
     GstSegment segment;
     gst_segment_init(&segment, GST_FORMAT_TIME);
-    gst_harness_push_event(encoder.harness(), gst_event_new_segment(&segment));
+    encoder.send(gst_event_new_segment(&segment));
     encoder.push_all(pcm);
     encoder.end();
     EXPECT_EQ(bytes_of(encoder.take()), expected);
@@ -397,7 +273,7 @@ TEST(Input, MayBeginAnywhere) {
     const Samples pcm = make_signal(SignalKind::music, 1, 1024, 44100, 3);
     Bytes memory(1 + pcm.size() * sizeof pcm[0]);
     std::memcpy(memory.data() + 1, pcm.data(), memory.size() - 1);
-    Encoder encoder;
+    ElementHarness encoder;
     encoder.set_input(44100, 1);
     GstBuffer *buffer = gst_buffer_new_wrapped_full(GST_MEMORY_FLAG_READONLY, memory.data(), memory.size(), 1,
                                                     memory.size() - 1, nullptr, nullptr);
@@ -413,11 +289,11 @@ TEST(Input, ChannelsAreThoseOfTheMode) {
                                                {"channel-mode=mono", "channels=(int)1"},
                                                {"channel-mode=stereo", "channels=(int)2"},
                                                {"channel-mode=two-mono", "channels=(int)2"}}) {
-        Encoder encoder(properties);
+        ElementHarness encoder(properties);
         const Owned<GstCaps> caps(gst_pad_peer_query_caps(encoder.harness()->srcpad, nullptr));
         EXPECT_NE(text_of(caps.get()).find(channels), std::string::npos) << text_of(caps.get());
     }
-    Encoder encoder("", "audio/mpeg,rate=16000");
+    ElementHarness encoder("", "audio/mpeg,rate=16000");
     const Owned<GstCaps> caps(gst_pad_peer_query_caps(encoder.harness()->srcpad, nullptr));
     EXPECT_NE(text_of(caps.get()).find("rate=(int)16000"), std::string::npos) << text_of(caps.get());
 }
@@ -439,14 +315,14 @@ TEST(Refusals, NameWhatIsLegal) {
              {"", "audio/mpeg,mpegversion=4,stream-format=adts", 44100, 1,
               "nothing downstream takes AAC-LC of this input as raw frames, or as ADTS or ADIF of MPEG-2"}}) {
         SCOPED_TRACE(r.properties);
-        Encoder encoder(r.properties, r.downstream);
+        ElementHarness encoder(r.properties, r.downstream);
         encoder.set_input(r.rate, r.channels);
         EXPECT_EQ(encoder.push(Samples(2048).data(), 1024, 0), GST_FLOW_NOT_NEGOTIATED);
         EXPECT_EQ(encoder.error(), r.message);
         EXPECT_TRUE(encoder.take().empty());
     }
     for (const char *bit_rate : {"bitrate=16000", "bitrate=529200"}) {
-        Encoder encoder(bit_rate);
+        ElementHarness encoder(bit_rate);
         encoder.set_input(44100, 2);
         EXPECT_EQ(encoder.push(Samples(2048).data(), 1024, 0), GST_FLOW_OK);
     }
@@ -455,11 +331,10 @@ TEST(Refusals, NameWhatIsLegal) {
 // With the tags of the input, and in place of what those say of its coding.
 TEST(Tags, TellCodecAndBitRates) {
     for (const bool constant : {false, true}) {
-        Encoder encoder(constant ? "rate-control=cbr bitrate=128000" : "bitrate=128000");
+        ElementHarness encoder(constant ? "rate-control=cbr bitrate=128000" : "bitrate=128000");
         encoder.set_input(44100, 2);
-        gst_harness_push_event(encoder.harness(),
-                               gst_event_new_tag(gst_tag_list_new(GST_TAG_TITLE, "song", GST_TAG_AUDIO_CODEC, "Vorbis",
-                                                                  GST_TAG_BITRATE, 500000, nullptr)));
+        encoder.send(gst_event_new_tag(
+            gst_tag_list_new(GST_TAG_TITLE, "song", GST_TAG_AUDIO_CODEC, "Vorbis", GST_TAG_BITRATE, 500000, nullptr)));
         const Samples pcm = make_signal(SignalKind::white_noise, 2, 44100, 44100, 1);
         encoder.push_all(pcm);
         encoder.end();
