@@ -10,8 +10,6 @@ namespace {
 
 enum PropertyId : guint { bit_rate_id = 1, rate_control_id, channel_mode_id, tns_id, priming_id };
 
-constexpr guint highest_bit_rate = 2 * TAVIK_MAX_BIT_RATE_FACTOR * 48000;
-
 template <typename Enum>
 constexpr auto number(Enum value) {
     return static_cast<std::underlying_type_t<Enum>>(value);
@@ -57,7 +55,7 @@ void install_properties(GObjectClass *object_class) {
             g_param_spec_uint("bitrate", "Bit rate",
                               "Bit/s of all channels: 8000 to 6 x sampling rate per channel (0 = 64000 per "
                               "channel, in proportion less below 44100 Hz)",
-                              0, highest_bit_rate, defaults.bit_rate, flags));
+                              0, G_MAXUINT, defaults.bit_rate, flags));
     install(rate_control_id, g_param_spec_enum("rate-control", "Rate control", "How the bit rate is kept",
                                                rate_control_type(), number(defaults.rate_control), flags));
     install(channel_mode_id, g_param_spec_enum("channel-mode", "Channel mode", "How the channels are coded",
@@ -65,11 +63,11 @@ void install_properties(GObjectClass *object_class) {
     install(tns_id, g_param_spec_boolean("tns", "Temporal noise shaping",
                                          "Keep noise away from before attacks, at bit rates that have bits for it",
                                          defaults.tns ? TRUE : FALSE, flags));
-    install(priming_id,
-            g_param_spec_boolean("priming", "Priming frame",
-                                 "Send, in front of the first frame of a segment, the one that decoders need to decode "
-                                 "the first 1024 samples exactly; its time is that much earlier",
-                                 defaults.priming ? TRUE : FALSE, flags));
+    install(priming_id, g_param_spec_boolean(
+                            "priming", "Priming frame",
+                            "Begin with the frame that decoders need to decode the first 1024 samples exactly; where "
+                            "there is no time for it they give 1024 samples more, unless they cut them off",
+                            defaults.priming ? TRUE : FALSE, flags));
 }
 
 bool set_setting(Settings &settings, guint property_id, const GValue *value) {
@@ -111,6 +109,7 @@ EncoderConfig make_config(const Settings &settings, uint32_t channels, uint32_t 
     config.bit_rate = settings.bit_rate == 0 ? default_bit_rate(sample_rate) : settings.bit_rate / channels;
     config.header_type = header_type;
     config.constant_rate = settings.rate_control == RateControl::constant ? 1 : 0;
+    config.emit_priming_frame = settings.priming ? 1 : 0;
     config.tns_disable = settings.tns ? 0 : 1;
     return config;
 }

@@ -39,8 +39,8 @@ struct ChannelRange {
 };
 ChannelRange channel_range(ChannelMode mode);
 
-// The configuration for an input of `channels` channels, which the mode takes, without priming frame. The bit rate,
-// which is shared out evenly and rounded down, is for the caller to check.
+// The configuration for an input of `channels` channels, which the mode takes. The bit rate, which is shared out evenly
+// and rounded down, is for the caller to check.
 EncoderConfig make_config(const Settings &settings, uint32_t channels, uint32_t sample_rate, uint32_t header_type);
 
 }  // namespace tavik

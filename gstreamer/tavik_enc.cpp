@@ -25,19 +25,14 @@ namespace {
 // ahead.
 constexpr uint64_t latency_samples = 3 * TAVIK_FRAME_LENGTH;
 
-// How much later a segment with a priming frame is made to start, so that the time of that frame, in front of it, is
-// not negative: the longest frame, at 8 kHz.
-constexpr GstClockTime priming_room = GST_SECOND * TAVIK_FRAME_LENGTH / 8000;
-
-// The state between start and stop of the element.
 struct Stream {
     EncoderContext encoder{};
     EncoderConfig config{};
-    bool running = false;            // the encoder holds samples
-    bool priming_due = false;        // the next stream is the first one of its segment, and shall have a priming frame
-    bool priming_next = false;       // the encoder's next frame is that
-    uint32_t unsent_samples = 0;     // per channel, that no frame has accounted for
-    GstClockTime segment_shift = 0;  // how much later the output's segment starts
+    bool segment_begins = false;  // the next stream is the first one of its segment
+    bool running = false;         // the encoder holds samples
+    bool priming_next = false;    // its next frame is the priming frame
+    uint32_t unsent_samples = 0;  // per channel, that no frame has accounted for
+    uint32_t frame_samples = 0;   // of those, how many the frame on its way accounts for
 };
 
 }  // namespace
@@ -47,7 +42,7 @@ struct Stream {
 struct _GstTavikEnc {
     GstAudioEncoder parent_instance;
     tavik::Settings settings;               // under the object's lock
-    std::unique_ptr<tavik::Stream> stream;  // null unless started
+    std::unique_ptr<tavik::Stream> stream;  // never null; under the encoder's stream lock
 };
 
 G_DEFINE_FINAL_TYPE(GstTavikEnc, gst_tavik_enc, GST_TYPE_AUDIO_ENCODER)
@@ -130,6 +125,7 @@ gboolean set_format(GstAudioEncoder *base, GstAudioInfo *info) {
     }
     config.header_type = *header_type;
     self->stream->config = config;
+    self->stream->running = false;  // even if downstream has not taken its end
     announce(base, config);
     log_configuration(self, config);
     return TRUE;
@@ -147,19 +143,16 @@ GstCaps *get_caps(GstAudioEncoder *base, GstCaps *filter) {
 
 // ---- Frames
 
-// Sends a frame. The priming frame stands for no samples; so does the second frame of a stream of one block.
+// Sends a frame. The priming frame accounts for no samples; nor does the second frame of a stream of one block.
 GstFlowReturn send(GstTavikEnc *self, const uint8_t *frame, uint32_t bytes) {
     Stream &stream = *self->stream;
     GstAudioEncoder *base = GST_AUDIO_ENCODER(self);
-    const uint32_t samples = stream.priming_next ? 0 : std::min<uint32_t>(stream.unsent_samples, TAVIK_FRAME_LENGTH);
-    stream.unsent_samples -= samples;
+    stream.frame_samples = stream.priming_next ? 0 : std::min<uint32_t>(stream.unsent_samples, TAVIK_FRAME_LENGTH);
+    stream.unsent_samples -= stream.frame_samples;
 
     GstBuffer *buffer = gst_audio_encoder_allocate_output_buffer(base, bytes);
     gst_buffer_fill(buffer, 0, frame, bytes);
-    if (!stream.priming_next && samples < TAVIK_FRAME_LENGTH) {
-        gst_buffer_add_audio_clipping_meta(buffer, GST_FORMAT_DEFAULT, 0, TAVIK_FRAME_LENGTH - samples);
-    }
-    const GstFlowReturn result = gst_audio_encoder_finish_frame(base, buffer, static_cast<gint>(samples));
+    const GstFlowReturn result = gst_audio_encoder_finish_frame(base, buffer, static_cast<gint>(stream.frame_samples));
     stream.priming_next = false;
     return result;
 }
@@ -172,22 +165,25 @@ GstFlowReturn encode(GstTavikEnc *self, const int16_t *pcm, uint32_t samples) {
     return bytes == 0 ? GST_FLOW_OK : send(self, frame.data(), bytes);
 }
 
+// The priming frame is for the first stream of a segment only: behind another stream there is no room for it.
 void begin_stream(Stream &stream) {
-    stream.config.emit_priming_frame = stream.priming_due ? 1 : 0;
-    stream.priming_next = stream.priming_due;
-    stream.priming_due = false;
-    stream.unsent_samples = 0;
+    EncoderConfig config = stream.config;
+    if (!stream.segment_begins) config.emit_priming_frame = 0;
+    stream.segment_begins = false;
     stream.running = true;
-    TAVIK_Init(&stream.encoder, &stream.config);
+    stream.priming_next = config.emit_priming_frame == 1;
+    stream.unsent_samples = 0;
+    TAVIK_Init(&stream.encoder, &config);
 }
 
+// Up to the end, or to the first frame that downstream does not take.
 GstFlowReturn drain(GstTavikEnc *self) {
     Stream &stream = *self->stream;
     GstFlowReturn result = GST_FLOW_OK;
     while (stream.running && result == GST_FLOW_OK) {
         const int16_t none = 0;
         result = encode(self, &none, 0);
-        if (stream.encoder.status == TAVIK_STATUS_END_OF_STREAM) stream.running = false;
+        stream.running = stream.encoder.status != TAVIK_STATUS_END_OF_STREAM;
     }
     stream.running = false;
     return result;
@@ -208,91 +204,59 @@ GstFlowReturn handle_frame(GstAudioEncoder *base, GstBuffer *buffer) {
     return encode(self, pcm.data(), samples);
 }
 
-void flush(GstAudioEncoder *base) { GST_TAVIK_ENC(base)->stream->running = false; }
-
 // ---- Times
 
-// Corrects what the base class says of a frame without samples.
+// Puts the priming frame in front of the first sample, whose time it has, if the segment has begun by then. Otherwise
+// there is no time for it, and decoders should drop its samples.
+void place_priming_frame(const GstSegment &segment, uint32_t sample_rate, GstBuffer *frame) {
+    const GstClockTime duration = duration_of(TAVIK_FRAME_LENGTH, sample_rate);
+    if (GST_BUFFER_PTS_IS_VALID(frame) && GST_BUFFER_PTS(frame) >= segment.start + duration) {
+        GST_BUFFER_PTS(frame) -= duration;
+        GST_BUFFER_DTS(frame) = GST_BUFFER_PTS(frame);
+        GST_BUFFER_DURATION(frame) = duration;
+    } else {
+        GST_BUFFER_DURATION(frame) = 0;
+        gst_buffer_add_audio_clipping_meta(frame, GST_FORMAT_DEFAULT, TAVIK_FRAME_LENGTH, 0);
+    }
+}
+
+// Completes what the base class says of a frame's time; it knows no frame without samples.
 GstFlowReturn pre_push(GstAudioEncoder *base, GstBuffer **buffer) {
     const Stream &stream = *GST_TAVIK_ENC(base)->stream;
     GstBuffer *frame = *buffer;
-    if (!GST_BUFFER_PTS_IS_VALID(frame)) return GST_FLOW_OK;
-    GST_BUFFER_PTS(frame) += stream.segment_shift;
     if (stream.priming_next) {
-        GST_BUFFER_DURATION(frame) = duration_of(TAVIK_FRAME_LENGTH, stream.config.sample_rate);
-        GST_BUFFER_PTS(frame) -= GST_BUFFER_DURATION(frame);
-    } else {
-        const GstAudioClippingMeta *clipping = gst_buffer_get_audio_clipping_meta(frame);
-        if (clipping != nullptr && clipping->end == TAVIK_FRAME_LENGTH) GST_BUFFER_DURATION(frame) = 0;
+        place_priming_frame(base->output_segment, stream.config.sample_rate, frame);
+    } else if (stream.frame_samples < TAVIK_FRAME_LENGTH) {
+        if (stream.frame_samples == 0) GST_BUFFER_DURATION(frame) = 0;
+        gst_buffer_add_audio_clipping_meta(frame, GST_FORMAT_DEFAULT, 0, TAVIK_FRAME_LENGTH - stream.frame_samples);
     }
-    GST_BUFFER_DTS(frame) = GST_BUFFER_PTS(frame);
     return GST_FLOW_OK;
-}
-
-// An event as it was, but for what it is about. Takes the first one.
-GstEvent *replace_event(GstEvent *event, GstEvent *replacement) {
-    gst_event_set_seqnum(replacement, gst_event_get_seqnum(event));
-    gst_event_set_running_time_offset(replacement, gst_event_get_running_time_offset(event));
-    gst_event_unref(event);
-    return replacement;
-}
-
-// The same segment at times later by `shift`: running and stream times stay as they are.
-GstSegment shifted(GstSegment segment, GstClockTime shift) {
-    segment.start += shift;
-    if (GST_CLOCK_TIME_IS_VALID(segment.position)) segment.position += shift;
-    if (GST_CLOCK_TIME_IS_VALID(segment.stop)) segment.stop += shift;
-    return segment;
-}
-
-// A segment whose first stream has a priming frame goes on shifted, while the input keeps to the one it came with.
-gboolean segment_event(GstTavikEnc *self, GstEvent *event) {
-    GstAudioEncoder *base = GST_AUDIO_ENCODER(self);
-    auto *parent = GST_AUDIO_ENCODER_CLASS(gst_tavik_enc_parent_class);
-    GstSegment segment;
-    gst_event_copy_segment(event, &segment);
-    if (segment.format != GST_FORMAT_TIME) return parent->sink_event(base, event);
-
-    const GstClockTime shift = current_settings(self).priming ? priming_room : 0;
-    if (shift != 0) {
-        const GstSegment output_segment = shifted(segment, shift);
-        event = replace_event(event, gst_event_new_segment(&output_segment));
-    }
-    // Drains the stream before, in the segment before.
-    const gboolean result = parent->sink_event(base, event);
-    GST_AUDIO_ENCODER_STREAM_LOCK(base);
-    base->input_segment = segment;
-    self->stream->segment_shift = shift;
-    self->stream->priming_due = shift != 0;
-    GST_AUDIO_ENCODER_STREAM_UNLOCK(base);
-    return result;
-}
-
-// A pause in the input, with its time in the shifted segment.
-GstEvent *shift_gap(GstEvent *event, GstClockTime shift) {
-    GstClockTime time = GST_CLOCK_TIME_NONE;
-    GstClockTime duration = GST_CLOCK_TIME_NONE;
-    gst_event_parse_gap(event, &time, &duration);
-    return replace_event(event, gst_event_new_gap(time + shift, duration));
-}
-
-gboolean sink_event(GstAudioEncoder *base, GstEvent *event) {
-    GstTavikEnc *self = GST_TAVIK_ENC(base);
-    if (GST_EVENT_TYPE(event) == GST_EVENT_SEGMENT) return segment_event(self, event);
-    if (GST_EVENT_TYPE(event) == GST_EVENT_GAP) event = shift_gap(event, self->stream->segment_shift);
-    return GST_AUDIO_ENCODER_CLASS(gst_tavik_enc_parent_class)->sink_event(base, event);
 }
 
 // ---- The object
 
+// Whatever the encoder holds is forgotten, as it is by the base class.
+void begin_segment(GstAudioEncoder *base) {
+    GST_AUDIO_ENCODER_STREAM_LOCK(base);
+    Stream &stream = *GST_TAVIK_ENC(base)->stream;
+    stream.running = false;
+    stream.segment_begins = true;
+    GST_AUDIO_ENCODER_STREAM_UNLOCK(base);
+}
+
 gboolean start(GstAudioEncoder *base) {
-    GST_TAVIK_ENC(base)->stream = std::make_unique<Stream>();
+    begin_segment(base);
     return TRUE;
 }
 
-gboolean stop(GstAudioEncoder *base) {
-    GST_TAVIK_ENC(base)->stream.reset();
-    return TRUE;
+gboolean sink_event(GstAudioEncoder *base, GstEvent *event) {
+    const GstSegment *segment = nullptr;
+    if (GST_EVENT_TYPE(event) == GST_EVENT_SEGMENT) gst_event_parse_segment(event, &segment);
+    const bool begins = segment != nullptr && segment->format == GST_FORMAT_TIME;
+    // Drains the stream before.
+    const gboolean result = GST_AUDIO_ENCODER_CLASS(gst_tavik_enc_parent_class)->sink_event(base, event);
+    if (begins) begin_segment(base);
+    return result;
 }
 
 void set_property(GObject *object, guint id, const GValue *value, GParamSpec *property) {
@@ -318,7 +282,7 @@ void add_pad_template(GstElementClass *element_class, const char *name, GstPadDi
 
 static void gst_tavik_enc_init(GstTavikEnc *self) {
     std::construct_at(&self->settings);
-    std::construct_at(&self->stream);
+    std::construct_at(&self->stream, std::make_unique<tavik::Stream>());
     // Input that the settings do not fit gets as far as set_format, which says why.
     GST_PAD_SET_ACCEPT_TEMPLATE(GST_AUDIO_ENCODER_SINK_PAD(self));
 }
@@ -347,11 +311,10 @@ static void gst_tavik_enc_class_init(GstTavikEncClass *klass) {
 
     GstAudioEncoderClass *encoder_class = GST_AUDIO_ENCODER_CLASS(klass);
     encoder_class->start = tavik::start;
-    encoder_class->stop = tavik::stop;
     encoder_class->set_format = tavik::set_format;
     encoder_class->getcaps = tavik::get_caps;
     encoder_class->handle_frame = tavik::handle_frame;
-    encoder_class->flush = tavik::flush;
+    encoder_class->flush = tavik::begin_segment;
     encoder_class->pre_push = tavik::pre_push;
     encoder_class->sink_event = tavik::sink_event;
 }

@@ -42,7 +42,7 @@ def duration(path):
 
 
 @pytest.mark.parametrize("muxer", MUXERS)
-@pytest.mark.parametrize("samples", [1500, 2048, RATE + 57])
+@pytest.mark.parametrize("samples", [1500, RATE + 57])
 def test_containers(muxer, samples):
     path = f"out.{MUXERS[muxer]}"
     source = make_source(samples)
@@ -61,15 +61,14 @@ def test_lengths_that_containers_declare(samples):
     assert float(length.split("=")[1]) == pytest.approx(samples / RATE, abs=1.1e-3)  # milliseconds
 
 
-@pytest.mark.parametrize("priming", ["false", "true"])
 @pytest.mark.parametrize("samples", [1, 1023, 1024, 1025, RATE + 57])
-def test_straight_to_a_decoder(samples, priming):
+def test_straight_to_a_decoder(samples):
+    """GStreamer's decoders cut off what the frames say: the first samples of the priming frame, the last ones."""
     source = make_source(samples)
-    gst(f"{SOURCE} ! {ENCODER} priming={priming} ! avdec_aac ! {TO_RAW}")
+    gst(f"{SOURCE} ! {ENCODER} priming=true ! avdec_aac ! {TO_RAW}")
     decoded = read_raw("out.raw")
-    if samples > FRAME or priming == "true":
-        assert len(decoded) == samples
-        expect_source(source, decoded, priming == "true")
+    assert len(decoded) == samples
+    expect_source(source, decoded, exact_start=True)
 
 
 def test_mp4_cut_to_the_sample():
@@ -82,21 +81,11 @@ def test_mp4_cut_to_the_sample():
     expect_source(source, decoded)
 
 
-@pytest.mark.parametrize("payloader", ["rtpmp4gpay ! rtpmp4gdepay", "rtpmp4gpay max-ptime=100000000 ! rtpmp4gdepay"])
-def test_rtp(payloader):
+def test_adif():
     source = make_source(RATE + 57)
-    gst(f"{SOURCE} ! {ENCODER} ! {payloader} ! avdec_aac ! {TO_RAW}")
-    expect_source(source, read_raw("out.raw"))
-
-
-@pytest.mark.parametrize("form", ["adts", "adif"])
-def test_streams_without_container(form):
-    source = make_source(RATE + 57)
-    gst(f"{SOURCE} ! {ENCODER} ! audio/mpeg,stream-format={form} ! filesink location=out.aac")
-    decoded = decode("out.aac", "ffmpeg" if form == "adts" else "faad")[1]
-    if form == "adif":  # faad leaves the first frame out
-        decoded = numpy.concatenate([source[:FRAME], decoded])
-    expect_source(source, decoded)
+    gst(f"{SOURCE} ! {ENCODER} ! audio/mpeg,stream-format=adif ! filesink location=out.aac")
+    decoded = decode("out.aac", "faad")[1]
+    expect_source(source, numpy.concatenate([source[:FRAME], decoded]))  # faad leaves the first frame out
 
 
 @pytest.mark.parametrize("muxer, path", [("mp4mux", "out.mp4"), ("matroskamux", "out.mkv"), ("mpegtsmux", "out.ts")])
@@ -115,3 +104,11 @@ def test_priming_frame_comes_before_the_start(muxer, path):
     assert [lag(track, source) for track in tracks] == ([FRAME, 0] if primed == 0 else [0, FRAME])
     # The noise is another one every time: well above the 5 dB that remain of a start without priming frame.
     assert signal_to_noise(source[:FRAME], tracks[primed][FRAME:]) > 15
+
+
+@pytest.mark.parametrize("output", ["mp4mux", "audio/mpeg,stream-format=adts"])
+def test_priming_frame_without_time(output):
+    """Neither can tell that the samples of the priming frame should be left out: they come first."""
+    source = make_source(RATE + 57)
+    gst(f"{SOURCE} ! {ENCODER} priming=true ! {output} ! filesink location=out")
+    expect_source(source, decode("out", "ffmpeg")[1][FRAME:], exact_start=True)

@@ -15,8 +15,6 @@ namespace {
 
 using namespace tavik_test;
 
-constexpr GstClockTime priming_room = 128 * GST_MSECOND;
-
 std::vector<Bytes> bytes_of(const std::vector<Sent> &frames) {
     std::vector<Bytes> all;
     for (const Sent &frame : frames) all.push_back(frame.bytes);
@@ -28,21 +26,35 @@ EncoderConfig config_of(std::uint32_t mode, std::uint32_t rate, std::uint32_t bi
     return {mode, rate, bit_rate, header, constant, priming, no_tns, 0, 0, 0, {}};
 }
 
+// How a stream begins.
+enum class Start {
+    plain,   // without priming frame
+    early,   // with the priming frame, one frame before the input
+    clipped  // with the priming frame, of which nothing is to be heard
+};
+
 // Time and duration of every frame: those of the samples that it decodes to, to the end of the input and no further.
-void expect_times(const std::vector<Sent> &frames, std::size_t samples, unsigned rate, GstClockTime start,
-                  bool priming) {
+void expect_times(const std::vector<Sent> &frames, std::size_t samples, unsigned rate, GstClockTime start, Start kind) {
+    const GstClockTime frame_time = time_of(1024, rate);
+    const std::size_t priming = kind == Start::plain ? 0 : 1;
     for (std::size_t k = 0; k < frames.size(); ++k) {
         SCOPED_TRACE(testing::Message() << "frame " << k);
-        const GstClockTime frame_time = time_of(1024, rate);
-        const std::size_t first = (k - priming) * 1024;
-        const bool lead_in = priming && k == 0;
-        const std::size_t own = lead_in ? 1024 : std::min<std::size_t>(1024, samples - std::min(samples, first));
-        const GstClockTime time = lead_in ? start - frame_time : start + time_of(std::min(first, samples), rate);
-        EXPECT_NEAR(static_cast<double>(frames[k].pts), static_cast<double>(time), 1);
-        EXPECT_EQ(frames[k].dts, frames[k].pts);
-        EXPECT_NEAR(static_cast<double>(frames[k].duration), static_cast<double>(time_of(own, rate)), 2);
-        EXPECT_EQ(frames[k].clipped_at_start, 0u);
-        EXPECT_EQ(frames[k].clipped_at_end, 1024 - own);
+        const Sent &frame = frames[k];
+        EXPECT_EQ(frame.dts, frame.pts);
+        if (k < priming) {
+            const bool clipped = kind == Start::clipped;
+            EXPECT_EQ(frame.pts, clipped ? start : start - frame_time);
+            EXPECT_EQ(frame.duration, clipped ? 0 : frame_time);
+            EXPECT_EQ(frame.clipped_at_start, clipped ? 1024u : 0u);
+            EXPECT_EQ(frame.clipped_at_end, 0u);
+            continue;
+        }
+        const std::size_t first = std::min((k - priming) * 1024, samples);
+        const std::size_t own = std::min<std::size_t>(1024, samples - first);
+        EXPECT_NEAR(static_cast<double>(frame.pts), static_cast<double>(start + time_of(first, rate)), 1);
+        EXPECT_NEAR(static_cast<double>(frame.duration), static_cast<double>(time_of(own, rate)), 2);
+        EXPECT_EQ(frame.clipped_at_start, 0u);
+        EXPECT_EQ(frame.clipped_at_end, 1024 - own);
     }
 }
 
@@ -72,8 +84,8 @@ TEST_P(Streams, AreTheLibrarys) {
         encoder.end();
         const auto frames = encoder.take();
         EXPECT_EQ(bytes_of(frames), encode_stream(c.config, pcm).frames);
-        const bool priming = c.config.emit_priming_frame == 1;
-        expect_times(frames, samples, c.config.sample_rate, priming ? priming_room : 0, priming);
+        const Start kind = c.config.emit_priming_frame == 1 ? Start::clipped : Start::plain;
+        expect_times(frames, samples, c.config.sample_rate, 0, kind);
         EXPECT_EQ(text_of(encoder.output_caps().get()), text_of(Owned<GstCaps>(gst_caps_from_string(c.caps)).get()));
     }
 }
@@ -108,42 +120,34 @@ INSTANTIATE_TEST_SUITE_P(
         Case{"rate-control=cbr", "audio/mpeg,stream-format=adif", 2, config_of(TAVIK_MODE_STEREO, 22050, 32000, 1, 1),
              MPEG2("adif") "rate=(int)22050, channels=(int)2, level=(string)1, profile=(string)lc"}));
 
-// From any time on, one frame earlier with the priming frame, without which the segment is passed on as it is.
-TEST(Times, StartWithTheInput) {
-    for (const bool priming : {false, true}) {
-        const GstClockTime start = 5 * GST_SECOND;
-        const Samples pcm = make_signal(SignalKind::music, 1, 5000, 44100, 1);
-        ElementHarness encoder(priming ? "priming=true" : "");
+// The priming frame has a time of its own if the segment has begun by then.
+TEST(Times, LeaveRoomForThePrimingFrame) {
+    const Samples pcm = make_signal(SignalKind::music, 1, 5000, 44100, 1);
+    GstSegment segment;
+    gst_segment_init(&segment, GST_FORMAT_TIME);
+    segment.start = segment.time = 7 * GST_SECOND;
+    const GstClockTime room = segment.start + time_of(1024, 44100);
+    for (const auto &[start, kind] : {std::pair{room, Start::early}, {room - 1, Start::clipped}}) {
+        ElementHarness encoder("priming=true");
         encoder.set_input(44100, 1);
+        encoder.send(gst_event_new_segment(&segment));
         encoder.push_all(pcm, start);
         encoder.end();
-        const GstClockTime shift = priming ? priming_room : 0;
-        expect_times(encoder.take(), 5000, 44100, start + shift, priming);
-
-        const GstSegment *segment = nullptr;
-        const auto event = encoder.event(GST_EVENT_SEGMENT);
-        gst_event_parse_segment(event.get(), &segment);
-        EXPECT_EQ(segment->start, shift);
-        EXPECT_EQ(gst_segment_to_running_time(segment, GST_FORMAT_TIME, start + shift), start);
-        EXPECT_EQ(gst_segment_to_stream_time(segment, GST_FORMAT_TIME, start + shift), start);
+        expect_times(encoder.take(), 5000, 44100, start, kind);
     }
 }
 
 TEST(Times, FollowAGapInTheInput) {
     const Samples pcm = make_signal(SignalKind::music, 1, 4096, 48000, 1);
-    ElementHarness encoder("priming=true");
+    ElementHarness encoder;
     encoder.set_input(48000, 1);
     encoder.push(pcm.data(), 2048, 0);
-    encoder.send(gst_event_new_gap(time_of(2048, 48000), GST_SECOND));
     encoder.push(pcm.data() + 2048, 2048, GST_SECOND);
     encoder.end();
     const auto frames = encoder.take();
-    ASSERT_EQ(frames.size(), 5u);
-    EXPECT_EQ(frames[2].pts, priming_room + time_of(1024, 48000));
-    EXPECT_EQ(frames[3].pts, priming_room + GST_SECOND);
-    GstClockTime gap = 0;
-    gst_event_parse_gap(encoder.event(GST_EVENT_GAP).get(), &gap, nullptr);
-    EXPECT_EQ(gap, priming_room + time_of(2048, 48000));
+    ASSERT_EQ(frames.size(), 4u);
+    EXPECT_EQ(frames[1].pts, time_of(1024, 48000));
+    EXPECT_EQ(frames[2].pts, GST_SECOND);
 }
 
 TEST(Times, AreAbsentWithoutAnyInTheInput) {
@@ -153,31 +157,29 @@ TEST(Times, AreAbsentWithoutAnyInTheInput) {
     encoder.end();
     const auto frames = encoder.take();
     ASSERT_EQ(frames.size(), 4u);
+    EXPECT_EQ(frames[0].clipped_at_start, 1024u);
     for (const Sent &frame : frames) EXPECT_EQ(frame.pts, GST_CLOCK_TIME_NONE);
 }
 
 // The reported latency is what a frame, fed sample by sample, waits for its last one.
 TEST(Latency, IsReportedAndTrue) {
     for (const unsigned rate : {48000u, 8000u}) {
-        for (const char *properties : {"", "priming=true"}) {
-            ElementHarness encoder(properties);
-            gst_harness_set_upstream_latency(encoder.harness(), 10 * GST_MSECOND);
-            encoder.set_input(rate, 1);
-            const Samples pcm = make_signal(SignalKind::dither, 1, 6000, rate, 1);
-            std::size_t frames = 0;
-            for (std::size_t k = 0; k < pcm.size(); ++k) {
-                encoder.push(&pcm[k], 1, time_of(k, rate));
-                for (const Sent &frame : encoder.take()) {
-                    ++frames;
-                    const GstClockTime shift = *properties == '\0' ? 0 : priming_room;
-                    EXPECT_NEAR(static_cast<double>(time_of(k + 1, rate) + shift - frame.pts),
-                                static_cast<double>(time_of(3072, rate)), 2);
-                }
+        ElementHarness encoder;
+        gst_harness_set_upstream_latency(encoder.harness(), 10 * GST_MSECOND);
+        encoder.set_input(rate, 1);
+        const Samples pcm = make_signal(SignalKind::dither, 1, 6000, rate, 1);
+        std::size_t frames = 0;
+        for (std::size_t k = 0; k < pcm.size(); ++k) {
+            encoder.push(&pcm[k], 1, time_of(k, rate));
+            for (const Sent &frame : encoder.take()) {
+                ++frames;
+                EXPECT_NEAR(static_cast<double>(time_of(k + 1, rate) - frame.pts),
+                            static_cast<double>(time_of(3072, rate)), 2);
             }
-            EXPECT_EQ(frames, *properties == '\0' ? 3u : 4u);
-            EXPECT_NEAR(static_cast<double>(gst_harness_query_latency(encoder.harness())),
-                        static_cast<double>(10 * GST_MSECOND + time_of(3072, rate)), 1);
         }
+        EXPECT_EQ(frames, 3u);
+        EXPECT_NEAR(static_cast<double>(gst_harness_query_latency(encoder.harness())),
+                    static_cast<double>(10 * GST_MSECOND + time_of(3072, rate)), 1);
     }
 }
 
@@ -198,7 +200,24 @@ TEST(Restarts, FlushForgetsEverything) {
     encoder.end();
     const auto frames = encoder.take();
     EXPECT_EQ(bytes_of(frames), encode_stream(config_of(TAVIK_MODE_STEREO, 44100, 64000, 2, 0, 1), pcm).frames);
-    expect_times(frames, 7000, 44100, segment.start + priming_room, true);
+    expect_times(frames, 7000, 44100, segment.start, Start::clipped);
+}
+
+// Downstream is gone when a stream ends, and back for the next one.
+TEST(Restarts, RefusedEndIsForgotten) {
+    const Samples pcm = make_signal(SignalKind::transients, 1, 3500, 44100, 3);
+    ElementHarness encoder;
+    encoder.set_input(44100, 1);
+    encoder.push_all(make_signal(SignalKind::white_noise, 1, 4321, 44100, 3));
+    encoder.take();
+    GstSegment segment;
+    gst_segment_init(&segment, GST_FORMAT_TIME);
+    gst_pad_set_active(encoder.harness()->sinkpad, FALSE);
+    encoder.send(gst_event_new_segment(&segment));
+    gst_pad_set_active(encoder.harness()->sinkpad, TRUE);
+    encoder.push_all(pcm);
+    encoder.end();
+    EXPECT_EQ(bytes_of(encoder.take()), encode_stream(config_of(TAVIK_MODE_MONO, 44100, 64000), pcm).frames);
 }
 
 // A segment without a flush, as from a source that plays files one after the other: the first stream ends complete.
@@ -240,9 +259,9 @@ TEST(Restarts, CapsChangeDrains) {
     const std::vector<Sent> rest(frames.begin() + static_cast<std::ptrdiff_t>(first.size()), frames.end());
     frames.resize(first.size());
     EXPECT_EQ(bytes_of(frames), first);
-    expect_times(frames, 3500, 44100, priming_room, true);
+    expect_times(frames, 3500, 44100, 0, Start::clipped);
     EXPECT_EQ(bytes_of(rest), encode_stream(config_of(TAVIK_MODE_MONO, 16000, 23000, 0), mono).frames);
-    expect_times(rest, 2500, 16000, start + priming_room, false);
+    expect_times(rest, 2500, 16000, start, Start::plain);
     EXPECT_NE(text_of(encoder.output_caps().get()).find("rate=(int)16000, channels=(int)1"), std::string::npos);
 }
 
@@ -310,6 +329,9 @@ TEST(Refusals, NameWhatIsLegal) {
               "bitrate 15999 must be 16000 to 529200 bit/s for 2 channels at 44100 Hz (8000 to 264600 per channel)"},
              {"bitrate=48001", nullptr, 8000, 1,
               "bitrate 48001 must be 8000 to 48000 bit/s for 1 channel at 8000 Hz (8000 to 48000 per channel)"},
+             {"bitrate=4294967295", nullptr, 48000, 2,
+              "bitrate 4294967295 must be 16000 to 576000 bit/s for 2 channels at 48000 Hz (8000 to 288000 per "
+              "channel)"},
              {"channel-mode=mono", nullptr, 44100, 2, "channel-mode takes 1 channel, the input has 2"},
              {"channel-mode=two-mono", nullptr, 44100, 1, "channel-mode takes 2 channels, the input has 1"},
              {"", "audio/mpeg,mpegversion=4,stream-format=adts", 44100, 1,
