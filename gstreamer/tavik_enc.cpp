@@ -31,7 +31,7 @@ struct Stream {
     bool segment_begins = false;  // the next stream is the first one of its segment
     bool running = false;         // the encoder holds samples
     bool priming_next = false;    // its next frame is the priming frame
-    uint32_t unsent_samples = 0;  // per channel, that no frame has accounted for
+    uint32_t unsent_samples = 0;  // per channel, that came from the base class and no frame has accounted for
     uint32_t frame_samples = 0;   // of those, how many the frame on its way accounts for
 };
 
@@ -60,6 +60,35 @@ Settings current_settings(GstTavikEnc *self) {
 
 GstClockTime duration_of(uint64_t samples, uint32_t sample_rate) {
     return gst_util_uint64_scale_round(samples, GST_SECOND, sample_rate);
+}
+
+// ---- Restarts
+
+// Whatever the encoder holds is forgotten, as it is by the base class, and what comes next begins a segment.
+void forget(GstAudioEncoder *base) {
+    GST_AUDIO_ENCODER_STREAM_LOCK(base);
+    Stream &stream = *GST_TAVIK_ENC(base)->stream;
+    stream.running = false;
+    stream.segment_begins = true;
+    stream.unsent_samples = 0;
+    GST_AUDIO_ENCODER_STREAM_UNLOCK(base);
+}
+
+gboolean sink_event(GstAudioEncoder *base, GstEvent *event) {
+    const GstSegment *segment = nullptr;
+    if (GST_EVENT_TYPE(event) == GST_EVENT_SEGMENT) gst_event_parse_segment(event, &segment);
+    const bool segment_begins = segment != nullptr && segment->format == GST_FORMAT_TIME;
+    // A segment drains the stream before it. Of other formats than time the base class knows none.
+    const gboolean result = GST_AUDIO_ENCODER_CLASS(gst_tavik_enc_parent_class)->sink_event(base, event);
+    if (segment_begins) forget(base);
+    return result;
+}
+
+// Samples that downstream has refused, or that were left when the element was stopped: in the base class only a segment
+// makes an end of them.
+void drop_refused(GstAudioEncoder *base) {
+    if (GST_TAVIK_ENC(base)->stream->unsent_samples == 0) return;
+    sink_event(base, gst_event_new_segment(&base->input_segment));
 }
 
 // ---- Configuration
@@ -96,11 +125,15 @@ void announce(GstAudioEncoder *base, const EncoderConfig &config) {
     gst_audio_encoder_merge_tags(base, tags, GST_TAG_MERGE_REPLACE);
     gst_tag_list_unref(tags);
 
+    const GstClockTime latency = gst_util_uint64_scale_ceil(latency_samples, GST_SECOND, config.sample_rate);
+    gst_audio_encoder_set_latency(base, latency, latency);
+}
+
+// The size of the blocks that the base class gathers. It forgets that before a new format, even one that is refused.
+void set_block_size(GstAudioEncoder *base) {
     gst_audio_encoder_set_frame_samples_min(base, TAVIK_FRAME_LENGTH);
     gst_audio_encoder_set_frame_samples_max(base, TAVIK_FRAME_LENGTH);
     gst_audio_encoder_set_frame_max(base, 1);
-    const GstClockTime latency = gst_util_uint64_scale_ceil(latency_samples, GST_SECOND, config.sample_rate);
-    gst_audio_encoder_set_latency(base, latency, latency);
 }
 
 void log_configuration(GstTavikEnc *self, const EncoderConfig &config) {
@@ -108,8 +141,10 @@ void log_configuration(GstTavikEnc *self, const EncoderConfig &config) {
                     config.sample_rate, config.channel_mode, config.header_type, config.bit_rate, config.constant_rate);
 }
 
-// Called when the previous stream is drained.
+// Called when the previous stream is drained, as far as downstream takes it.
 gboolean set_format(GstAudioEncoder *base, GstAudioInfo *info) {
+    set_block_size(base);
+    drop_refused(base);
     GstTavikEnc *self = GST_TAVIK_ENC(base);
     const Settings settings = current_settings(self);
     const auto channels = static_cast<uint32_t>(GST_AUDIO_INFO_CHANNELS(info));
@@ -125,7 +160,6 @@ gboolean set_format(GstAudioEncoder *base, GstAudioInfo *info) {
     }
     config.header_type = *header_type;
     self->stream->config = config;
-    self->stream->running = false;  // even if downstream has not taken its end
     announce(base, config);
     log_configuration(self, config);
     return TRUE;
@@ -172,7 +206,6 @@ void begin_stream(Stream &stream) {
     stream.segment_begins = false;
     stream.running = true;
     stream.priming_next = config.emit_priming_frame == 1;
-    stream.unsent_samples = 0;
     TAVIK_Init(&stream.encoder, &config);
 }
 
@@ -235,30 +268,6 @@ GstFlowReturn pre_push(GstAudioEncoder *base, GstBuffer **buffer) {
 
 // ---- The object
 
-// Whatever the encoder holds is forgotten, as it is by the base class.
-void begin_segment(GstAudioEncoder *base) {
-    GST_AUDIO_ENCODER_STREAM_LOCK(base);
-    Stream &stream = *GST_TAVIK_ENC(base)->stream;
-    stream.running = false;
-    stream.segment_begins = true;
-    GST_AUDIO_ENCODER_STREAM_UNLOCK(base);
-}
-
-gboolean start(GstAudioEncoder *base) {
-    begin_segment(base);
-    return TRUE;
-}
-
-gboolean sink_event(GstAudioEncoder *base, GstEvent *event) {
-    const GstSegment *segment = nullptr;
-    if (GST_EVENT_TYPE(event) == GST_EVENT_SEGMENT) gst_event_parse_segment(event, &segment);
-    const bool begins = segment != nullptr && segment->format == GST_FORMAT_TIME;
-    // Drains the stream before.
-    const gboolean result = GST_AUDIO_ENCODER_CLASS(gst_tavik_enc_parent_class)->sink_event(base, event);
-    if (begins) begin_segment(base);
-    return result;
-}
-
 void set_property(GObject *object, guint id, const GValue *value, GParamSpec *property) {
     GST_OBJECT_LOCK(object);
     const bool known = set_setting(GST_TAVIK_ENC(object)->settings, id, value);
@@ -310,11 +319,10 @@ static void gst_tavik_enc_class_init(GstTavikEncClass *klass) {
         "Tavik maintainers <maintainers@tavik.example>");
 
     GstAudioEncoderClass *encoder_class = GST_AUDIO_ENCODER_CLASS(klass);
-    encoder_class->start = tavik::start;
     encoder_class->set_format = tavik::set_format;
     encoder_class->getcaps = tavik::get_caps;
     encoder_class->handle_frame = tavik::handle_frame;
-    encoder_class->flush = tavik::begin_segment;
+    encoder_class->flush = tavik::forget;
     encoder_class->pre_push = tavik::pre_push;
     encoder_class->sink_event = tavik::sink_event;
 }

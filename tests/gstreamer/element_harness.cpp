@@ -57,9 +57,10 @@ std::vector<Sent> ElementHarness::take() {
         Bytes bytes(gst_buffer_get_size(buffer.get()));
         gst_buffer_extract(buffer.get(), 0, bytes.data(), bytes.size());
         const auto *clipping = gst_buffer_get_audio_clipping_meta(buffer.get());
+        const bool samples = clipping != nullptr && clipping->format == GST_FORMAT_DEFAULT;
         frames.push_back({std::move(bytes), GST_BUFFER_PTS(buffer.get()), GST_BUFFER_DTS(buffer.get()),
-                          GST_BUFFER_DURATION(buffer.get()), clipping == nullptr ? 0 : clipping->start,
-                          clipping == nullptr ? 0 : clipping->end});
+                          GST_BUFFER_DURATION(buffer.get()), samples ? clipping->start : 0,
+                          samples ? clipping->end : 0});
     }
     return frames;
 }
