@@ -84,8 +84,12 @@ gboolean sink_event(GstAudioEncoder *base, GstEvent *event) {
     return result;
 }
 
-// Samples that downstream has refused, or that were left when the element was stopped: in the base class only a segment
-// makes an end of them.
+gboolean stop(GstAudioEncoder *base) {
+    forget(base);
+    return TRUE;
+}
+
+// Samples that downstream has refused: in the base class only a segment makes an end of them.
 void drop_refused(GstAudioEncoder *base) {
     if (GST_TAVIK_ENC(base)->stream->unsent_samples == 0) return;
     sink_event(base, gst_event_new_segment(&base->input_segment));
@@ -323,6 +327,7 @@ static void gst_tavik_enc_class_init(GstTavikEncClass *klass) {
     encoder_class->getcaps = tavik::get_caps;
     encoder_class->handle_frame = tavik::handle_frame;
     encoder_class->flush = tavik::forget;
+    encoder_class->stop = tavik::stop;
     encoder_class->pre_push = tavik::pre_push;
     encoder_class->sink_event = tavik::sink_event;
 }

@@ -155,6 +155,25 @@ TEST(Times, AreAbsentWithoutAnyInTheInput) {
     for (const Sent &frame : frames) EXPECT_EQ(frame.pts, GST_CLOCK_TIME_NONE);
 }
 
+// A source that misses some samples tells so by its times: frames have the time of their first sample, and nothing that
+// is still in the encoder is lost.
+TEST(Times, FollowTheInputOverAGap) {
+    const Samples pcm = make_signal(SignalKind::music, 1, 6000, 44100, 1);
+    const auto first = pcm.begin() + 3000;
+    ElementHarness encoder;
+    encoder.set_input(44100, 1);
+    encoder.push_all(Samples(pcm.begin(), first));
+    encoder.push_all(Samples(first, pcm.end()), GST_SECOND);
+    encoder.end();
+    const auto frames = encoder.take();
+    EXPECT_EQ(bytes_of(frames), encode_stream(config_of(TAVIK_MODE_MONO, 44100, 64000), pcm).frames);
+    for (std::size_t k = 0; k < frames.size(); ++k) {
+        const std::size_t at = 1024 * k;
+        const GstClockTime time = at < 3000 ? time_of(at, 44100) : GST_SECOND + time_of(at - 3000, 44100);
+        EXPECT_NEAR(static_cast<double>(frames[k].pts), static_cast<double>(time), 2) << "frame " << k;
+    }
+}
+
 // The reported latency is what a frame, fed sample by sample, waits for its last one.
 TEST(Latency, IsReportedAndTrue) {
     for (const unsigned rate : {48000u, 8000u}) {
