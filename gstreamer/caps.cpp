@@ -56,12 +56,14 @@ const Form &form_of(uint32_t header_type) {
     g_assert_not_reached();
 }
 
-// Whether the caps are of ADTS by name, not only because they leave the form open.
-bool names_adts(const GstCaps *caps) {
+// Whether the caps are of ADTS frames by name: not only because they leave the form open, and not those of a parser,
+// which takes what is not framed too.
+bool names_adts_frames(const GstCaps *caps) {
     const Caps wanted = form_caps(adts);
     for (guint k = 0; k < gst_caps_get_size(caps); ++k) {
         const GstStructure *structure = gst_caps_get_structure(caps, k);
         if (gst_structure_has_field(structure, "stream-format") != FALSE &&
+            gst_structure_has_field(structure, "framed") != FALSE &&
             gst_structure_can_intersect(structure, gst_caps_get_structure(wanted.get(), 0)) != FALSE) {
             return true;
         }
@@ -70,9 +72,10 @@ bool names_adts(const GstCaps *caps) {
 }
 
 // A muxer that takes both raw frames and ADTS, as that of MPEG-TS, writes ADTS, and headers of its own could not
-// describe two independent channels: only the encoder's ADTS frames have a program_config_element.
+// describe two independent channels: only the encoder's ADTS frames have a program_config_element. GStreamer's parser
+// does not know those, and so gets raw frames.
 Forms preferred_forms(const EncoderConfig &config, const GstCaps *allowed) {
-    const bool self_contained = config.channel_mode == TAVIK_MODE_TWO_MONO && names_adts(allowed);
+    const bool self_contained = config.channel_mode == TAVIK_MODE_TWO_MONO && names_adts_frames(allowed);
     return self_contained ? Forms{adts, raw, adif} : forms;
 }
 

@@ -28,11 +28,11 @@ constexpr uint64_t latency_samples = 3 * TAVIK_FRAME_LENGTH;
 struct Stream {
     EncoderContext encoder{};
     EncoderConfig config{};
-    bool segment_begins = false;  // the next stream is the first one of its segment
-    bool running = false;         // the encoder holds samples
-    bool priming_next = false;    // its next frame is the priming frame
-    uint32_t unsent_samples = 0;  // per channel, that came from the base class and no frame has accounted for
-    uint32_t frame_samples = 0;   // of those, how many the frame on its way accounts for
+    bool follows_another = false;  // the next stream does, with no flush in between
+    bool running = false;          // the encoder holds samples
+    bool priming_next = false;     // its next frame is the priming frame
+    uint32_t unsent_samples = 0;   // per channel, that came from the base class and no frame has accounted for
+    uint32_t frame_samples = 0;    // of those, how many the frame on its way accounts for
 };
 
 }  // namespace
@@ -64,29 +64,36 @@ GstClockTime duration_of(uint64_t samples, uint32_t sample_rate) {
 
 // ---- Restarts
 
-// Whatever the encoder holds is forgotten, as it is by the base class, and what comes next begins a segment.
+// Whatever the encoder holds is forgotten, as it is by the base class.
 void forget(GstAudioEncoder *base) {
     GST_AUDIO_ENCODER_STREAM_LOCK(base);
     Stream &stream = *GST_TAVIK_ENC(base)->stream;
     stream.running = false;
-    stream.segment_begins = true;
     stream.unsent_samples = 0;
     GST_AUDIO_ENCODER_STREAM_UNLOCK(base);
+}
+
+// What comes next is the beginning, also for what is downstream.
+void flush(GstAudioEncoder *base) {
+    GST_AUDIO_ENCODER_STREAM_LOCK(base);
+    forget(base);
+    GST_TAVIK_ENC(base)->stream->follows_another = false;
+    GST_AUDIO_ENCODER_STREAM_UNLOCK(base);
+}
+
+gboolean stop(GstAudioEncoder *base) {
+    flush(base);
+    return TRUE;
 }
 
 gboolean sink_event(GstAudioEncoder *base, GstEvent *event) {
     const GstSegment *segment = nullptr;
     if (GST_EVENT_TYPE(event) == GST_EVENT_SEGMENT) gst_event_parse_segment(event, &segment);
-    const bool segment_begins = segment != nullptr && segment->format == GST_FORMAT_TIME;
     // A segment drains the stream before it. Of other formats than time the base class knows none.
+    const bool drains = segment != nullptr && segment->format == GST_FORMAT_TIME;
     const gboolean result = GST_AUDIO_ENCODER_CLASS(gst_tavik_enc_parent_class)->sink_event(base, event);
-    if (segment_begins) forget(base);
+    if (drains) forget(base);
     return result;
-}
-
-gboolean stop(GstAudioEncoder *base) {
-    forget(base);
-    return TRUE;
 }
 
 // Samples that downstream has refused: in the base class only a segment makes an end of them.
@@ -203,11 +210,11 @@ GstFlowReturn encode(GstTavikEnc *self, const int16_t *pcm, uint32_t samples) {
     return bytes == 0 ? GST_FLOW_OK : send(self, frame.data(), bytes);
 }
 
-// The priming frame is for the first stream of a segment only: behind another stream there is no room for it.
+// Behind another stream there is no room for a priming frame.
 void begin_stream(Stream &stream) {
     EncoderConfig config = stream.config;
-    if (!stream.segment_begins) config.emit_priming_frame = 0;
-    stream.segment_begins = false;
+    if (stream.follows_another) config.emit_priming_frame = 0;
+    stream.follows_another = true;
     stream.running = true;
     stream.priming_next = config.emit_priming_frame == 1;
     TAVIK_Init(&stream.encoder, &config);
@@ -326,7 +333,7 @@ static void gst_tavik_enc_class_init(GstTavikEncClass *klass) {
     encoder_class->set_format = tavik::set_format;
     encoder_class->getcaps = tavik::get_caps;
     encoder_class->handle_frame = tavik::handle_frame;
-    encoder_class->flush = tavik::forget;
+    encoder_class->flush = tavik::flush;
     encoder_class->stop = tavik::stop;
     encoder_class->pre_push = tavik::pre_push;
     encoder_class->sink_event = tavik::sink_event;

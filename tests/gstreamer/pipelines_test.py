@@ -49,6 +49,14 @@ def test_containers(muxer):
     expect_source(source, decode(path)[1])
 
 
+@pytest.mark.parametrize("muxer", ["matroskamux", "aacparse ! matroskamux", "mp4mux", "mpegtsmux"])
+def test_independent_channels(muxer):
+    """No channel configuration describes them; what does goes along."""
+    source = make_source(RATE + 57)
+    gst(f"{SOURCE} ! {ENCODER} channel-mode=two-mono ! {muxer} ! filesink location=out")
+    expect_source(source, decode("out")[1])
+
+
 @pytest.mark.parametrize("samples", [1, 1023, 1024, 1025, 5000])
 def test_lengths_that_containers_declare(samples):
     make_source(samples)
