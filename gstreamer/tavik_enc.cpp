@@ -28,7 +28,7 @@ constexpr uint64_t latency_samples = 3 * TAVIK_FRAME_LENGTH;
 struct Stream {
     EncoderContext encoder{};
     EncoderConfig config{};
-    bool follows_another = false;  // the next stream does, with no flush in between
+    bool follows_another = false;  // the next stream follows one that was sent, with no flush in between
     bool running = false;          // the encoder holds samples
     bool priming_next = false;     // its next frame is the priming frame
     uint32_t unsent_samples = 0;   // per channel, that came from the base class and no frame has accounted for
@@ -73,7 +73,7 @@ void forget(GstAudioEncoder *base) {
     GST_AUDIO_ENCODER_STREAM_UNLOCK(base);
 }
 
-// What comes next is the beginning, also for what is downstream.
+// Behind a flush or a stop, the next stream is a first one again.
 void flush(GstAudioEncoder *base) {
     GST_AUDIO_ENCODER_STREAM_LOCK(base);
     forget(base);
