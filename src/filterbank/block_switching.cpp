@@ -7,32 +7,36 @@
 namespace tavik {
 namespace {
 
+// How loud the neighbours of an attack may be, in 1/128 of it.
+struct Ratios {
+    u8 rise;  // the left one
+    u8 fall;  // the right one
+};
+
+// At low rates an attack need not fall off again.
+constexpr u8 any = 0;
+
 // Ratios in units of 1/128.
 struct Thresholds {
-    u8 group;          // the quieter half frame / the louder
-    u8 pair_rise;      // left neighbour / attack, pairs of sub-blocks
-    u8 pair_fall;      // right neighbour / attack
-    u8 subblock_rise;  // the same for single sub-blocks
-    u8 subblock_fall;
+    u8 group;  // the quieter half frame / the louder
+    Ratios pair;
+    Ratios subblock;
 };
 
 constexpr std::array<Thresholds, 12> block_switch_thresholds = {{
-    {29, 21, 76, 15, 64},    // 96000 Hz
-    {29, 21, 76, 15, 64},    // 88200
-    {29, 21, 76, 15, 64},    // 64000
-    {29, 21, 76, 15, 64},    // 48000
-    {29, 21, 76, 15, 64},    // 44100
-    {30, 23, 89, 19, 70},    // 32000
-    {31, 25, 108, 21, 76},   // 24000
-    {32, 28, 108, 21, 76},   // 22050
-    {37, 30, 126, 25, 96},   // 16000
-    {37, 31, 126, 25, 126},  // 12000
-    {37, 32, 126, 28, 126},  // 11025
-    {38, 37, 126, 30, 126},  // 8000
+    {29, {21, 76}, {15, 64}},    // 96000 Hz
+    {29, {21, 76}, {15, 64}},    // 88200
+    {29, {21, 76}, {15, 64}},    // 64000
+    {29, {21, 76}, {15, 64}},    // 48000
+    {29, {21, 76}, {15, 64}},    // 44100
+    {30, {23, 89}, {19, 70}},    // 32000
+    {31, {25, 108}, {21, 76}},   // 24000
+    {32, {28, 108}, {21, 76}},   // 22050
+    {37, {30, any}, {25, any}},  // 16000
+    {37, {31, any}, {25, any}},  // 12000
+    {37, {32, any}, {28, any}},  // 11025
+    {38, {37, any}, {30, any}},  // 8000
 }};
-
-// At these rates and above an attack must also fall off again.
-constexpr u32 last_index_with_fall = 7;
 
 // a / b < threshold / 128
 bool is_below(i32 a, i32 threshold, i32 b) { return a < (i64{threshold} * b) >> 7; }
@@ -58,28 +62,21 @@ struct Neighbour {
     i32 right;
 };
 
-struct Ratios {
-    i32 rise;
-    i32 fall;
-    bool needs_fall;
-};
-
 // The strength of a candidate that stands out from its neighbours, otherwise 0.
 i32 strength(i32 value, Neighbour neighbour, Ratios ratios) {
     if (!is_below(neighbour.left, ratios.rise, value)) return 0;
     const i32 rise = wrap_abs(wrap_sub(value, neighbour.left));
-    if (!ratios.needs_fall) return rise;
+    if (ratios.fall == any) return rise;
     if (!is_below(neighbour.right, ratios.fall, value)) return 0;
     return std::max(rise, wrap_abs(wrap_sub(value, neighbour.right)));
 }
 
-// The strongest of the peaks, whose first and last entries are neighbours only; 0 when none is a candidate. Entry 2 is
-// examined before entry 1, then the others in order; of equals the first examined wins.
+// The strongest of the peaks, whose first and last entries are neighbours only, the earliest of equals; 0 when none is
+// a candidate.
 u32 strongest(std::span<const i32> peaks, Ratios ratios) {
     u32 attack = 0;
     i32 best = 0;
-    for (u32 n = 1; n < peaks.size() - 1; ++n) {
-        const u32 i = n <= 2 ? 3 - n : n;
+    for (u32 i = 1; i < peaks.size() - 1; ++i) {
         const i32 s = strength(peaks[i], {peaks[i - 1], peaks[i + 1]}, ratios);
         if (s > best) {
             best = s;
@@ -95,7 +92,6 @@ constexpr u32 no_attack = ~u32{0};  // 1 below sub-block 0
 u32 find_attack(u32 sampling_rate_index, std::span<const i32, 2 * subblocks> peaks,
                 const TavikAttackDetectorState &previous) {
     const Thresholds &thresholds = block_switch_thresholds[sampling_rate_index];
-    const bool needs_fall = sampling_rate_index <= last_index_with_fall;
 
     const u32 earlier = loudest(peaks, 0, subblocks / 2);
     const u32 later = loudest(peaks, subblocks / 2, subblocks / 2);
@@ -107,12 +103,12 @@ u32 find_attack(u32 sampling_rate_index, std::span<const i32, 2 * subblocks> pea
 
     std::array<i32, subblocks / 2 + 2> pair{previous.last_pair_peak};
     for (u32 j = 0; j <= subblocks / 2; ++j) pair[j + 1] = pair_peak(peaks, j);
-    const u32 attack = strongest(pair, {thresholds.pair_rise, thresholds.pair_fall, needs_fall});
+    const u32 attack = strongest(pair, thresholds.pair);
     if (attack != 0) return loudest(peaks, 2 * (attack - 1), 2);
 
     std::array<i32, subblocks + 2> single{previous.last_subblock_peak};
     copy_elements(peaks.data(), subblocks + 1, single.data() + 1);
-    return strongest(single, {thresholds.subblock_rise, thresholds.subblock_fall, needs_fall}) - 1;
+    return strongest(single, thresholds.subblock) - 1;
 }
 
 }  // namespace

@@ -38,8 +38,8 @@ class Trials {
         if (count.common_sf != common_sf) {
             count = {common_sf, count_bits(bands_, data_, {common_sf, section_length_, enough_})};
             latest_ = common_sf;
-            latest_is_complete_ = count.bits < enough_ && count.bits != overflow_bits;
-            if (latest_is_complete_ && count.bits <= most_bits_of_silence && is_silent()) {
+            const bool is_complete = count.bits < enough_ && count.bits != overflow_bits;
+            if (is_complete && count.bits <= most_bits_of_silence && is_silent()) {
                 silent_sf_ = common_sf;
                 silent_bits_ = count.bits;
             }
@@ -47,11 +47,11 @@ class Trials {
         return count.bits;
     }
 
-    // Leaves codebooks and values of this common_sf.
+    // Leaves codebooks and values of the common_sf that the search ends with. If that is the latest one counted, they
+    // are there: its count is within the target and therefore complete, or else every band is silent, and no trial has
+    // come further than to bands whose codebook this one has set to 0.
     void settle(u32 common_sf) {
-        if (!latest_is_complete_ || common_sf != latest_) {
-            count_bits(bands_, data_, {common_sf, section_length_, count_all});
-        }
+        if (common_sf != latest_) count_bits(bands_, data_, {common_sf, section_length_, count_all});
         for (const RateBand &band : bands_) {
             if (data_.codebooks[band.entry] != 0) continue;
             std::memset(&data_.quantized[band.begin()], 0, band.width() * sizeof data_.quantized[0]);
@@ -78,7 +78,6 @@ class Trials {
     u32 enough_;
     std::array<Count, 8> remembered_{};
     u32 latest_ = never_tried;
-    bool latest_is_complete_ = false;
     u32 silent_sf_ = never_tried;  // from here on every count is silent_bits_, and every codebook 0
     u32 silent_bits_ = 0;
 };

@@ -73,12 +73,13 @@ void transform_bands(Spectrum left, Spectrum right, std::span<const u32> offsets
     }
 }
 
-// Per cent of its target that the side channel keeps; mid and side keep 200 in all.
+// Per cent of its target that the side channel keeps; mid and side keep 200 in all. No band's side is more than both
+// channels, so that its share is at most 100.
 u32 side_share(MsMask mask, const Survey &survey, bool tns_data_present) {
     const u32 total = survey.side_total + survey.lr_total;
     const u32 q = total == 0 ? 0 : 200 * survey.side_total / total;
-    if (mask == MsMask::per_band) return std::clamp(q, 90u, 100u);
-    if (survey.side_total == 0 || total == 0) return 10;
+    if (mask == MsMask::per_band) return std::max(q, 90u);
+    if (survey.side_total == 0) return 10;
     return std::max(tns_data_present && q < 35 ? q + 4 : q, 14u);
 }
 

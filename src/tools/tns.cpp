@@ -157,7 +157,6 @@ void temporal_noise_shaping(TavikTnsData &tns, Spectrum spectrum, u32 sampling_r
     tns.length = band_count - start_band;
     tns.order = order;
     tns.coef_compress = std::ranges::all_of(std::span(tns.coef).first(order), fits_three_bits) ? 1 : 0;
-    if (order == 0) return;
 
     kernels::shaping_filter(range, direct_form(std::span(reflection_q23).first(order)));
 }
