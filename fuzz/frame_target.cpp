@@ -6,9 +6,11 @@
 
 #include "draw_config.h"
 #include "interface/encoder_context.h"
-#include "stage_input.h"
+#include "support/guarded_memory.h"
+#include "support/require.h"
 #include "support/standard_tables.h"
 #include "support/stream_harness.h"
+#include "support/values.h"
 #include "synthesiser.h"
 #include "target.h"
 
@@ -16,7 +18,18 @@ namespace tavik_fuzz {
 namespace {
 
 using namespace tavik;
+using tavik_test::GuardedArray;
 using tavik_test::require;
+
+// Values of magnitude `limit` at most, which a few bytes steer.
+void draw_values(InputBytes &input, std::span<i32> values, u32 limit) {
+    tavik_test::ValuePattern pattern{};
+    pattern.kind = static_cast<tavik_test::ValuePattern::Kind>(input.below(tavik_test::ValuePattern::count));
+    pattern.level = static_cast<i32>(input.between(0, limit));
+    pattern.seed = 1u + input.word();
+    pattern.distance = 1u + input.byte();
+    fill_values(values, pattern);
+}
 
 // Some frames of a signal, so that the context holds a layout with long or short blocks, TNS and mid/side flags.
 void prepare(InputBytes &input, const EncoderConfig &config, EncoderContext &context) {
@@ -81,7 +94,6 @@ struct Arrays {
     GuardedArray<EncoderContext> context{1};
     GuardedArray<std::uint8_t> output{TAVIK_MAX_FRAME_BYTES};
     GuardedArray<i32> quantized{TAVIK_FRAME_LENGTH};
-    GuardedArray<u32> codebooks{band_array_size};
 
     EncoderState &state() { return state_of(context[0]); }
 
@@ -89,7 +101,6 @@ struct Arrays {
         context.check_guard();
         output.check_guard();
         quantized.check_guard();
-        codebooks.check_guard();
     }
 };
 
@@ -109,76 +120,30 @@ void replace_spectra(InputBytes &input, EncoderState &state) {
     }
 }
 
-// A raw data block from the functions below TAVIK_WriteBitstream.
-class BlockWriter {
- public:
-    explicit BlockWriter(Arrays &arrays) : arrays_(arrays) {}
-
-    // A single channel element, by one call or by its steps.
-    void write_single(u32 channel, u32 share) {
-        put(0, 3);
-        TAVIK_WriteSCE(&state_.coding, spectrum(), pow34(), &writer_, share, output(), quantized(), channel);
-    }
-    void write_single_by_steps(u32 channel) {
-        put(0, 3);
-        put(channel, 4);
-        std::ranges::fill(arrays_.codebooks.values(), 0u);
-        u32 global_gain = 0;
-        const u32 *offsets = state_.coding.band_sf_offset[channel].data();
-        const i32 *lines = state_.spectrum[channel].data();
-        TAVIK_Quantize(&state_.coding, lines, &global_gain, offsets, arrays_.codebooks.data(), quantized(),
-                       state_.pow34_spectrum[channel].data(), channel);
-        const u32 before = writer_.bit_count;
-        const u32 bits =
-            TAVIK_WriteICS(&state_.coding, global_gain, arrays_.codebooks.data(), offsets, quantized(), lines, output(),
-                           &writer_, state_.coding.scale_factor_grouping[channel], channel);
-        require(writer_.bit_count - before == bits, "TAVIK_WriteICS gives ", bits, " bits");
-    }
-    void write_pair(u32 share) {
-        put(1, 3);
-        TAVIK_WriteCPE(&state_.coding, spectrum(), pow34(), &writer_, share, output(), quantized());
-    }
-
-    // Returns the bits of the complete block.
-    u32 finish() {
-        put(7, 3);
-        TAVIK_ByteAlign(output(), &writer_.bits_left, &writer_.current_byte, &writer_.bit_count, &writer_.byte_pos);
-        return writer_.bit_count;
-    }
-
- private:
-    void put(u32 value, i32 bits) {
-        TAVIK_ZOLF_PutBit(output(), &writer_.bits_left, &writer_.current_byte, &writer_.bit_count, &writer_.byte_pos,
-                          value, bits);
-    }
-    const i32 *spectrum() const { return state_.spectrum[0].data(); }
-    const u32 *pow34() const { return state_.pow34_spectrum[0].data(); }
-    std::uint8_t *output() { return arrays_.output.data(); }
-    i32 *quantized() { return arrays_.quantized.data(); }
-
-    Arrays &arrays_;
-    EncoderState &state_ = arrays_.state();
-    BitWriter writer_{0, 0, 0, 8};
-};
-
-// A single channel element by steps pays for nothing but its data: this leaves room for the rest.
-constexpr i32 largest_target_by_steps = buffer_bits_per_channel - 128;
-
+// A raw data block from the functions below TAVIK_WriteBitstream. Returns its bits.
 u32 write_by_elements(InputBytes &input, Arrays &arrays) {
-    BlockWriter writer(arrays);
+    EncoderState &state = arrays.state();
+    std::uint8_t *output = arrays.output.data();
+    const i32 *spectrum = state.spectrum[0].data();
+    const u32 *pow34 = state.pow34_spectrum[0].data();
+    BitWriter writer{0, 0, 0, 8};
+    const auto put_identifier = [&](u32 value) {
+        TAVIK_ZOLF_PutBit(output, &writer.bits_left, &writer.current_byte, &writer.bit_count, &writer.byte_pos, value,
+                          3);
+    };
     const u32 share = input.between(40, 400);
-    if (arrays.state().config.channel_configuration == channel_configuration_stereo) {
-        writer.write_pair(share);
-        return writer.finish();
-    }
-    for (u32 channel = 0; channel < arrays.state().coding.num_channels; ++channel) {
-        if (input.below(2) == 0) {
-            writer.write_single(channel, share);
-        } else {
-            writer.write_single_by_steps(channel);
+    if (state.config.channel_configuration == channel_configuration_stereo) {
+        put_identifier(1);
+        TAVIK_WriteCPE(&state.coding, spectrum, pow34, &writer, share, output, arrays.quantized.data());
+    } else {
+        for (u32 channel = 0; channel < state.coding.num_channels; ++channel) {
+            put_identifier(0);
+            TAVIK_WriteSCE(&state.coding, spectrum, pow34, &writer, share, output, arrays.quantized.data(), channel);
         }
     }
-    return writer.finish();
+    put_identifier(7);
+    TAVIK_ByteAlign(output, &writer.bits_left, &writer.current_byte, &writer.bit_count, &writer.byte_pos);
+    return writer.bit_count;
 }
 
 void run_frame(InputBytes &input, Outcome &outcome) {
@@ -194,7 +159,6 @@ void run_frame(InputBytes &input, Outcome &outcome) {
         bits = TAVIK_WriteBitstream(arrays.context.data(), state.spectrum[0].data(), state.pow34_spectrum[0].data(),
                                     arrays.output.data(), arrays.quantized.data());
     } else {
-        for (i32 &target : block.bits_target) target = std::min(target, largest_target_by_steps);
         bits = write_by_elements(input, arrays);
         config.header_type = TAVIK_HEADER_NONE;
     }
@@ -205,17 +169,15 @@ void run_frame(InputBytes &input, Outcome &outcome) {
         check_channel(block, frame.channels[channel], channel);
         check_lines(frame.channels[channel], state.spectrum[channel], block.sampling_rate_index);
     }
-    outcome.add_output<std::uint8_t>(bytes);
+    outcome.output.add(std::span<const std::uint8_t>(bytes));
 }
 
 }  // namespace
 
-const char *const unit_name = "frames";
-
 Outcome run_target(std::span<const std::uint8_t> bytes) {
     InputBytes input(bytes);
     Outcome outcome;
-    for (; !input.empty() && outcome.units < 16; ++outcome.units) run_frame(input, outcome);
+    for (; !input.empty() && outcome.frames < 16; ++outcome.frames) run_frame(input, outcome);
     return outcome;
 }
 

@@ -1,4 +1,5 @@
 // A fuzz target as a libFuzzer program. Tells at its end how much the library had to do.
+#include <cinttypes>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
@@ -9,11 +10,8 @@ namespace {
 
 struct Effort {
     std::uint64_t inputs = 0;
-    std::uint64_t units = 0;
-    ~Effort() {
-        std::fprintf(stderr, "%llu inputs, %llu %s\n", static_cast<unsigned long long>(inputs),
-                     static_cast<unsigned long long>(units), tavik_fuzz::unit_name);
-    }
+    std::uint64_t frames = 0;
+    ~Effort() { std::fprintf(stderr, "%" PRIu64 " inputs, %" PRIu64 " frames\n", inputs, frames); }
 };
 
 }  // namespace
@@ -21,7 +19,7 @@ struct Effort {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
     static Effort effort;
     try {
-        effort.units += tavik_fuzz::run_target({data, size}).units;
+        effort.frames += tavik_fuzz::run_target({data, size}).frames;
         ++effort.inputs;
     } catch (const std::exception &error) {
         std::fprintf(stderr, "finding: %s\n", error.what());

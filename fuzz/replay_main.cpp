@@ -40,8 +40,8 @@ class Replay {
     void run(std::span<const std::uint8_t> input, const std::string &name) {
         try {
             const tavik_fuzz::Outcome outcome = tavik_fuzz::run_target(input);
-            all_.units += outcome.units;
-            all_.add_output(std::span(&outcome.hash, 1));
+            frames_ += outcome.frames;
+            output_.add(outcome.output.value());
             ++inputs_;
         } catch (const std::exception &error) {
             std::printf("%s: %s\n", name.c_str(), error.what());
@@ -51,14 +51,15 @@ class Replay {
 
     // Whether all is well.
     bool report(const std::string &expected_digest) const {
-        const std::string digest = hexadecimal(all_.hash);
-        std::printf("%zu inputs, %" PRIu64 " %s, digest %s (on record: %s), %zu findings\n", inputs_, all_.units,
-                    tavik_fuzz::unit_name, digest.c_str(), expected_digest.c_str(), findings_);
+        const std::string digest = hexadecimal(output_.value());
+        std::printf("%zu inputs, %" PRIu64 " frames, digest %s (on record: %s), %zu findings\n", inputs_, frames_,
+                    digest.c_str(), expected_digest.c_str(), findings_);
         return inputs_ > 0 && findings_ == 0 && digest == expected_digest;
     }
 
  private:
-    tavik_fuzz::Outcome all_;
+    tavik_test::Digest output_;
+    std::uint64_t frames_ = 0;
     std::size_t inputs_ = 0;
     std::size_t findings_ = 0;
 };

@@ -56,16 +56,16 @@ double SoundCheck::energy_around(std::size_t channel) const {
     return sum;
 }
 
-void SoundCheck::check(const tavik_test::Frame &frame, const DecodedFrame &decoded) {
+void SoundCheck::check(const tavik_test::Frame &frame, const tavik_test::DecodedFrame &decoded) {
     constexpr double harmless_gain = 8;
     const bool is_checkable =
         std::ranges::all_of(frame.channels, [](const auto &channel) { return tns_gain(channel) < harmless_gain; });
     const bool was_checkable = std::exchange(was_checkable_, is_checkable);
-    if (!is_checkable || !was_checkable || !is_exact_enough_ || decoded.channels.empty()) return;
+    if (!is_checkable || !was_checkable || !is_exact_enough_ || decoded.empty()) return;
     for (std::size_t channel = 0; channel < frames_.size(); ++channel) {
         double error = 0;
         for (std::size_t i = 0; i < TAVIK_FRAME_LENGTH; ++i) {
-            const double difference = 32768.0 * decoded.channels[channel][i] - frames_[channel][older_half][i];
+            const double difference = 32768.0 * decoded[channel][i] - frames_[channel][older_half][i];
             error += difference * difference;
         }
         const double around = energy_around(channel);

@@ -6,7 +6,7 @@
 #include <span>
 #include <vector>
 
-#include "reference_decoder.h"
+#include "support/reference_decoder.h"
 #include "support/strict_reader.h"
 #include "tavik.h"
 
@@ -23,7 +23,7 @@ class SoundCheck {
     // The decoded samples of the frame that the same call gave. At rates without a low-pass and with bits enough for
     // every band, their error must be small against the signal that both blocks under them code, unless a filter of
     // temporal noise shaping blows it up. Throws std::runtime_error.
-    void check(const tavik_test::Frame &frame, const DecodedFrame &decoded);
+    void check(const tavik_test::Frame &frame, const tavik_test::DecodedFrame &decoded);
 
  private:
     using Samples = std::vector<float>;  // of one channel and frame

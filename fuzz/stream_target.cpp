@@ -7,8 +7,8 @@
 
 #include "draw_config.h"
 #include "input_bytes.h"
-#include "reference_decoder.h"
 #include "sound_check.h"
+#include "support/reference_decoder.h"
 #include "support/require.h"
 #include "support/stream_harness.h"
 #include "synthesiser.h"
@@ -79,8 +79,8 @@ class Stream {
         const bool is_adif = config_.header_type == TAVIK_HEADER_ADIF;
         const std::size_t header_bytes = is_adif ? static_cast<std::size_t>(fields.header_bits) / 8 : 0;
         sound_.check(fields, equipment_.decoder.decode(frame, header_bytes));
-        outcome_.add_output(frame);
-        ++outcome_.units;
+        outcome_.output.add(frame);
+        ++outcome_.frames;
     }
 
  private:
@@ -154,8 +154,6 @@ class Script {
 };
 
 }  // namespace
-
-const char *const unit_name = "frames";
 
 Outcome run_target(std::span<const std::uint8_t> input) {
     static Equipment equipment;

@@ -1,9 +1,7 @@
 // The FFT against the defining sum in double precision.
-#include "filterbank/fft.h"
-
 #include <gtest/gtest.h>
 
-#include <array>
+#include <algorithm>
 #include <cmath>
 #include <complex>
 #include <numbers>
@@ -61,18 +59,6 @@ TEST_P(Fft, MatchesTheSumOnImpulses) {
     }
 }
 
-TEST_P(Fft, ConstantGivesExactlyOneLine) {
-    Signal x(GetParam());
-    std::fill(x.re.begin(), x.re.end(), 12345);
-    std::fill(x.im.begin(), x.im.end(), -777);
-    x.transform();
-    Signal expected(GetParam());
-    expected.re[0] = 12345 * x.size();
-    expected.im[0] = -777 * x.size();
-    EXPECT_EQ(x.re, expected.re);
-    EXPECT_EQ(x.im, expected.im);
-}
-
 INSTANTIATE_TEST_SUITE_P(Sizes, Fft, testing::Values(512, 64));
 
 TEST(FftSizes, OtherSizesAreLeftAlone) {
@@ -85,62 +71,5 @@ TEST(FftSizes, OtherSizesAreLeftAlone) {
         EXPECT_EQ(x.im, before.im) << n;
     }
 }
-
-#if defined(__aarch64__)
-
-// The vectors' result in the order of TAVIK_ZOLF_srfft.
-Signal transformed_in_quads(const Signal &input) {
-    std::array<std::int32_t, tavik::neon::fft_512_words> z, out;
-    for (unsigned n = 0; n < 512; ++n) {
-        z[tavik::neon::quad_re(n)] = input.re[n];
-        z[tavik::neon::quad_im(n)] = input.im[n];
-    }
-    tavik::neon::fft_512(z, out);
-    Signal output(512);
-    for (unsigned n = 0; n < 512; ++n) {
-        output.re[n] = out[tavik::neon::quad_re(n)];
-        output.im[n] = out[tavik::neon::quad_im(n)];
-    }
-    return output;
-}
-
-void expect_equal_twins(const Signal &input) {
-    Signal expected = input;
-    expected.transform();
-    const Signal output = transformed_in_quads(input);
-    EXPECT_EQ(output.re, expected.re);
-    EXPECT_EQ(output.im, expected.im);
-}
-
-TEST(FftNeon, EqualsThePortableTransformUpToTheHeadroom) {
-    std::mt19937 random(5);
-    for (int bits = 0; bits <= 20; ++bits) {
-        // At most 2^19.5 in magnitude, so that 512 of one phase stay below 2^29 in re + im.
-        std::uniform_int_distribution<std::int32_t> value(-(1 << bits) * 7 / 10, (1 << bits) * 7 / 10);
-        Signal input(512);
-        for (auto &x : input.re) x = value(random);
-        for (auto &x : input.im) x = value(random);
-        expect_equal_twins(input);
-    }
-    // All the power in one output, also in those of the transforms of 8 and of 4.
-    for (std::size_t k = 0; k < 512; k += 3) {
-        Signal input(512);
-        for (std::size_t n = 0; n < 512; ++n) {
-            const Complex x =
-                std::polar(0.99 * (1 << 19), 2 * std::numbers::pi * static_cast<double>(n * k % 512) / 512);
-            input.re[n] = static_cast<std::int32_t>(x.real());
-            input.im[n] = static_cast<std::int32_t>(x.imag());
-        }
-        expect_equal_twins(input);
-    }
-    for (std::size_t n = 0; n < 512; ++n) {
-        Signal input(512);
-        input.re[n] = 1 << 27;
-        input.im[n] = -(1 << 27);
-        expect_equal_twins(input);
-    }
-}
-
-#endif
 
 }  // namespace

@@ -22,13 +22,14 @@ struct Budget {
         reset_bit_targets(block);
     }
 
-    // The target of channel 0 after loans from a pool of so many bits, and what is left of the pool.
-    std::pair<i32, i32> lend(i32 pool, WindowSequence sequence, WindowSequence before, u32 tns_data_present) {
+    // The target of a channel after loans from a pool of so many bits, and what is left of the pool.
+    std::pair<i32, i32> lend(i32 pool, WindowSequence sequence, WindowSequence before, u32 tns_data_present,
+                             u32 channel = 0) {
         reset_bit_targets(block);
-        block.window_sequence[0] = sequence;
-        block.tns_data[0].tns_data_present = tns_data_present;
-        lend_reservoir_bits(state, pool, before, 0);
-        return {block.bits_target[0], pool};
+        block.window_sequence[channel] = sequence;
+        block.tns_data[channel].tns_data_present = tns_data_present;
+        lend_reservoir_bits(state, pool, before, channel);
+        return {block.bits_target[channel], pool};
     }
 };
 
@@ -44,6 +45,15 @@ TEST(BitBudget, LoansBySharesOfTheMean) {
     EXPECT_EQ(budget.lend(5000, only_long, long_stop, 0), std::pair(1200, 4800));
     budget.block.ms_mask_present = MsMask::all;
     EXPECT_EQ(budget.lend(5000, only_long, only_long, 0), std::pair(1180, 4820));
+    EXPECT_EQ(budget.lend(5000, only_long, only_long, 0, 1), std::pair(1120, 4880));
+}
+
+TEST(BitBudget, TolerancesAreATenth) {
+    Budget budget(TAVIK_MODE_STEREO);
+    budget.block.available_bits = 2500;
+    budget.block.bits_target = {1900, 109};
+    EXPECT_EQ(set_bit_tolerances(budget.block), 2500 - 2009);
+    EXPECT_EQ(budget.block.bits_tolerance, (std::array{100, 10})) << "of the mean at most";
 }
 
 TEST(BitBudget, APoolLendsWhatItHas) {

@@ -38,36 +38,6 @@ TEST(Init, SampleRates) {
     EXPECT_EQ(TAVIK_get_version(), 0x30000000u);
 }
 
-TEST(Init, WorkedBitBudgets) {
-    Context mono;
-    mono.init(valid_config());
-    EXPECT_EQ(mono.block().mean_channel_bits, 2968u);
-    EXPECT_EQ(mono.block().mean_channel_bytes, 371u);
-    EXPECT_EQ(mono.block().initial_common_sf, 20u);
-    EXPECT_EQ(mono.block().adif_header.adif_buffer_fullness, 3176u);
-    EXPECT_EQ(mono.block().adts_header.adts_buffer_fullness, 99u);
-
-    Context stereo;
-    stereo.init({TAVIK_MODE_STEREO, 48000, 64000, 0, 0, 0, 0, 0, 0, 0, {}});
-    EXPECT_EQ(stereo.block().mean_frame_bits, 2720u);
-    EXPECT_EQ(stereo.block().mean_frame_bytes, 340u);
-    EXPECT_EQ(stereo.block().available_bits, 2720u);
-    EXPECT_EQ(stereo.block().initial_common_sf, 45u);
-    EXPECT_EQ(stereo.block().adif_header.adif_buffer_fullness, 9568u);
-    EXPECT_EQ(stereo.block().adts_header.adts_buffer_fullness, 149u);
-    EXPECT_EQ(stereo.block().adif_header.bitrate, 6u * 48000 * 2);
-
-    Context highest;
-    highest.init({TAVIK_MODE_TWO_MONO, 8000, 48000, 1, 1, 0, 0, 0, 0, 0, {}});
-    EXPECT_EQ(highest.block().mean_channel_bits, 6144u);
-    EXPECT_EQ(highest.block().adif_header.adif_buffer_fullness, 0u);
-    EXPECT_EQ(highest.block().adif_header.bitrate, 96000u);
-    EXPECT_EQ(highest.block().buffer_bits, 12288u);
-    EXPECT_EQ(highest.block().program_config.num_front_channel_elements, 2u);
-    EXPECT_EQ(highest.block().program_config.front_element_tag_select[1], 1u);
-    EXPECT_EQ(state_of(highest.memory).config.channel_configuration, 0u);
-}
-
 TEST(Init, StartOfTheRateLoopByFrameSize) {
     const std::pair<u32, u32> rows[] = {{184, 45}, {185, 40}, {186, 35}, {277, 35}, {278, 30},
                                         {279, 25}, {370, 25}, {371, 20}, {372, 15}, {768, 15}};

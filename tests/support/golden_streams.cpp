@@ -1,21 +1,52 @@
 #include "support/golden_streams.h"
 
-#include "support/sha256.h"
-#include "support/stream_harness.h"
+#include <algorithm>
+#include <fstream>
+#include <iterator>
+#include <sstream>
+
+#include "support/checked_encoder.h"
+#include "support/require.h"
 
 namespace tavik_test {
 namespace {
 
+const std::string directory = TAVIK_TEST_DATA_DIR "/reference/";
+
 std::string name_of(const EncoderConfig &config, SignalKind signal) {
     static constexpr const char *modes[] = {"mono", "stereo", "two-mono"};
     static constexpr const char *headers[] = {"adts", "adif", "raw"};
-    return std::string(name(signal)) + '/' + std::to_string(config.sample_rate) + '/' + modes[config.channel_mode] +
-           '/' + std::to_string(config.bit_rate) + '/' + headers[config.header_type] +
-           (config.constant_rate == 1 ? "/cbr" : "/vbr") + (config.emit_priming_frame == 1 ? "/priming" : "") +
-           (config.tns_disable == 1 ? "/no-tns" : "");
+    return std::string(name(signal)) + '-' + std::to_string(config.sample_rate) + '-' + modes[config.channel_mode] +
+           '-' + std::to_string(config.bit_rate) + '-' + headers[config.header_type] +
+           (config.constant_rate == 1 ? "-cbr" : "-vbr") + (config.emit_priming_frame == 1 ? "-priming" : "") +
+           (config.tns_disable == 1 ? "-no-tns" : "");
+}
+
+// One row: stream, input, the fields of the configuration in their order but for the sampling rate, which comes first.
+ReferenceStream parse_row(std::string row) {
+    std::replace(row.begin(), row.end(), ',', ' ');
+    std::istringstream fields(row);
+    ReferenceStream stream{};
+    EncoderConfig &config = stream.config;
+    std::string number, input, copyright_id;
+    fields >> number >> input >> config.sample_rate >> config.channel_mode >> config.bit_rate >> config.header_type >>
+        config.constant_rate >> config.emit_priming_frame >> config.tns_disable >> config.home >> config.original_copy;
+    require(!fields.fail(), "wrong row: ", row);
+    fields >> copyright_id;
+    config.copyright_id_present = copyright_id.empty() ? 0 : 1;
+    for (std::size_t i = 0; i < copyright_id.size() / 2; ++i) {
+        config.copyright_id[i] = static_cast<std::uint8_t>(std::stoul(copyright_id.substr(2 * i, 2), nullptr, 16));
+    }
+    stream.name = "reference-" + number;
+    stream.pcm = read_recording(input);
+    return stream;
 }
 
 }  // namespace
+
+std::vector<std::int16_t> GoldenStream::pcm(std::size_t samples_per_channel) const {
+    return make_signal(signal, channel_count(config), samples_per_channel, config.sample_rate, 20261122);
+}
 
 std::vector<GoldenStream> golden_streams() {
     std::vector<GoldenStream> streams;
@@ -36,13 +67,25 @@ std::vector<GoldenStream> golden_streams() {
     return streams;
 }
 
-std::string golden_digest(const GoldenStream &golden) {
-    constexpr std::size_t samples = 12 * 1024 + 345;
-    const auto pcm =
-        make_signal(golden.signal, channel_count(golden.config), samples, golden.config.sample_rate, 20261122);
-    const EncodedStream stream = encode_stream(golden.config, pcm);
-    read_stream(golden.config, stream);
-    return sha256_hex(stream.bytes());
+std::vector<ReferenceStream> reference_streams() {
+    std::ifstream file(directory + "streams.csv");
+    std::vector<ReferenceStream> streams;
+    std::string row;
+    std::getline(file, row);  // column names
+    while (std::getline(file, row)) streams.push_back(parse_row(row));
+    require(!streams.empty(), "no rows in ", directory, "streams.csv");
+    return streams;
+}
+
+std::vector<std::int16_t> read_recording(const std::string &name) {
+    std::ifstream file(directory + name + ".raw", std::ios::binary);
+    const std::vector<std::uint8_t> bytes(std::istreambuf_iterator<char>(file), {});
+    require(!bytes.empty(), "cannot read the recording ", name);
+    std::vector<std::int16_t> pcm;
+    for (std::size_t i = 0; i + 1 < bytes.size(); i += 2) {
+        pcm.push_back(static_cast<std::int16_t>(bytes[i + 1] << 8 | bytes[i]));
+    }
+    return pcm;
 }
 
 }  // namespace tavik_test

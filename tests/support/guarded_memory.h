@@ -5,6 +5,8 @@
 #include <cstdint>
 #include <span>
 
+#include "support/require.h"
+
 namespace tavik_test {
 
 // Where a block lies: against the page behind it, or against the page in front of it.
@@ -31,6 +33,26 @@ class GuardedMemory {
     std::size_t page_;
     std::span<std::uint8_t> accessible_;
     std::span<std::uint8_t> block_;
+};
+
+// `size` values that nobody may read or write beyond.
+template <typename T>
+class GuardedArray {
+ public:
+    explicit GuardedArray(std::size_t size)
+        : memory_(size * sizeof(T)),
+          values_(reinterpret_cast<T *>(memory_.block(size * sizeof(T), 0xa5).data()), size) {}
+
+    T *data() { return values_.data(); }
+    std::span<T> values() { return values_; }
+    T &operator[](std::size_t index) { return values_[index]; }
+
+    // Throws std::runtime_error for a write in front of the array.
+    void check_guard() const { require(memory_.guard_is_intact(), "write in front of an array"); }
+
+ private:
+    GuardedMemory memory_;
+    std::span<T> values_;
 };
 
 }  // namespace tavik_test

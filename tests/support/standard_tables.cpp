@@ -53,33 +53,23 @@ StandardTables load_standard_tables() {
 
 }  // namespace
 
-HuffmanCode::HuffmanCode(std::vector<Codeword> codewords) : codewords_(std::move(codewords)) {
-    constexpr int nowhere = 0;  // no branch leads to the root
-    nodes_.push_back({nowhere, nowhere});
+HuffmanCode::HuffmanCode(std::vector<Codeword> codewords) : codewords_(std::move(codewords)), nodes_(1) {
     for (std::size_t index = 0; index < codewords_.size(); ++index) {
         const auto [length, bits] = codewords_[index];
-        require(length > 0 && length < 32 && bits >> length == 0, "Huffman codeword of a wrong length");
         std::size_t node = 0;
-        for (unsigned left = length; left-- > 1;) {
-            if (nodes_[node][bits >> left & 1] == nowhere) {
-                nodes_[node][bits >> left & 1] = static_cast<int>(nodes_.size());
-                nodes_.push_back({nowhere, nowhere});
-            }
-            const int next = nodes_[node][bits >> left & 1];
-            require(next > 0, "Huffman codeword behind another");
-            node = static_cast<std::size_t>(next);
+        for (unsigned left = length; left-- > 1; node = static_cast<std::size_t>(nodes_[node][bits >> left & 1])) {
+            if (nodes_[node][bits >> left & 1] != nowhere) continue;
+            nodes_[node][bits >> left & 1] = static_cast<int>(nodes_.size());
+            nodes_.emplace_back();
         }
-        int &leaf = nodes_[node][bits & 1];
-        require(leaf == nowhere, "Huffman codeword that starts another");
-        leaf = ~static_cast<int>(index);
+        nodes_[node][bits & 1] = ~static_cast<int>(index);
     }
-    for (const auto &[zero, one] : nodes_) require(zero != nowhere && one != nowhere, "incomplete Huffman code");
 }
 
 unsigned HuffmanCode::decode(BitReader &bits) const {
-    int node = 0;
-    do node = nodes_[static_cast<std::size_t>(node)][bits.read(1)];
-    while (node > 0);
+    int node = nodes_[0][bits.read(1)];
+    while (node > 0) node = nodes_[static_cast<std::size_t>(node)][bits.read(1)];
+    bits.require(node != nowhere, "no Huffman codeword");
     return static_cast<unsigned>(~node);
 }
 

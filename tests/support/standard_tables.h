@@ -14,10 +14,9 @@ struct Codeword {
     std::uint32_t bits;  // right-aligned
 };
 
-// A complete prefix code: every sequence of bits starts with exactly one of its codewords.
+// A prefix code.
 class HuffmanCode {
  public:
-    // Throws std::runtime_error unless the codewords are prefix-free and complete.
     explicit HuffmanCode(std::vector<Codeword> codewords);
 
     const std::vector<Codeword> &codewords() const { return codewords_; }
@@ -26,8 +25,10 @@ class HuffmanCode {
     unsigned decode(BitReader &bits) const;
 
  private:
+    static constexpr int nowhere = 0;  // no branch leads to the root
+
     std::vector<Codeword> codewords_;
-    // A binary tree: for each inner node, root first, where each bit leads: a node, or ~index of a codeword.
+    // A binary tree: for each inner node, root first, where each bit leads: a node, ~index of a codeword, or nowhere.
     std::vector<std::array<int, 2>> nodes_;
 };
 

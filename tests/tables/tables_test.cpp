@@ -2,11 +2,10 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <numbers>
 #include <span>
 
 #include "support/standard_tables.h"
-#include "tables/fft_tables.h"
-#include "tables/pow34_table.h"
 #include "tavik.h"
 
 namespace {
@@ -74,29 +73,6 @@ TEST(Tables, WindowsAndRotationsAreRoundedToNearest) {
     }
 }
 
-void expect_rotation(const tavik::tables::Rotation &rotation, double angle) {
-    EXPECT_EQ(rotation.c, rounded(std::cos(angle), 30)) << angle;
-    EXPECT_EQ(rotation.p, rounded(-(std::cos(angle) + std::sin(angle)), 30)) << angle;
-    EXPECT_EQ(rotation.q, rounded(std::sin(angle) - std::cos(angle), 30)) << angle;
-}
-
-TEST(Tables, FftRotationsAreRoundedToNearest) {
-    for (std::uint32_t step = 16; step <= 512; step *= 2) {
-        const tavik::tables::StepRotations rotations(step);
-        for (std::uint32_t i = 0; i < step / 4; ++i) {
-            if (i == step / 8) {
-                EXPECT_EQ(rotations.once(i).c, tavik::tables::cos_eighth_turn_q31 / 2);
-                EXPECT_EQ(rotations.once(i).q, 0);
-                EXPECT_EQ(rotations.thrice(i).c, -tavik::tables::cos_eighth_turn_q31 / 2);
-                EXPECT_EQ(rotations.thrice(i).p, 0);
-                continue;
-            }
-            expect_rotation(rotations.once(i), 2 * pi * i / step);
-            expect_rotation(rotations.thrice(i), 6 * pi * i / step);
-        }
-    }
-}
-
 TEST(Tables, NoiseShapingCoefficients) {
     for (int a = 0; a < 1025; ++a) {
         // The nearest angle; 512/1024 is sin(pi / 6), a tie that goes up.
@@ -105,19 +81,6 @@ TEST(Tables, NoiseShapingCoefficients) {
     }
     for (int i = 0; i < 15; ++i) EXPECT_EQ(TAVIK_sin_table_p[i], rounded(std::sin(i * pi / 15), 23));
     for (int i = 0; i < 17; ++i) EXPECT_EQ(TAVIK_sin_table_m[i], rounded(-std::sin(i * pi / 17), 23));
-}
-
-TEST(Tables, GainsAndPowersAreNearTheirFormula) {
-    for (int i = 0; i < 255; ++i) {
-        if (i == 165) continue;
-        const int q = i < 15 ? 1 : i < 58 ? 16 : 20;
-        EXPECT_EQ(TAVIK_ZOLF_ipow20[i], std::ceil(std::exp2(q - 3 * (i - 100) / 16.0) - 0.5)) << i;
-    }
-    for (std::size_t j = 0; j < tavik::tables::pow34_scale.size(); ++j) {
-        const auto doublings = static_cast<double>(j);
-        EXPECT_EQ(tavik::tables::pow34_dropped_bits[j], j < 3 ? 0 : std::ceil(0.75 * doublings));
-        EXPECT_EQ(tavik::tables::pow34_scale[j], std::round(16 * std::exp2(0.75 * doublings)));
-    }
 }
 
 }  // namespace

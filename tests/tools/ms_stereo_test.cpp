@@ -2,11 +2,9 @@
 #include <gtest/gtest.h>
 
 #include <array>
-#include <random>
 #include <vector>
 
 #include "tavik.h"
-#include "tools/mid_side.h"
 
 namespace {
 
@@ -71,9 +69,6 @@ TEST(MsStereo, ShareOfBandsDecidesForTheFrame) {
     EXPECT_EQ(from_band_0.mask, 1u);
     EXPECT_EQ(from_band_0.spectrum[2048 + 3], 0);        // transformed
     EXPECT_EQ(from_band_0.spectrum[2048 + 900], -loud);  // left as it was
-    EXPECT_EQ(partly_equal(0, 13).mask, 0u);             // 29.2 %
-    EXPECT_EQ(partly_equal(0, 14).mask, 1u);             // 31.3 %
-    EXPECT_EQ(partly_equal(0, 25).mask, 1u);             // 54.2 %
     const Pair most = partly_equal(21, 47);              // 56.3 %: all bands, also those without a flag
     EXPECT_EQ(most.mask, 2u);
     EXPECT_EQ(most.ms_used[0], 0u);
@@ -104,37 +99,5 @@ TEST(MsStereo, SideShareOfTheBits) {
         EXPECT_EQ(pair.target, tns == 0 ? (std::array{1860, 140}) : (std::array{1840, 160}));
     }
 }
-
-#if defined(__aarch64__)
-
-TEST(MidSideTwins, AreEqual) {
-    using namespace tavik;
-    std::mt19937 random(1);
-    for (u32 trial = 0; trial < 200; ++trial) {
-        std::array<std::vector<i32>, 2> x = {std::vector<i32>(1024), std::vector<i32>(1024)};
-        const u32 shift = trial % 32;
-        for (auto &channel : x) {
-            for (i32 &line : channel) {
-                line = static_cast<i32>(random()) >> shift;
-                if (random() % 16 == 0) line = random() % 2 == 0 ? INT32_MIN : INT32_MAX;
-            }
-        }
-        const u32 rate = trial % 12;
-        const ConstSpectrum left(x[0].data(), 1024), right(x[1].data(), 1024);
-        std::array<std::array<BandSums, max_bands>, 2> sums{};
-        const u32 count = TAVIK_NumSwbLongWindow[rate];
-        portable::band_sums(left, right, TAVIK_SwbOffsetLong[rate], std::span(sums[0]).first(count));
-        neon::band_sums(left, right, TAVIK_SwbOffsetLong[rate], std::span(sums[1]).first(count));
-        ASSERT_EQ(sums[0], sums[1]);
-
-        std::array<std::vector<i32>, 2> y = x;
-        const std::size_t begin = random() % 8 * 4, lines = random() % 200 * 4;
-        portable::transform(std::span(x[0]).subspan(begin, lines), std::span(x[1]).subspan(begin, lines));
-        neon::transform(std::span(y[0]).subspan(begin, lines), std::span(y[1]).subspan(begin, lines));
-        ASSERT_EQ(x, y);
-    }
-}
-
-#endif
 
 }  // namespace

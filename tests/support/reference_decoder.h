@@ -9,12 +9,13 @@
 
 #include "tavik.h"
 
-namespace tavik_fuzz {
+namespace tavik_test {
+
+// The AudioSpecificConfig (ISO/IEC 14496-3) of a configuration's raw frames.
+std::vector<std::uint8_t> audio_specific_config(const EncoderConfig &config);
 
 // Samples of each channel, 1.0 for 32768; none where there is no decoder.
-struct DecodedFrame {
-    std::vector<std::span<const float>> channels;
-};
+using DecodedFrame = std::vector<std::span<const float>>;
 
 // Decodes one stream at a time. Where libavcodec is not at hand (cross builds) it takes everything.
 class ReferenceDecoder {
@@ -25,10 +26,7 @@ class ReferenceDecoder {
     // Starts a new stream. Throws std::runtime_error if the decoder cannot be opened.
     void start(const EncoderConfig &config);
 
-    // The same with a given AudioSpecificConfig; without one the stream has ADTS headers.
-    void start(const EncoderConfig &config, std::span<const std::uint8_t> audio_specific_config);
-
-    // The next frame of the stream, its first `header_bytes` bytes a stream header. Throws std::runtime_error for an
+    // The next frame of the stream, its first `header_bytes` bytes an ADIF header. Throws std::runtime_error for an
     // error or a warning of the decoder, or unless it gives 1024 samples of each channel. They stand until the next
     // call.
     DecodedFrame decode(std::span<const std::uint8_t> frame, std::size_t header_bytes);
@@ -38,4 +36,4 @@ class ReferenceDecoder {
     std::unique_ptr<Codecs> codecs_;
 };
 
-}  // namespace tavik_fuzz
+}  // namespace tavik_test
