@@ -14,7 +14,7 @@ constexpr std::uint8_t guard_value = 0xc3;
 }  // namespace
 
 GuardedMemory::GuardedMemory(std::size_t capacity) : page_(static_cast<std::size_t>(sysconf(_SC_PAGESIZE))) {
-    const std::size_t size = (capacity + page_ - 1) / page_ * page_;
+    const std::size_t size = (std::max<std::size_t>(capacity, 1) + page_ - 1) / page_ * page_;
     void *all = mmap(nullptr, page_ + size + page_, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     if (all == MAP_FAILED) throw std::bad_alloc();
     accessible_ = {static_cast<std::uint8_t *>(all) + page_, size};
