@@ -1,4 +1,4 @@
-"""Views of audio files that do not depend on what wrote them: through ffmpeg and faad."""
+"""Audio files to encode, and views of others that do not depend on what wrote them: through ffmpeg and faad."""
 import subprocess
 import wave
 
@@ -30,6 +30,17 @@ def decode(path, decoder="ffmpeg", *options):
     with wave.open("decoded.wav") as file:
         samples = numpy.frombuffer(file.readframes(file.getnframes()), "<i2").reshape(-1, file.getnchannels())
         return file.getframerate(), samples / 32768
+
+
+def write_noise(path, samples, rate=44100, channels=2):
+    """Independent channels that are the louder the lower, so that coding keeps them and correlation finds them."""
+    noise = numpy.cumsum(numpy.random.default_rng(1).standard_normal((samples + 199, channels)), axis=0)
+    noise = numpy.array([numpy.convolve(column, numpy.eye(1, 200)[0] - 1 / 200, "valid") for column in noise.T]).T
+    noise = numpy.round(noise / numpy.abs(noise).max() * 20000).astype("<i2")
+    with wave.open(str(path), "wb") as file:
+        file.setparams((channels, 2, rate, 0, "NONE", ""))
+        file.writeframes(noise.tobytes())
+    return noise / 32768
 
 
 def levels(samples):
