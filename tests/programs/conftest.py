@@ -4,13 +4,13 @@ Runs under pytest: PYTHONPATH=tests/support pytest-3 tests/programs --program=PA
 an empty directory of its own.
 """
 import collections
-import fcntl
+import contextlib
 import functools
 import os
 import re
 import shutil
+import signal
 import subprocess
-import threading
 from pathlib import Path
 
 import pytest
@@ -24,7 +24,7 @@ Run = collections.namedtuple("Run", "status out err data")
 
 def pytest_addoption(parser):
     parser.addoption("--program", required=True, type=os.path.realpath, help="the program tavik")
-    parser.addoption("--faulty-io", type=os.path.realpath, help="library to preload for the tests of failing disks")
+    parser.addoption("--faulty-io", required=True, type=os.path.realpath, help="library to preload: disks that fail")
 
 
 class Program:
@@ -32,15 +32,18 @@ class Program:
         self.path = path
         self.running = []
 
-    def start(self, *arguments, prefix=(), **streams):
+    def start(self, *arguments, within=None, **streams):
+        """`within` is a script for bash in which the command stands as "$@"."""
         streams = {"stdin": subprocess.DEVNULL, "stdout": subprocess.PIPE, "stderr": subprocess.PIPE, **streams}
-        self.running.append(subprocess.Popen([*prefix, self.path, *map(str, arguments)], **streams))
+        shell = ["bash", "-c", within, "bash"] if within else []
+        command = [*shell, self.path, *map(str, arguments)]
+        self.running.append(subprocess.Popen(command, start_new_session=True, **streams))
         return self.running[-1]
 
-    def run(self, *arguments, prefix=(), data=None, **options):
+    def run(self, *arguments, data=None, **options):
         """Runs the program to its end; `data` is its standard input. Whatever it prints must be lines of plain text."""
-        process = self.start(*arguments, prefix=prefix, stdin=subprocess.PIPE if data else subprocess.DEVNULL, **options)
-        out, err = (text or b"" for text in process.communicate(data, timeout=PATIENCE))
+        process = self.start(*arguments, **({"stdin": subprocess.PIPE} if data else {}), **options)
+        out, err = process.communicate(data, timeout=PATIENCE)
         assert re.fullmatch(rb"([^\0-\x1f\x7f]+\n)*", err), err
         return Run(process.returncode, out.decode(errors="replace").splitlines(), err.decode().splitlines(), out)
 
@@ -70,10 +73,9 @@ def directory(tavik, tmp_path, monkeypatch):
     previous = os.umask(0o027)
     yield
     os.umask(previous)
-    for process in tavik.running:  # normally none
-        process.kill()
-        process.communicate()
-    tavik.running.clear()
+    while tavik.running:
+        with contextlib.suppress(ProcessLookupError):  # it has normally ended
+            os.killpg(tavik.running.pop().pid, signal.SIGKILL)
     shutil.rmtree(tmp_path)
 
 
@@ -82,9 +84,9 @@ def sound(tmp_path_factory):
     """sound(name, expression, rate, samples, *ffmpeg's options): the path of such a file, made only once."""
 
     @functools.lru_cache(maxsize=None)
-    def make(name="tone.wav", expression=TONE, rate=44100, samples=132300, *options, filters="anull"):
+    def make(name="tone.wav", expression=TONE, rate=44100, samples=132300, *options):
         path = tmp_path_factory.mktemp("sound") / name
-        source = f"aevalsrc={expression}:s={rate},{filters},atrim=end_sample={samples}"
+        source = f"aevalsrc={expression}:s={rate},atrim=end_sample={samples}"
         ffmpeg("-f", "lavfi", "-i", source, *options, path)
         return path
 
@@ -94,19 +96,3 @@ def sound(tmp_path_factory):
 def snapshot(directory="."):
     """Names, contents and permissions of everything below the directory."""
     return {path: (path.lstat().st_mode, path.is_file() and path.read_bytes()) for path in Path(directory).rglob("*")}
-
-
-def feed(path, pieces):
-    """Writes the pieces to the FIFO, which is made, from a thread of its own; ends when the reader goes away."""
-    os.mkfifo(path)
-
-    def write():
-        try:
-            with open(path, "wb", buffering=0) as pipe:
-                fcntl.fcntl(pipe, fcntl.F_SETPIPE_SZ, 1 << 20)
-                for piece in pieces:
-                    pipe.write(piece)
-        except BrokenPipeError:
-            pass
-
-    threading.Thread(target=write, daemon=True).start()
