@@ -1,11 +1,9 @@
 // What the element sends is what the library makes of the same samples, at the right times.
-#include <glib/gstdio.h>
-#include <gst/audio/audio.h>
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <cstring>
-#include <string>
+#include <functional>
+#include <initializer_list>
+#include <tuple>
 
 #include "element_harness.h"
 #include "support/signals.h"
@@ -15,15 +13,21 @@ namespace {
 
 using namespace tavik_test;
 
-std::vector<Bytes> bytes_of(const std::vector<Sent> &frames) {
-    std::vector<Bytes> all;
-    for (const Sent &frame : frames) all.push_back(frame.bytes);
-    return all;
-}
-
 EncoderConfig config_of(std::uint32_t mode, std::uint32_t rate, std::uint32_t bit_rate, std::uint32_t header = 2,
                         std::uint32_t constant = 0, std::uint32_t priming = 0, std::uint32_t no_tns = 0) {
     return {mode, rate, bit_rate, header, constant, priming, no_tns, 0, 0, 0, {}};
+}
+
+const EncoderConfig mono = config_of(TAVIK_MODE_MONO, 44100, 64000);
+const EncoderConfig stereo = config_of(TAVIK_MODE_STEREO, 44100, 64000);
+
+Samples signal_for(const EncoderConfig &config, std::size_t samples, SignalKind kind = SignalKind::music) {
+    return make_signal(kind, channels_of(config), samples, config.sample_rate, 7);
+}
+
+// Within some nanoseconds of rounding.
+void expect_time(GstClockTime actual, GstClockTime expected, int tolerance) {
+    EXPECT_NEAR(static_cast<double>(actual), static_cast<double>(expected), tolerance);
 }
 
 // How a stream begins.
@@ -33,431 +37,287 @@ enum class Start {
     clipped  // with the priming frame, of which nothing is to be heard
 };
 
-// Time and duration of every frame: those of the samples that it decodes to, to the end of the input and no further.
-void expect_times(const std::vector<Sent> &frames, std::size_t samples, unsigned rate, GstClockTime start, Start kind) {
-    const GstClockTime frame_time = time_of(1024, rate);
-    const std::size_t priming = kind == Start::plain ? 0 : 1;
+// The library's frames, `start` taken for the configuration's, each with the time and duration of the samples that it
+// decodes to, to the end of the input and no further.
+void expect_stream(const std::vector<Sent> &frames, EncoderConfig config, const Samples &pcm, GstClockTime start,
+                   Start kind) {
+    const std::size_t samples = pcm.size() / channels_of(config);
+    const unsigned rate = config.sample_rate;
+    const std::size_t priming = config.emit_priming_frame = kind == Start::plain ? 0 : 1;
+    const auto expected = encode_stream(config, pcm).frames;
+    ASSERT_EQ(frames.size(), expected.size());
     for (std::size_t k = 0; k < frames.size(); ++k) {
         SCOPED_TRACE(testing::Message() << "frame " << k);
         const Sent &frame = frames[k];
+        EXPECT_EQ(frame.bytes, expected[k]);
         EXPECT_EQ(frame.dts, frame.pts);
         if (k < priming) {
             const bool clipped = kind == Start::clipped;
-            EXPECT_EQ(frame.pts, clipped ? start : start - frame_time);
-            EXPECT_EQ(frame.duration, clipped ? 0 : frame_time);
+            EXPECT_EQ(frame.pts, clipped ? start : start - time_of(1024, rate));
+            EXPECT_EQ(frame.duration, clipped ? 0 : time_of(1024, rate));
             EXPECT_EQ(frame.clipped_at_start, clipped ? 1024u : 0u);
             EXPECT_EQ(frame.clipped_at_end, 0u);
             continue;
         }
         const std::size_t first = std::min((k - priming) * 1024, samples);
         const std::size_t own = std::min<std::size_t>(1024, samples - first);
-        EXPECT_NEAR(static_cast<double>(frame.pts), static_cast<double>(start + time_of(first, rate)), 1);
-        EXPECT_NEAR(static_cast<double>(frame.duration), static_cast<double>(time_of(own, rate)), 2);
+        expect_time(frame.pts, start + time_of(first, rate), 1);
+        expect_time(frame.duration, time_of(own, rate), 2);
         EXPECT_EQ(frame.clipped_at_start, 0u);
         EXPECT_EQ(frame.clipped_at_end, 1024 - own);
     }
 }
 
-struct Case {
-    const char *properties;
-    const char *downstream;  // caps, or null for any
-    unsigned channels;
-    EncoderConfig config;
-    const char *caps;
-};
-
-void PrintTo(const Case &c, std::ostream *out) {
-    *out << c.properties << " / " << (c.downstream == nullptr ? "any" : c.downstream);
-}
-
-class Streams : public testing::TestWithParam<Case> {};
-
 // Every frame, whole or not, whatever the end; and the caps, with the decoder's description where the frames are raw.
-TEST_P(Streams, AreTheLibrarys) {
-    const Case &c = GetParam();
-    for (const std::size_t samples : {1u, 1023u, 1024u, 1025u, 2048u, 9000u}) {
-        SCOPED_TRACE(samples);
-        const Samples pcm = make_signal(SignalKind::music, c.channels, samples, c.config.sample_rate, 7);
-        ElementHarness encoder(c.properties, c.downstream);
-        encoder.set_input(c.config.sample_rate, c.channels);
-        encoder.push_all(pcm);
-        encoder.end();
-        const auto frames = encoder.take();
-        EXPECT_EQ(bytes_of(frames), encode_stream(c.config, pcm).frames);
-        const Start kind = c.config.emit_priming_frame == 1 ? Start::clipped : Start::plain;
-        expect_times(frames, samples, c.config.sample_rate, 0, kind);
-        EXPECT_EQ(text_of(encoder.output_caps().get()), text_of(Owned<GstCaps>(gst_caps_from_string(c.caps)).get()));
+TEST(Streams, AreTheLibrarys) {
+    const auto raw = [](const std::string &rest) {
+        return "audio/mpeg,mpegversion=4,stream-format=raw,base-profile=lc,codec_data=(buffer)" + rest;
+    };
+    const auto mpeg2 = [](const std::string &rest) { return "audio/mpeg,mpegversion=2,stream-format=" + rest; };
+    const char *raw_or_adts = "audio/mpeg,mpegversion={2,4},stream-format={adts,raw}";
+    for (const auto &[properties, downstream, config, expected] :
+         std::initializer_list<std::tuple<const char *, const char *, EncoderConfig, std::string>>{
+             {"", "ANY", stereo, raw("1210,level=(string)2")},
+             {"bitrate=96000", "audio/mpeg,mpegversion=4", config_of(TAVIK_MODE_MONO, 24000, 96000),
+              raw("1308,level=(string)1")},
+             {"bitrate=20001", raw_or_adts, config_of(TAVIK_MODE_STEREO, 12000, 10000), raw("1490,level=(string)1")},
+             {"priming=true rate-control=cbr", "audio/mpeg,mpegversion=4,stream-format=raw",
+              config_of(TAVIK_MODE_STEREO, 32000, 46000, 2, 1, 1), raw("1290,level=(string)2")},
+             {"channel-mode=two-mono bitrate=128000", raw_or_adts, config_of(TAVIK_MODE_TWO_MONO, 48000, 64000),
+              raw("118054c80000001000")},
+             {"channel-mode=two-mono", "audio/mpeg,framed=true,mpegversion={2,4},stream-format={adts,raw}",
+              config_of(TAVIK_MODE_TWO_MONO, 48000, 64000, 0), mpeg2("adts")},
+             {"tns=false", "audio/mpeg,stream-format={adts,adif}",
+              config_of(TAVIK_MODE_STEREO, 44100, 64000, 0, 0, 0, 1), mpeg2("adts,level=(string)2")},
+             {"rate-control=cbr priming=true", "audio/mpeg,mpegversion=2",
+              config_of(TAVIK_MODE_MONO, 8000, 12000, 0, 1, 1), mpeg2("adts,level=(string)1")},
+             {"rate-control=cbr", "audio/mpeg,stream-format=adif", config_of(TAVIK_MODE_STEREO, 22050, 32000, 1, 1),
+              mpeg2("adif,level=(string)1")}}) {
+        const Owned<GstCaps> caps(gst_caps_from_string(expected.c_str()));
+        gst_caps_set_simple(caps.get(), "framed", G_TYPE_BOOLEAN, TRUE, "profile", G_TYPE_STRING, "lc", "rate",
+                            G_TYPE_INT, config.sample_rate, "channels", G_TYPE_INT, channels_of(config), nullptr);
+        for (const std::size_t samples : {1u, 1023u, 1024u, 1025u, 2048u, 9000u}) {
+            SCOPED_TRACE(testing::Message() << properties << " / " << expected << ", " << samples << " samples");
+            const Samples pcm = signal_for(config, samples, SignalKind::transients);
+            ElementHarness encoder(config, properties, downstream);
+            encoder.push_all(pcm);
+            const Start kind = config.emit_priming_frame == 1 ? Start::clipped : Start::plain;
+            expect_stream(encoder.end(), config, pcm, 0, kind);
+            const Owned<GstCaps> actual = encoder.output_caps();
+            EXPECT_TRUE(actual && gst_caps_is_strictly_equal(actual.get(), caps.get())) << text_of(actual);
+        }
     }
 }
-
-#define RAW "audio/mpeg, mpegversion=(int)4, stream-format=(string)raw, framed=(boolean)true, "
-#define MPEG2(format) "audio/mpeg, mpegversion=(int)2, stream-format=(string)" format ", framed=(boolean)true, "
-#define LC ", level=(string)2, base-profile=(string)lc, profile=(string)lc, codec_data=(buffer)"
-INSTANTIATE_TEST_SUITE_P(
-    All, Streams,
-    testing::Values(
-        Case{"", nullptr, 2, config_of(TAVIK_MODE_STEREO, 44100, 64000),
-             RAW "rate=(int)44100, channels=(int)2" LC "1210"},
-        Case{"bitrate=96000", "audio/mpeg,mpegversion=4", 1, config_of(TAVIK_MODE_MONO, 24000, 96000),
-             RAW "rate=(int)24000, channels=(int)1, level=(string)1, base-profile=(string)lc, profile=(string)lc, "
-                 "codec_data=(buffer)1308"},
-        Case{"bitrate=20001 tns=false", "audio/mpeg,mpegversion={2,4},stream-format={adts,raw}", 2,
-             config_of(TAVIK_MODE_STEREO, 12000, 10000, 2, 0, 0, 1),
-             RAW "rate=(int)12000, channels=(int)2, level=(string)1, base-profile=(string)lc, profile=(string)lc, "
-                 "codec_data=(buffer)1490"},
-        Case{"priming=true rate-control=cbr", "audio/mpeg,mpegversion=4,stream-format=raw", 2,
-             config_of(TAVIK_MODE_STEREO, 32000, 46000, 2, 1, 1), RAW "rate=(int)32000, channels=(int)2" LC "1290"},
-        Case{"channel-mode=two-mono bitrate=128000", "audio/mpeg,mpegversion={2,4},stream-format={adts,raw}", 2,
-             config_of(TAVIK_MODE_TWO_MONO, 48000, 64000),
-             RAW "rate=(int)48000, channels=(int)2, base-profile=(string)lc, profile=(string)lc, "
-                 "codec_data=(buffer)118054c80000001000"},
-        Case{"channel-mode=two-mono", "audio/mpeg,framed=true,mpegversion={2,4},stream-format={adts,raw}", 2,
-             config_of(TAVIK_MODE_TWO_MONO, 48000, 64000, 0),
-             MPEG2("adts") "rate=(int)48000, channels=(int)2, profile=(string)lc"},
-        Case{"", "audio/mpeg,stream-format={adts,adif}", 2, config_of(TAVIK_MODE_STEREO, 44100, 64000, 0),
-             MPEG2("adts") "rate=(int)44100, channels=(int)2, level=(string)2, profile=(string)lc"},
-        Case{"rate-control=cbr priming=true", "audio/mpeg,mpegversion=2", 1,
-             config_of(TAVIK_MODE_MONO, 8000, 12000, 0, 1, 1),
-             MPEG2("adts") "rate=(int)8000, channels=(int)1, level=(string)1, profile=(string)lc"},
-        Case{"rate-control=cbr", "audio/mpeg,stream-format=adif", 2, config_of(TAVIK_MODE_STEREO, 22050, 32000, 1, 1),
-             MPEG2("adif") "rate=(int)22050, channels=(int)2, level=(string)1, profile=(string)lc"}));
 
 // The priming frame has a time of its own if the segment has begun by then.
 TEST(Times, LeaveRoomForThePrimingFrame) {
-    const Samples pcm = make_signal(SignalKind::music, 1, 5000, 44100, 1);
-    GstSegment segment;
-    gst_segment_init(&segment, GST_FORMAT_TIME);
-    segment.start = segment.time = 7 * GST_SECOND;
-    const GstClockTime room = segment.start + time_of(1024, 44100);
+    const Samples pcm = signal_for(mono, 5000);
+    const GstClockTime room = 7 * GST_SECOND + time_of(1024, 44100);
     for (const auto &[start, kind] : {std::pair{room, Start::early}, {room - 1, Start::clipped}}) {
-        ElementHarness encoder("priming=true");
-        encoder.set_input(44100, 1);
-        encoder.send(gst_event_new_segment(&segment));
+        ElementHarness encoder(mono, "priming=true");
+        encoder.begin_segment(7 * GST_SECOND);
         encoder.push_all(pcm, start);
-        encoder.end();
-        expect_times(encoder.take(), 5000, 44100, start, kind);
+        expect_stream(encoder.end(), mono, pcm, start, kind);
     }
 }
 
-// A segment of bytes in between, which nothing here understands, changes nothing.
-TEST(Times, AreAbsentWithoutAnyInTheInput) {
-    const Samples pcm = make_signal(SignalKind::music, 1, 3000, 44100, 1);
-    ElementHarness encoder("priming=true");
-    encoder.set_input(44100, 1);
-    encoder.push(pcm.data(), 2000, GST_CLOCK_TIME_NONE);
-    GstSegment bytes;
-    gst_segment_init(&bytes, GST_FORMAT_BYTES);
-    encoder.send(gst_event_new_segment(&bytes));
-    encoder.push(pcm.data() + 2000, 1000, GST_CLOCK_TIME_NONE);
-    encoder.end();
-    const auto frames = encoder.take();
-    EXPECT_EQ(bytes_of(frames), encode_stream(config_of(TAVIK_MODE_MONO, 44100, 64000, 2, 0, 1), pcm).frames);
-    EXPECT_EQ(frames[0].clipped_at_start, 1024u);
-    for (const Sent &frame : frames) EXPECT_EQ(frame.pts, GST_CLOCK_TIME_NONE);
-}
-
-// A source that misses some samples tells so by its times: frames have the time of their first sample, and nothing that
-// is still in the encoder is lost.
-TEST(Times, FollowTheInputOverAGap) {
-    const Samples pcm = make_signal(SignalKind::music, 1, 6000, 44100, 1);
-    const auto first = pcm.begin() + 3000;
-    ElementHarness encoder;
-    encoder.set_input(44100, 1);
-    encoder.push_all(Samples(pcm.begin(), first));
-    encoder.push_all(Samples(first, pcm.end()), GST_SECOND);
-    encoder.end();
-    const auto frames = encoder.take();
-    EXPECT_EQ(bytes_of(frames), encode_stream(config_of(TAVIK_MODE_MONO, 44100, 64000), pcm).frames);
-    for (std::size_t k = 0; k < frames.size(); ++k) {
-        const std::size_t at = 1024 * k;
-        const GstClockTime time = at < 3000 ? time_of(at, 44100) : GST_SECOND + time_of(at - 3000, 44100);
-        EXPECT_NEAR(static_cast<double>(frames[k].pts), static_cast<double>(time), 2) << "frame " << k;
+// A source that knows no times, or misses some samples and tells so by their times: frames have the time of their first
+// sample, and nothing that is still in the encoder is lost. A segment of bytes, which nothing here understands, changes
+// nothing.
+TEST(Times, FollowTheInput) {
+    const Samples pcm = signal_for(mono, 6000);
+    const auto middle = pcm.begin() + 3000;
+    for (const bool absent : {false, true}) {
+        ElementHarness encoder(mono, absent ? "priming=true" : "");
+        if (absent) {
+            encoder.push(pcm.data(), 3000, GST_CLOCK_TIME_NONE);
+            encoder.begin_segment(0, GST_FORMAT_BYTES);
+            encoder.push(pcm.data() + 3000, 3000, GST_CLOCK_TIME_NONE);
+        } else {
+            encoder.push_all(Samples(pcm.begin(), middle));
+            encoder.push_all(Samples(middle, pcm.end()), GST_SECOND);
+        }
+        std::vector<std::uint8_t> bytes;
+        std::size_t at = 0;
+        for (const Sent &frame : encoder.end()) {
+            const GstClockTime time = at < 3000 ? time_of(at, 44100) : GST_SECOND + time_of(at - 3000, 44100);
+            expect_time(frame.pts, absent ? GST_CLOCK_TIME_NONE : time, absent ? 0 : 2);
+            EXPECT_EQ(frame.clipped_at_start, absent && at == 0 ? 1024u : 0u);
+            at += 1024;
+            bytes.insert(bytes.end(), frame.bytes.begin(), frame.bytes.end());
+        }
+        const EncoderConfig config = config_of(TAVIK_MODE_MONO, 44100, 64000, 2, 0, absent ? 1 : 0);
+        EXPECT_EQ(bytes, encode_stream(config, pcm).bytes());
     }
 }
 
 // The reported latency is what a frame, fed sample by sample, waits for its last one.
 TEST(Latency, IsReportedAndTrue) {
     for (const unsigned rate : {48000u, 8000u}) {
-        ElementHarness encoder;
+        ElementHarness encoder(config_of(TAVIK_MODE_MONO, rate, 0));
         gst_harness_set_upstream_latency(encoder.harness(), 10 * GST_MSECOND);
-        encoder.set_input(rate, 1);
         const Samples pcm = make_signal(SignalKind::dither, 1, 6000, rate, 1);
         std::size_t frames = 0;
         for (std::size_t k = 0; k < pcm.size(); ++k) {
             encoder.push(&pcm[k], 1, time_of(k, rate));
             for (const Sent &frame : encoder.take()) {
                 ++frames;
-                EXPECT_NEAR(static_cast<double>(time_of(k + 1, rate) - frame.pts),
-                            static_cast<double>(time_of(3072, rate)), 2);
+                expect_time(time_of(k + 1, rate) - frame.pts, time_of(3072, rate), 2);
             }
         }
         EXPECT_EQ(frames, 3u);
-        EXPECT_NEAR(static_cast<double>(gst_harness_query_latency(encoder.harness())),
-                    static_cast<double>(10 * GST_MSECOND + time_of(3072, rate)), 1);
+        expect_time(gst_harness_query_latency(encoder.harness()), 10 * GST_MSECOND + time_of(3072, rate), 1);
     }
 }
 
-// What was in the encoder is forgotten; the next stream is as the first one of a new element.
-TEST(Restarts, FlushForgetsEverything) {
-    const Samples pcm = make_signal(SignalKind::transients, 2, 7000, 44100, 3);
-    ElementHarness encoder("priming=true");
-    encoder.set_input(44100, 2);
-    encoder.push_all(make_signal(SignalKind::white_noise, 2, 4321, 44100, 3));
-    encoder.take();
-    encoder.send(gst_event_new_flush_start());
-    encoder.send(gst_event_new_flush_stop(TRUE));
-    GstSegment segment;
-    gst_segment_init(&segment, GST_FORMAT_TIME);
-    segment.start = segment.time = 60 * GST_SECOND;
-    encoder.send(gst_event_new_segment(&segment));
-    encoder.push_all(pcm, segment.start);
-    encoder.end();
-    const auto frames = encoder.take();
-    EXPECT_EQ(bytes_of(frames), encode_stream(config_of(TAVIK_MODE_STEREO, 44100, 64000, 2, 0, 1), pcm).frames);
-    expect_times(frames, 7000, 44100, segment.start, Start::clipped);
-}
+// One stream, then what ends it, then another stream from another time on.
+TEST(Streams, FollowOneAnother) {
+    constexpr GstClockTime start = 10 * GST_SECOND;
+    const auto flush = [](ElementHarness &encoder) {
+        encoder.send(gst_event_new_flush_start());
+        encoder.send(gst_event_new_flush_stop(TRUE));
+        encoder.begin_segment(start);
+    };
+    const auto begin_segment = [](ElementHarness &encoder) { encoder.begin_segment(0); };
+    const EncoderConfig other = config_of(TAVIK_MODE_MONO, 16000, 23000);
+    const auto change_format = [&](ElementHarness &encoder) { encoder.change_input(other); };
+    const auto use_again = [](ElementHarness &encoder) {
+        GstElement *element = encoder.harness()->element;
+        ASSERT_EQ(gst_element_set_state(element, GST_STATE_NULL), GST_STATE_CHANGE_SUCCESS);
+        ASSERT_NE(gst_element_set_state(element, GST_STATE_PLAYING), GST_STATE_CHANGE_FAILURE);
+        encoder.send(gst_event_new_stream_start("again"));
+        encoder.change_input(stereo);
+        encoder.begin_segment(start);
+    };
+    enum class Rest { drained, forgotten, refused };  // what becomes of the first stream's; downstream may be gone
+    // The second stream's configuration, and its start: only a first stream, and one after a flush or a stop, has a
+    // priming frame.
+    for (const auto &[name, restart, first_rest, config, kind] : std::initializer_list<
+             std::tuple<const char *, std::function<void(ElementHarness &)>, Rest, EncoderConfig, Start>>{
+             {"flush", flush, Rest::forgotten, stereo, Start::clipped},
+             {"stop", use_again, Rest::forgotten, stereo, Start::clipped},
+             {"segment", begin_segment, Rest::drained, stereo, Start::plain},
+             {"format", change_format, Rest::drained, other, Start::plain},
+             {"segment, refused end", begin_segment, Rest::refused, stereo, Start::plain},
+             {"format, refused end", change_format, Rest::refused, other, Start::plain}}) {
+        SCOPED_TRACE(name);
+        const Samples first = signal_for(stereo, 4321, SignalKind::white_noise);
+        const Samples second = signal_for(config, 3500, SignalKind::transients);
+        ElementHarness encoder(stereo, "priming=true");
+        encoder.push_all(first, GST_SECOND);
+        auto frames = encoder.take();
+        EXPECT_LT(frames.size(), encode_stream(stereo, first).frames.size());
 
-// Downstream is gone when a stream ends, and back for the next one, which begins with a segment or another format.
-TEST(Restarts, RefusedEndIsForgotten) {
-    const GstClockTime start = 10 * GST_SECOND;
-    for (const auto &config : {config_of(TAVIK_MODE_MONO, 44100, 64000), config_of(TAVIK_MODE_STEREO, 16000, 23000)}) {
-        const unsigned channels = config.channel_mode == TAVIK_MODE_MONO ? 1 : 2;
-        SCOPED_TRACE(channels);
-        const Samples pcm = make_signal(SignalKind::transients, channels, 3500, config.sample_rate, 3);
-        ElementHarness encoder;
-        encoder.set_input(44100, 1);
-        encoder.push_all(make_signal(SignalKind::white_noise, 1, 4321, 44100, 3));
-        encoder.take();
-        gst_pad_set_active(encoder.harness()->sinkpad, FALSE);
-        if (channels == 1) {
-            GstSegment segment;
-            gst_segment_init(&segment, GST_FORMAT_TIME);
-            encoder.send(gst_event_new_segment(&segment));
-        } else {
-            encoder.change_input(config.sample_rate, channels);
-        }
-        encoder.push(pcm.data(), 1, start);
+        gst_pad_set_active(encoder.harness()->sinkpad, first_rest == Rest::refused ? FALSE : TRUE);
+        restart(encoder);
+        encoder.push(second.data(), 1, start);  // caps take effect with the first sample behind them
         gst_pad_set_active(encoder.harness()->sinkpad, TRUE);
-        encoder.push_all(Samples(pcm.begin() + channels, pcm.end()), start + time_of(1, config.sample_rate));
-        encoder.end();
-        const auto frames = encoder.take();
-        EXPECT_EQ(bytes_of(frames), encode_stream(config, pcm).frames);
-        expect_times(frames, 3500, config.sample_rate, start, Start::plain);
+        const auto rest = encoder.take();
+        frames.insert(frames.end(), rest.begin(), rest.end());
+        if (first_rest == Rest::drained) expect_stream(frames, stereo, first, GST_SECOND, Start::early);
+
+        const Samples others(second.begin() + channels_of(config), second.end());
+        encoder.push_all(others, start + time_of(1, config.sample_rate));
+        expect_stream(encoder.end(), config, second, start, kind);
+        const std::string rate = "rate=(int)" + std::to_string(config.sample_rate);
+        EXPECT_NE(text_of(encoder.output_caps()).find(rate), std::string::npos);
     }
 }
 
-// A segment without a flush, as from a source that plays files one after the other: the first stream ends complete, and
-// the next one has no priming frame, for which there is no time.
-TEST(Restarts, SegmentDrains) {
-    const Samples pcm = make_signal(SignalKind::transients, 1, 3500, 44100, 3);
-    ElementHarness encoder("priming=true");
-    encoder.set_input(44100, 1);
-    for (const unsigned priming : {1u, 0u}) {
-        encoder.push_all(pcm, GST_SECOND);
-        GstSegment segment;
-        gst_segment_init(&segment, GST_FORMAT_TIME);
-        segment.base = time_of(3500, 44100);
-        encoder.send(gst_event_new_segment(&segment));
-        const auto frames = encoder.take();
-        EXPECT_EQ(bytes_of(frames), encode_stream(config_of(TAVIK_MODE_MONO, 44100, 64000, 2, 0, priming), pcm).frames);
-        expect_times(frames, 3500, 44100, GST_SECOND, priming == 1 ? Start::early : Start::plain);
-    }
-}
-
-// New caps in the middle: the old stream ends complete, and a new one goes on at its end, without another priming
-// frame.
-TEST(Restarts, CapsChangeDrains) {
-    const Samples stereo = make_signal(SignalKind::music, 2, 3500, 44100, 3);
-    const Samples mono = make_signal(SignalKind::music, 1, 2500, 16000, 3);
-    ElementHarness encoder("priming=true", "audio/mpeg,stream-format=adts");
-    encoder.set_input(44100, 2);
-    encoder.push_all(stereo);
-    const auto first = encode_stream(config_of(TAVIK_MODE_STEREO, 44100, 64000, 0, 0, 1), stereo).frames;
-    auto frames = encoder.take();
-    EXPECT_LT(frames.size(), first.size());
-
-    encoder.change_input(16000, 1);
-    const GstClockTime start = time_of(3500, 44100);
-    encoder.push_all(mono, start);
-    encoder.end();
-    for (Sent &frame : encoder.take()) frames.push_back(std::move(frame));
-    ASSERT_GT(frames.size(), first.size());
-    const std::vector<Sent> rest(frames.begin() + static_cast<std::ptrdiff_t>(first.size()), frames.end());
-    frames.resize(first.size());
-    EXPECT_EQ(bytes_of(frames), first);
-    expect_times(frames, 3500, 44100, 0, Start::clipped);
-    EXPECT_EQ(bytes_of(rest), encode_stream(config_of(TAVIK_MODE_MONO, 16000, 23000, 0), mono).frames);
-    expect_times(rest, 2500, 16000, start, Start::plain);
-    EXPECT_NE(text_of(encoder.output_caps().get()).find("rate=(int)16000, channels=(int)1"), std::string::npos);
-}
-
-TEST(Restarts, ElementCanBeUsedAgain) {
-    const Samples pcm = make_signal(SignalKind::music, 1, 2000, 44100, 3);
-    ElementHarness encoder("priming=true");
-    encoder.set_input(44100, 1);
-    encoder.push_all(make_signal(SignalKind::white_noise, 1, 3000, 44100, 3));
-    encoder.take();
-    GstElement *element = encoder.harness()->element;
-    ASSERT_EQ(gst_element_set_state(element, GST_STATE_NULL), GST_STATE_CHANGE_SUCCESS);
-    ASSERT_NE(gst_element_set_state(element, GST_STATE_PLAYING), GST_STATE_CHANGE_FAILURE);
-    encoder.send(gst_event_new_stream_start("again"));
-    encoder.change_input(44100, 1);
-    GstSegment segment;
-    gst_segment_init(&segment, GST_FORMAT_TIME);
-    encoder.send(gst_event_new_segment(&segment));
-    encoder.push_all(pcm);
-    encoder.end();
-    EXPECT_EQ(bytes_of(encoder.take()), encode_stream(config_of(TAVIK_MODE_MONO, 44100, 64000, 2, 0, 1), pcm).frames);
-}
-
-// Samples at an odd address, as a parser may leave them.
-TEST(Input, MayBeginAnywhere) {
-    const Samples pcm = make_signal(SignalKind::music, 1, 1024, 44100, 3);
-    Bytes memory(1 + pcm.size() * sizeof pcm[0]);
-    std::memcpy(memory.data() + 1, pcm.data(), memory.size() - 1);
-    ElementHarness encoder;
-    encoder.set_input(44100, 1);
-    GstBuffer *buffer = gst_buffer_new_wrapped_full(GST_MEMORY_FLAG_READONLY, memory.data(), memory.size(), 1,
-                                                    memory.size() - 1, nullptr, nullptr);
-    GST_BUFFER_PTS(buffer) = 0;
-    EXPECT_EQ(gst_harness_push(encoder.harness(), buffer), GST_FLOW_OK);
-    encoder.end();
-    EXPECT_EQ(bytes_of(encoder.take()), encode_stream(config_of(TAVIK_MODE_MONO, 44100, 64000), pcm).frames);
-}
-
-// Converters upstream learn how many channels the mode takes.
-TEST(Input, ChannelsAreThoseOfTheMode) {
-    for (const auto &[properties, channels] : {std::pair{"", "channels=(int)[ 1, 2 ]"},
-                                               {"channel-mode=mono", "channels=(int)1"},
-                                               {"channel-mode=stereo", "channels=(int)2"},
-                                               {"channel-mode=two-mono", "channels=(int)2"}}) {
-        ElementHarness encoder(properties);
+// Converters upstream learn how many channels the mode takes, and which rate downstream.
+TEST(Input, IsWhatTheModeAndDownstreamTake) {
+    for (const auto &[properties, downstream, taken] :
+         {std::tuple{"", "audio/mpeg", "channels=(int)[ 1, 2 ]"},
+          {"channel-mode=mono", "audio/mpeg", "channels=(int)1"},
+          {"channel-mode=stereo", "audio/mpeg", "channels=(int)2"},
+          {"channel-mode=two-mono", "audio/mpeg,rate=16000", "rate=(int)16000, channels=(int)2"}}) {
+        ElementHarness encoder(stereo, properties, downstream);
         const Owned<GstCaps> caps(gst_pad_peer_query_caps(encoder.harness()->srcpad, nullptr));
-        EXPECT_NE(text_of(caps.get()).find(channels), std::string::npos) << text_of(caps.get());
+        EXPECT_NE(text_of(caps).find(taken), std::string::npos) << text_of(caps);
     }
-    ElementHarness encoder("", "audio/mpeg,rate=16000");
-    const Owned<GstCaps> caps(gst_pad_peer_query_caps(encoder.harness()->srcpad, nullptr));
-    EXPECT_NE(text_of(caps.get()).find("rate=(int)16000"), std::string::npos) << text_of(caps.get());
 }
 
 TEST(Refusals, NameWhatIsLegal) {
-    struct Refusal {
-        const char *properties;
-        const char *downstream;
-        unsigned rate, channels;
-        const char *message;
-    };
-    for (const Refusal &r : std::initializer_list<Refusal>{
-             {"bitrate=15999", nullptr, 44100, 2,
+    for (const auto &[input, properties, downstream, message] :
+         std::initializer_list<std::tuple<EncoderConfig, const char *, const char *, const char *>>{
+             {stereo, "bitrate=16000", "ANY", ""},
+             {stereo, "bitrate=529200", "ANY", ""},
+             {stereo, "bitrate=15999", "ANY",
               "bitrate 15999 must be 16000 to 529200 bit/s for 2 channels at 44100 Hz (8000 to 264600 per channel)"},
-             {"bitrate=48001", nullptr, 8000, 1,
-              "bitrate 48001 must be 8000 to 48000 bit/s for 1 channel at 8000 Hz (8000 to 48000 per channel)"},
-             {"bitrate=4294967295", nullptr, 48000, 2,
-              "bitrate 4294967295 must be 16000 to 576000 bit/s for 2 channels at 48000 Hz (8000 to 288000 per "
-              "channel)"},
-             {"channel-mode=mono", nullptr, 44100, 2, "channel-mode takes 1 channel, the input has 2"},
-             {"channel-mode=two-mono", nullptr, 44100, 1, "channel-mode takes 2 channels, the input has 1"},
-             {"", "audio/mpeg,mpegversion=4,stream-format=adts", 44100, 1,
+             {mono, "bitrate=4294967295", "ANY",
+              "bitrate 4294967295 must be 8000 to 264600 bit/s for 1 channel at 44100 Hz (8000 to 264600 per channel)"},
+             {stereo, "channel-mode=mono", "ANY", "channel-mode takes 1 channel, the input has 2"},
+             {mono, "channel-mode=two-mono", "ANY", "channel-mode takes 2 channels, the input has 1"},
+             {mono, "", "audio/mpeg,mpegversion=4,stream-format=adts",
               "nothing downstream takes AAC-LC of this input as raw frames, or as ADTS or ADIF of MPEG-2"}}) {
-        SCOPED_TRACE(r.properties);
-        ElementHarness encoder(r.properties, r.downstream);
-        encoder.set_input(r.rate, r.channels);
-        EXPECT_EQ(encoder.push(Samples(2048).data(), 1024, 0), GST_FLOW_NOT_NEGOTIATED);
-        EXPECT_EQ(encoder.error(), r.message);
+        SCOPED_TRACE(properties);
+        ElementHarness encoder(input, properties, downstream);
+        const GstFlowReturn expected = *message == '\0' ? GST_FLOW_OK : GST_FLOW_NOT_NEGOTIATED;
+        EXPECT_EQ(encoder.push(Samples(2048).data(), 1024, 0), expected);
+        EXPECT_EQ(encoder.error(), message);
         EXPECT_TRUE(encoder.take().empty());
-    }
-    for (const char *bit_rate : {"bitrate=16000", "bitrate=529200"}) {
-        ElementHarness encoder(bit_rate);
-        encoder.set_input(44100, 2);
-        EXPECT_EQ(encoder.push(Samples(2048).data(), 1024, 0), GST_FLOW_OK);
     }
 }
 
 // A format that is refused leaves the one before it in force.
 TEST(Refusals, OldFormatGoesOn) {
-    const Samples pcm = make_signal(SignalKind::music, 1, 5000, 48000, 3);
-    ElementHarness encoder("bitrate=96000");
-    encoder.set_input(48000, 1);
+    const EncoderConfig config = config_of(TAVIK_MODE_MONO, 48000, 96000);
+    const Samples pcm = signal_for(config, 5000);
+    ElementHarness encoder(config, "bitrate=96000");
     encoder.push_all(pcm);
-    encoder.change_input(8000, 1);
+    encoder.change_input(config_of(TAVIK_MODE_MONO, 8000, 0));
     EXPECT_EQ(encoder.push(pcm.data(), 1000, GST_SECOND), GST_FLOW_NOT_NEGOTIATED);
     encoder.take();
-    encoder.change_input(48000, 1);
+    encoder.change_input(config);
     EXPECT_EQ(encoder.push(pcm.data(), 5000, 2 * GST_SECOND), GST_FLOW_OK);
-    encoder.end();
-    EXPECT_EQ(bytes_of(encoder.take()), encode_stream(config_of(TAVIK_MODE_MONO, 48000, 96000), pcm).frames);
+    expect_stream(encoder.end(), config, pcm, 2 * GST_SECOND, Start::plain);
 }
 
 // With the tags of the input, and in place of what those say of its coding.
 TEST(Tags, TellCodecAndBitRates) {
     for (const bool constant : {false, true}) {
-        ElementHarness encoder(constant ? "rate-control=cbr bitrate=128000" : "bitrate=128000");
-        encoder.set_input(44100, 2);
+        ElementHarness encoder(stereo, constant ? "rate-control=cbr bitrate=128000" : "bitrate=128000");
         encoder.send(gst_event_new_tag(
             gst_tag_list_new(GST_TAG_TITLE, "song", GST_TAG_AUDIO_CODEC, "Vorbis", GST_TAG_BITRATE, 500000, nullptr)));
-        const Samples pcm = make_signal(SignalKind::white_noise, 2, 44100, 44100, 1);
-        encoder.push_all(pcm);
-        encoder.end();
-        GstTagList *tags = nullptr;
+        encoder.push_all(signal_for(stereo, 44100, SignalKind::white_noise));
+        std::size_t largest = 0;
+        for (const Sent &frame : encoder.end()) largest = std::max(largest, frame.bytes.size());
+        const auto largest_rate = static_cast<guint>(largest * 8 * 44100 / 1024);
+
         Owned<GstEvent> last;
-        while (Owned<GstEvent> event = encoder.event(GST_EVENT_TAG)) last = std::move(event);
+        while (Owned<GstEvent> event{gst_harness_try_pull_event(encoder.harness())}) {
+            if (GST_EVENT_TYPE(event.get()) == GST_EVENT_TAG) last = std::move(event);
+        }
+        GstTagList *tags = nullptr;
         gst_event_parse_tag(last.get(), &tags);
+        const std::string text = Owned<gchar>(gst_tag_list_to_string(tags)).get();
+        EXPECT_NE(text.find("title=(string)song"), std::string::npos) << text;
+        EXPECT_NE(text.find("audio-codec=(string)\"MPEG-4\\ AAC\""), std::string::npos) << text;
+        EXPECT_NE(text.find("encoder=(string)Tavik"), std::string::npos) << text;
         const auto number = [&](const char *tag) {
             guint value = 0;
             return gst_tag_list_get_uint(tags, tag, &value) ? value : 0;
         };
-        const auto text = [&](const char *tag) {
-            gchar *value = nullptr;
-            return gst_tag_list_get_string(tags, tag, &value) ? std::string(Owned<gchar>(value).get()) : "";
-        };
-        EXPECT_EQ(text(GST_TAG_TITLE), "song");
-        EXPECT_EQ(text(GST_TAG_AUDIO_CODEC), "MPEG-4 AAC");
-        EXPECT_EQ(text(GST_TAG_ENCODER), "Tavik");
         EXPECT_EQ(number(GST_TAG_NOMINAL_BITRATE), 128000u);
-        std::size_t largest = 0;
-        for (const Sent &frame : encoder.take()) largest = std::max(largest, frame.bytes.size());
-        const auto largest_rate = static_cast<guint>(largest * 8 * 44100 / 1024);
-        if (constant) {
-            for (const char *tag : {GST_TAG_BITRATE, GST_TAG_MINIMUM_BITRATE, GST_TAG_MAXIMUM_BITRATE}) {
-                EXPECT_EQ(number(tag), largest_rate) << tag;
-            }
-        } else {
-            EXPECT_EQ(number(GST_TAG_BITRATE), 0u);
-            EXPECT_GE(number(GST_TAG_MAXIMUM_BITRATE), largest_rate);
-            EXPECT_LE(number(GST_TAG_MAXIMUM_BITRATE), 144u * 128000 / 100);
-        }
+        EXPECT_EQ(number(GST_TAG_BITRATE), constant ? largest_rate : 0u);
+        EXPECT_EQ(number(GST_TAG_MINIMUM_BITRATE), constant ? largest_rate : 0u);
+        EXPECT_GE(number(GST_TAG_MAXIMUM_BITRATE), largest_rate);
+        EXPECT_NEAR(number(GST_TAG_MAXIMUM_BITRATE), constant ? largest_rate : 1.44 * 128000, constant ? 0 : 1000);
     }
-}
-
-// Elements that choose encoders by themselves leave one of rank none alone.
-TEST(Registration, ChangesNobodysPipelines) {
-    GstElementFactory *factory = gst_element_factory_find("tavikenc");
-    ASSERT_NE(factory, nullptr);
-    EXPECT_EQ(gst_plugin_feature_get_rank(GST_PLUGIN_FEATURE(factory)), guint{GST_RANK_NONE});
-    EXPECT_STREQ(gst_element_factory_get_metadata(factory, GST_ELEMENT_METADATA_KLASS), "Codec/Encoder/Audio");
-    gst_object_unref(factory);
 }
 
 }  // namespace
 
-// Only the plug-in under test, and no trace of it in the user's registry. What GLib finds wrong ends the test.
+// Only the plug-in under test, and no look at the user's registry. What GLib finds wrong ends the test.
 int main(int argc, char **argv) {
     testing::InitGoogleTest(&argc, argv);
-    const Owned<gchar> directory(g_dir_make_tmp("tavikenc-XXXXXX", nullptr));
-    const std::string registry = directory.get() + std::string("/registry.bin");
-    for (const auto &[name, value] : {std::pair{"GST_REGISTRY", registry.c_str()},
-                                      {"GST_PLUGIN_SYSTEM_PATH", ""},
-                                      {"GST_PLUGIN_PATH", ""},
-                                      {"GST_REGISTRY_FORK", "no"},
-                                      {"G_DEBUG", "fatal-criticals"}}) {
-        g_setenv(name, value, TRUE);
-    }
+    g_setenv("GST_REGISTRY", "/dev/null", TRUE);
+    g_setenv("GST_REGISTRY_UPDATE", "no", TRUE);
+    g_setenv("G_DEBUG", "fatal-criticals", TRUE);
     gst_init(nullptr, nullptr);
     GstPlugin *plugin = gst_plugin_load_file(TAVIK_GSTREAMER_PLUGIN, nullptr);
     const int result = plugin == nullptr ? EXIT_FAILURE : RUN_ALL_TESTS();
     gst_clear_object(&plugin);
     gst_deinit();
-    g_remove(registry.c_str());
-    g_rmdir(directory.get());
     return result;
 }
