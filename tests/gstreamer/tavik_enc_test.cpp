@@ -37,8 +37,8 @@ enum class Start {
     clipped  // with the priming frame, of which nothing is to be heard
 };
 
-// The library's frames, `start` taken for the configuration's, each with the time and duration of the samples that it
-// decodes to, to the end of the input and no further.
+// The library's frames, with or without a priming frame as `kind` says, each with the time and duration of the samples
+// that it decodes to, to the end of the input and no further.
 void expect_stream(const std::vector<Sent> &frames, EncoderConfig config, const Samples &pcm, GstClockTime start,
                    Start kind) {
     const std::size_t samples = pcm.size() / channels_of(config);
@@ -311,8 +311,10 @@ TEST(Tags, TellCodecAndBitRates) {
 // Only the plug-in under test, and no look at the user's registry. What GLib finds wrong ends the test.
 int main(int argc, char **argv) {
     testing::InitGoogleTest(&argc, argv);
-    g_setenv("GST_REGISTRY", "/dev/null", TRUE);
-    g_setenv("GST_REGISTRY_UPDATE", "no", TRUE);
+    g_setenv("GST_REGISTRY", "/dev/null/none", TRUE);
+    g_setenv("GST_PLUGIN_SYSTEM_PATH", "", TRUE);
+    g_setenv("GST_PLUGIN_PATH", "", TRUE);
+    g_setenv("GST_REGISTRY_FORK", "no", TRUE);
     g_setenv("G_DEBUG", "fatal-criticals", TRUE);
     gst_init(nullptr, nullptr);
     GstPlugin *plugin = gst_plugin_load_file(TAVIK_GSTREAMER_PLUGIN, nullptr);
