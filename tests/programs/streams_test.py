@@ -103,7 +103,7 @@ def test_tags_chapters_and_cover_are_carried_over(tavik, kind):
 
 @pytest.mark.parametrize("arguments,start", [
     ("-o x.aac --home", "......90"), ("-o x.aac --original", "......a0"), ("-o x.raw --raw-frames", "21"),
-    ("-o x.adif --copyright-id 8123456789ABCDEF01", "41444946c091a2b3c4d5e6f780"),
+    ("-o x.adif --copyright-id 8123456789ABCDEFFF", "41444946c091a2b3c4d5e6f7ff"),
 ])
 def test_header_contents(tavik, sound, arguments, start):
     tavik.encode(sound(), *arguments.split())
