@@ -20,7 +20,7 @@ STREAMS = [
     ("ffmpeg", 48000, 144384, LEFT, ("high.wav", TONE, 96000, 288000, "-c:a", "pcm_s24le"), "-o x.aac"),
     ("ffmpeg", 16000, 48128, [-20, -20], ("six.flac", "0|0|0.5*sin(2*PI*440*t)|0|0|0:c=5.1", 13000, 39000), "-o x.aac"),
     ("ffmpeg", 44100, 133120, LEFT, (), "-o x.anything --m4a --mode two-mono"),
-    ("ffmpeg", 44100, 133120, [-15], (), "-o x --mode mono --cbr -b 32k"),
+    ("ffmpeg", 44100, 133120, [-9], ("mono.wav", MONO), "-o x --cbr -b 32k"),
     ("faad", 44100, 133120, LEFT, (), "-o x.mp4"),
     *[("ffmpeg", 44100, decoded, None, ("odd.wav", MONO, 44100, samples), "-o x.aac")
       for samples, decoded in ((1, 2048), (1024, 2048), (1025, 2048), (2049, 3072))],
