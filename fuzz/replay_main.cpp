@@ -1,7 +1,6 @@
 // Runs every input of a corpus, and some random ones, through a fuzz target and compares a digest of all that the
 // library put out with the one on record: no input may be a finding, and every build must put out the same.
 // Usage: replay CORPUS_DIRECTORY DIGEST_FILE
-#include <algorithm>
 #include <cinttypes>
 #include <cstdio>
 #include <exception>
@@ -9,6 +8,7 @@
 #include <fstream>
 #include <iterator>
 #include <random>
+#include <set>
 #include <span>
 #include <string>
 #include <vector>
@@ -22,16 +22,9 @@ std::vector<std::uint8_t> read_file(const std::filesystem::path &path) {
     return {std::istreambuf_iterator<char>(file), {}};
 }
 
-std::string hexadecimal(std::uint64_t value) {
-    char text[17];
-    std::snprintf(text, sizeof text, "%016" PRIx64, value);
-    return text;
-}
-
-std::vector<std::filesystem::path> sorted_files(const std::filesystem::path &directory) {
-    std::vector<std::filesystem::path> files;
-    for (const auto &entry : std::filesystem::directory_iterator(directory)) files.push_back(entry.path());
-    std::sort(files.begin(), files.end());
+std::set<std::filesystem::path> files_of(const std::filesystem::path &directory) {
+    std::set<std::filesystem::path> files;
+    for (const auto &entry : std::filesystem::directory_iterator(directory)) files.insert(entry.path());
     return files;
 }
 
@@ -50,11 +43,10 @@ class Replay {
     }
 
     // Whether all is well.
-    bool report(const std::string &expected_digest) const {
-        const std::string digest = hexadecimal(output_.value());
-        std::printf("%zu inputs, %" PRIu64 " frames, digest %s (on record: %s), %zu findings\n", inputs_, frames_,
-                    digest.c_str(), expected_digest.c_str(), findings_);
-        return inputs_ > 0 && findings_ == 0 && digest == expected_digest;
+    bool report(std::uint64_t expected_digest) const {
+        std::printf("%zu inputs, %" PRIu64 " frames, digest %016" PRIx64 " (on record: %016" PRIx64 "), %zu findings\n",
+                    inputs_, frames_, output_.value(), expected_digest, findings_);
+        return inputs_ > 0 && findings_ == 0 && output_.value() == expected_digest;
     }
 
  private:
@@ -67,7 +59,7 @@ class Replay {
 int replay(const std::filesystem::path &directory, const std::filesystem::path &digest_file) {
     constexpr unsigned random_inputs = 200;
     Replay replay;
-    for (const auto &file : sorted_files(directory)) replay.run(read_file(file), file);
+    for (const auto &file : files_of(directory)) replay.run(read_file(file), file);
     std::minstd_rand random;
     std::vector<std::uint8_t> input(256);
     for (unsigned number = 0; number < random_inputs; ++number) {
@@ -75,8 +67,8 @@ int replay(const std::filesystem::path &directory, const std::filesystem::path &
         replay.run(input, "random input " + std::to_string(number));
     }
     std::ifstream recorded(digest_file);
-    std::string expected_digest;
-    recorded >> expected_digest;
+    std::uint64_t expected_digest = 0;
+    recorded >> std::hex >> expected_digest;
     return replay.report(expected_digest) ? 0 : 1;
 }
 

@@ -26,17 +26,6 @@ TEST(Frame, SilentMonoFrame) {
     }
 }
 
-TEST(Frame, AdifHeaderComesOnce) {
-    const EncodedStream stream =
-        encode_stream(config_of(TAVIK_MODE_MONO, 44100, 64000, TAVIK_HEADER_ADIF), std::vector<std::int16_t>(4096));
-    // "ADIF", flags 0 0 0 1 (variable rate), bitrate 264600, no further PCE; tag 5, LC, index 4, one front element.
-    const Bytes header = {'A', 'D', 'I', 'F', 0x10, 0x81, 0x33, 0x00, 0xAA, 0x08, 0x00, 0x00, 0x00, 0x00};
-    const Bytes &first = stream.frames.front();
-    ASSERT_EQ(first.size(), 14u + 6);
-    EXPECT_EQ(Bytes(first.begin(), first.begin() + 14), header);
-    EXPECT_EQ(Bytes(first.begin() + 14, first.end()), stream.frames[1]);
-}
-
 // The reader knows which frame carries which bit.
 TEST(Frame, CopyrightIdentifierGoesOutBitByBit) {
     EncoderConfig config = config_of(TAVIK_MODE_TWO_MONO, 48000, 8000, TAVIK_HEADER_ADTS);
