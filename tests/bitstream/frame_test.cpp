@@ -63,6 +63,36 @@ TEST(Fill, ClosesTheGapToAFewBits) {
     EXPECT_EQ(TAVIK_WriteFIL(&context, target + 100, buffer.data(), &writer), 0u);
 }
 
+// What a stage function writes, completed to whole bytes.
+template <typename Write>
+Bytes written(Write write) {
+    Bytes buffer(64);
+    BitWriter writer{0, 0, 0, 8};
+    write(buffer.data(), &writer);
+    TAVIK_ByteAlign(buffer.data(), &writer.bits_left, &writer.current_byte, &writer.bit_count, &writer.byte_pos);
+    buffer.resize(writer.byte_pos);
+    return buffer;
+}
+
+TEST(StageFunctions, WriteHeadersAndSideInformation) {
+    TavikAdtsHeader adts{};
+    adts.adts_buffer_fullness = 0x555;
+    const TavikProgramConfig mono{4, 1, {}, {}}, two_channels{4, 2, {}, {0, 1}};
+    const TavikAdifHeader adif{0, {}, 0, 0, 1, 264600, 0};  // variable rate
+    EXPECT_EQ(written([&](auto *out, auto *writer) { TAVIK_WriteADTSHeader(4, 0, &adts, out, writer, 1); }),
+              (Bytes{0xFF, 0xF9, 0x50, 0x40, 0x00, 0x1F, 0xFC}));
+    EXPECT_EQ(written([&](auto *out, auto *writer) { TAVIK_WriteADTSHeader(4, 1, &adts, out, writer, 2); }),
+              (Bytes{0xFF, 0xF9, 0x50, 0x80, 0x00, 0x15, 0x54}));
+    EXPECT_EQ(written([&](auto *out, auto *w) { EXPECT_EQ(TAVIK_WriteADIFHeader(&mono, &adif, out, w), 112u); }),
+              (Bytes{'A', 'D', 'I', 'F', 0x10, 0x81, 0x33, 0x00, 0xAA, 0x08, 0x00, 0x00, 0x00, 0x00}));
+    EXPECT_EQ(written([&](auto *out, auto *writer) { EXPECT_EQ(TAVIK_WritePCE(&two_channels, out, writer), 56u); }),
+              (Bytes{0x55, 0x08, 0x00, 0x00, 0x00, 0x10, 0x00}));
+    EXPECT_EQ(written([&](auto *out, auto *w) { EXPECT_EQ(TAVIK_WriteICSInfo(out, w, 49, 1, 0), 11u); }),
+              (Bytes{0x2C, 0x40}));
+    EXPECT_EQ(written([&](auto *out, auto *w) { EXPECT_EQ(TAVIK_WriteICSInfo(out, w, 14, 2, 0x3F), 15u); }),
+              (Bytes{0x4E, 0x7E}));
+}
+
 // Reads each channel of the frame just coded back from the context, counts it again and compares with the stream.
 void expect_counted_is_written(const tavik::EncoderState &state, const Frame &frame) {
     const tavik::CodingBlock &block = state.coding;

@@ -176,7 +176,7 @@ void add_offsets(tavik_test::Digest &digest, u32 index, WindowSequence sequence,
     digest.add(std::span<const u32>(offsets));
 }
 
-// Every rule of every rate, from both sides of every limit. tests/quant/scale_factors_test.cpp has values to read.
+// Every rule of every rate, from both sides of every limit.
 TEST(Tuning, ScaleFactorOffsets) {
     tavik_test::Digest digest;
     using enum WindowSequence;
