@@ -64,7 +64,7 @@ void run_filter_bank(Draw &draw, Digest &digest) {
     Values history(4096), out(2048), scratch(1024);
     draw.fill(history, 32767);
     const auto sequence = static_cast<int32_t>(draw.below(4)), channel = static_cast<int32_t>(draw.below(2));
-    const uint32_t shift = std::array{0u, 3u, 25u}[draw.below(3)];
+    const uint32_t shift = std::array{0u, 3u, 32u}[draw.below(3)];
     TAVIK_FilterBank(history.data(), out.data(), sequence, scratch.data(), channel, shift);
     TAVIK_LowPass(out.data(), 900 + draw.below(200));
     scratch.check_guard();
