@@ -16,7 +16,7 @@ def names(directory="."):
 def music(sound):
     """A directory `music` with two songs and things to leave out, and songs outside."""
     for name in ("music/a.wav", "music/sub/b.wav", "music/.hidden.wav", "music/.hid/c.wav", "other.wav", "-o.wav",
-                 "2._Allegro_(live)"):
+                 "side:2._Allegro_(live)"):
         Path(name).parent.mkdir(parents=True, exist_ok=True)
         shutil.copy(sound(), name)
     Path("music/notes.txt").write_text("text")
@@ -25,7 +25,7 @@ def music(sound):
 
 @pytest.mark.parametrize("arguments,made", [
     ("-- -o.wav", ["-o.m4a"]),
-    ("2._Allegro_(live)", ["2._Allegro_(live).m4a"]),
+    ("side:2._Allegro_(live)", ["side:2._Allegro_(live).m4a"]),
     ("other.wav --adts", ["other.aac"]),
     ("other.wav --adif", ["other.adif"]),
     ("other.wav --raw-frames", ["other.raw"]),
