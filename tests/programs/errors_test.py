@@ -50,13 +50,13 @@ def test_wrong_usage(tavik, tone, pattern, arguments):
 def test_unusable_input(tavik, tone):
     Path("directory").mkdir()
     ffmpeg("-f", "lavfi", "-i", "color=red:s=64x64:d=1", "silent.mp4")
-    for name, content in (("empty.wav", b""), ("line\nbreak\x1b.wav", b""), ("text.txt", b"not audio\n" * 2000),
+    for name, content in (("empty.wav", b""), ("line\nbreak\x1b\x7f.wav", b""), ("text.txt", b"not audio\n" * 2000),
                           ("header.wav", Path("tone.wav").read_bytes()[:44])):
         Path(name).write_bytes(content)
-    for name, problem in (("missing.wav", ".*No such file"), ("empty.wav", ".*empty"), ("line\nbreak\x1b.wav", ""),
+    for name, problem in (("missing.wav", ".*No such file"), ("empty.wav", ".*empty"), ("line\nbreak\x1b\x7f.wav", ""),
                           ("text.txt", ""), ("header.wav", ""), ("silent.mp4", ".*no audio"),
                           ("directory", ".*no audio")):
-        tavik.refuse(3, name.replace("\n", r"\?").replace("\x1b", r"\?") + ": " + problem, name, "-o", "x.m4a")
+        tavik.refuse(3, re.sub("[\n\x1b\x7f]", r"[?]", name) + ": " + problem, name, "-o", "x.m4a")
 
 
 @pytest.mark.parametrize("kind,name,piped", [
