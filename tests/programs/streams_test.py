@@ -84,8 +84,8 @@ def test_tags_chapters_and_cover_are_carried_over(tavik, kind):
     version = tavik.encode("--version").out[0].split()[-1].rstrip(")")
     expected = [f"TAG:{key}={value}" for key, value in {**tags, "encoder": f"Tavik {version}"}.items()]
     lines = "".join(f"{key}={value}\n" for key, value in tags.items())
-    if kind in ("flac", "ogg"):  # which keep the total apart
-        lines = lines.replace("track=3/12", "track=3\ntracktotal=12")
+    if kind in ("flac", "ogg"):  # which keep totals apart
+        lines = lines.replace("track=3/12", "track=3\ntracktotal=12").replace("disc=1/2", "disc=1\ndisctotal=2")
     Path("tags").write_text(f";FFMETADATA1\n{lines}[CHAPTER]\nTIMEBASE=1/10\nSTART=0\nEND=10\ntitle=Finale\n")
     ffmpeg("-f", "lavfi", "-i", "color=red:s=64x64", "-frames:v", "1", "cover.png")
     options = ["-map_metadata", "0", "-map", "1", *(["-c:a", "alac"] if kind == "m4a" else [])]
