@@ -76,9 +76,7 @@ class Stream {
         if (!is_over) sound_.take_input(pcm);
         if (frame.empty()) return;
         const Frame &fields = reader_.read(frame);
-        const bool is_adif = config_.header_type == TAVIK_HEADER_ADIF;
-        const std::size_t header_bytes = is_adif ? static_cast<std::size_t>(fields.header_bits) / 8 : 0;
-        sound_.check(fields, equipment_.decoder.decode(frame, header_bytes));
+        sound_.check(fields, equipment_.decoder.decode(frame, fields.adif_header_bytes));
         outcome_.output.add(frame);
         ++outcome_.frames;
     }

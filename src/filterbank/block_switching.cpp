@@ -16,9 +16,8 @@ struct Ratios {
 // At low rates an attack need not fall off again.
 constexpr u8 any = 0;
 
-// Ratios in units of 1/128.
 struct Thresholds {
-    u8 group;  // the quieter half frame / the louder
+    u8 group;  // the quieter half frame, in 1/128 of the louder
     Ratios pair;
     Ratios subblock;
 };

@@ -48,8 +48,8 @@ class Trials {
     }
 
     // Leaves codebooks and values of the common_sf that the search ends with. If that is the latest one counted, they
-    // are there: its count is within the target and therefore complete, or else every band is silent, and no trial has
-    // come further than to bands whose codebook this one has set to 0.
+    // are there: a count within the target is complete; above it every band is silent, no trial came further than this
+    // one, and the codebooks behind are 0 as the caller left them.
     void settle(u32 common_sf) {
         if (common_sf != latest_) count_bits(bands_, data_, {common_sf, section_length_, count_all});
         for (const RateBand &band : bands_) {

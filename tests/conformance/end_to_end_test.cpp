@@ -91,8 +91,7 @@ Decoded decode(const EncoderConfig &config, const EncodedStream &stream, const s
     Faad faad(config, stream.frames.front());
     Decoded decoded;
     for (std::size_t f = 0; f < frames.size(); ++f) {
-        const bool has_adif_header = config.header_type == TAVIK_HEADER_ADIF && f == 0;
-        const auto header_bytes = has_adif_header ? static_cast<std::size_t>(frames[f].header_bits) / 8 : 0;
+        const std::size_t header_bytes = frames[f].adif_header_bytes;
         const DecodedFrame channels = libavcodec.decode(stream.frames[f], header_bytes);
         for (std::size_t i = 0; i < TAVIK_FRAME_LENGTH; ++i) {
             for (const auto &samples : channels) decoded.from_libavcodec.push_back(32768 * samples[i]);

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "support/checked_encoder.h"
 #include "tavik.h"
 
 namespace tavik_test {
@@ -33,8 +34,6 @@ inline GstClockTime time_of(std::uint64_t samples, unsigned rate) {
 }
 
 inline std::string text_of(const Owned<GstCaps> &caps) { return Owned<gchar>(gst_caps_to_string(caps.get())).get(); }
-
-inline unsigned channels_of(const EncoderConfig &config) { return config.channel_mode == TAVIK_MODE_MONO ? 1 : 2; }
 
 // A buffer that the element sent.
 struct Sent {
@@ -117,7 +116,7 @@ class ElementHarness {
  private:
     Owned<GstCaps> input_caps(const EncoderConfig &input) {
         rate_ = input.sample_rate;
-        channels_ = channels_of(input);
+        channels_ = channel_count(input);
         const std::string text =
             "audio/x-raw,format=" GST_AUDIO_NE(S16) ",layout=interleaved,rate=" + std::to_string(rate_) +
             ",channels=" + std::to_string(channels_) + ",channel-mask=(bitmask)" + (channels_ == 2 ? "3" : "4");

@@ -22,7 +22,7 @@ const EncoderConfig mono = config_of(TAVIK_MODE_MONO, 44100, 64000);
 const EncoderConfig stereo = config_of(TAVIK_MODE_STEREO, 44100, 64000);
 
 Samples signal_for(const EncoderConfig &config, std::size_t samples, SignalKind kind = SignalKind::music) {
-    return make_signal(kind, channels_of(config), samples, config.sample_rate, 7);
+    return make_signal(kind, channel_count(config), samples, config.sample_rate, 7);
 }
 
 // Within some nanoseconds of rounding.
@@ -41,7 +41,7 @@ enum class Start {
 // that it decodes to, to the end of the input and no further.
 void expect_stream(const std::vector<Sent> &frames, EncoderConfig config, const Samples &pcm, GstClockTime start,
                    Start kind) {
-    const std::size_t samples = pcm.size() / channels_of(config);
+    const std::size_t samples = pcm.size() / channel_count(config);
     const unsigned rate = config.sample_rate;
     const std::size_t priming = config.emit_priming_frame = kind == Start::plain ? 0 : 1;
     const auto expected = encode_stream(config, pcm).frames;
@@ -95,7 +95,7 @@ TEST(Streams, AreTheLibrarys) {
               mpeg2("adif,level=(string)1")}}) {
         const Owned<GstCaps> caps(gst_caps_from_string(expected.c_str()));
         gst_caps_set_simple(caps.get(), "framed", G_TYPE_BOOLEAN, TRUE, "profile", G_TYPE_STRING, "lc", "rate",
-                            G_TYPE_INT, config.sample_rate, "channels", G_TYPE_INT, channels_of(config), nullptr);
+                            G_TYPE_INT, config.sample_rate, "channels", G_TYPE_INT, channel_count(config), nullptr);
         for (const std::size_t samples : {1u, 1023u, 1024u, 1025u, 2048u, 9000u}) {
             SCOPED_TRACE(testing::Message() << properties << " / " << expected << ", " << samples << " samples");
             const Samples pcm = signal_for(config, samples, SignalKind::transients);
@@ -216,7 +216,7 @@ TEST(Streams, FollowOneAnother) {
         frames.insert(frames.end(), rest.begin(), rest.end());
         if (first_rest == Rest::drained) expect_stream(frames, stereo, first, GST_SECOND, Start::early);
 
-        const Samples others(second.begin() + channels_of(config), second.end());
+        const Samples others(second.begin() + channel_count(config), second.end());
         encoder.push_all(others, start + time_of(1, config.sample_rate));
         expect_stream(encoder.end(), config, second, start, kind);
         const std::string rate = "rate=(int)" + std::to_string(config.sample_rate);

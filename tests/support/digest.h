@@ -7,8 +7,7 @@
 
 namespace tavik_test {
 
-// FNV-1a of all values given, of 64 bits. Machines of either byte order agree on integers only byte by byte:
-// little-endian.
+// 64-bit FNV-1a of all values given, each as its bytes from the lowest up: machines of either byte order agree.
 class Digest {
  public:
     template <typename T>

@@ -35,8 +35,10 @@ class FrameReader : private BitReader {
 
     Frame read_all(bool first_frame) {
         if (config_.header_type == TAVIK_HEADER_ADTS) frame_.adts = read_adts_header();
-        if (config_.header_type == TAVIK_HEADER_ADIF && first_frame) read_adif_header();
-        frame_.header_bits = static_cast<std::ptrdiff_t>(position());
+        if (config_.header_type == TAVIK_HEADER_ADIF && first_frame) {
+            read_adif_header();
+            frame_.adif_header_bytes = position() / 8;
+        }
         read_raw_data_block();
         require(bits_left() == 0, "bytes left over after the block");
         return std::move(frame_);

@@ -57,8 +57,8 @@ struct ChannelStream {
 struct Frame {
     std::optional<AdtsHeader> adts;
     std::vector<ChannelStream> channels;
-    std::ptrdiff_t header_bits;  // of the ADTS or ADIF header
-    std::size_t fill_bits;       // of all fill elements
+    std::size_t adif_header_bytes;  // 0 without one
+    std::size_t fill_bits;          // of all fill elements
 };
 
 // Reads the one frame that `bytes` consists of. `first_frame`: the ADIF header, if any, precedes it. Throws

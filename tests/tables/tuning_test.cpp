@@ -1,12 +1,12 @@
 // The tuning constants: every threshold from both of its sides.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
 #include <vector>
 
 #include "interface/encoder_context.h"
 #include "support/digest.h"
-#include "support/signals.h"
 #include "support/stream_harness.h"
 
 namespace {
@@ -35,7 +35,7 @@ int attack(u32 index, const std::array<i32, 16> &peaks, i32 previous) {
     return short_run_active == 1 ? static_cast<int>(attack_index) : -1;
 }
 
-// The first half frame, the second, or sub-blocks 2 and 3, or 2 alone, stand out from neighbours of levels l and r.
+// The second half frame, the first, sub-blocks 2 and 3, or 2 alone, stand out from neighbours of levels l and r.
 int group_attack(u32 index, i32 l) { return attack(index, {l, l, l, l, loud, loud, loud, loud, loud, loud}, loud); }
 int group_fall(u32 index, i32 r) { return attack(index, {loud, loud, loud, loud, r, r, r, r, r, r}, loud); }
 int pair_attack(u32 index, i32 l, i32 r) {
