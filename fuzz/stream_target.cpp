@@ -57,12 +57,7 @@ struct Equipment {
 class Stream {
  public:
     Stream(Equipment &equipment, const EncoderConfig &config, bool has_twin, Outcome &outcome)
-        : equipment_(equipment),
-          config_(config),
-          has_twin_(has_twin),
-          reader_(config),
-          sound_(config),
-          outcome_(outcome) {
+        : equipment_(equipment), has_twin_(has_twin), reader_(config), sound_(config), outcome_(outcome) {
         equipment.decoder.start(config);
         equipment.twin.renew(0x3c);
         if (has_twin) equipment.twin.init(config);
@@ -83,7 +78,6 @@ class Stream {
 
  private:
     Equipment &equipment_;
-    const EncoderConfig config_;
     const bool has_twin_;
     StreamReader reader_;
     SoundCheck sound_;
