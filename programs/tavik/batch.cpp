@@ -98,7 +98,7 @@ class Batch {
             ++summary_.encoded;
             summary_.duration += file.duration();
         }
-        if (file.damage) console_.problem(damage_text(job, *file.damage));
+        for (const std::string &warning : file.warnings) console_.problem(warning_text(job, warning));
         if (reports_ == Reports::text) console_.result(encoded_text(job, file));
         if (reports_ == Reports::json) console_.result(encoded_json(job, file));
     }

@@ -90,8 +90,10 @@ EncodedFile encode_opened(const Options &options, const Job &job, AudioReader &r
     encode_stream({reader, encoder, writer, report}, block, result, options.verify ? &marks : nullptr);
     writer.finish(result.samples);
     result.bytes = output.size();
-    result.damage = reader.decoder().damage();
-    if (options.strict && result.damage) throw ProgramError(ExitCode::input, input_name(job.input), *result.damage);
+    if (const auto damage = reader.decoder().damage()) {
+        if (options.strict) throw ProgramError(ExitCode::input, input_name(job.input), *damage);
+        result.warnings.push_back(*damage + "; encoded what could be decoded");
+    }
     if (options.verify) verify(output, result, marks);
     result.verified = options.verify;
     output.commit();

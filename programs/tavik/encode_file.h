@@ -6,6 +6,7 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "encoder_settings.h"
 #include "jobs.h"
@@ -23,7 +24,7 @@ struct EncodedFile {
     uint64_t bytes = 0;        // of the file
     double elapsed = 0;        // seconds that the work took
     bool verified = false;
-    std::optional<std::string> damage;  // of the input
+    std::vector<std::string> warnings;  // what was lost or changed on the way
 
     double duration() const { return static_cast<double>(samples) / config.sample_rate; }
 

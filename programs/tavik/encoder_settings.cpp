@@ -49,11 +49,6 @@ EncoderConfig make_config(const Options &options, Format format, AudioFormat sou
     // An MP4 file tells players how much to leave out, so that all samples can be exact.
     config.emit_priming_frame = options.priming || format == Format::m4a ? 1 : 0;
     config.tns_disable = options.no_tns ? 1 : 0;
-    config.home = options.home ? 1 : 0;
-    config.original_copy = options.original ? 1 : 0;
-    config.copyright_id_present = options.copyright_id.has_value() ? 1 : 0;
-    if (options.copyright_id)
-        std::copy(options.copyright_id->begin(), options.copyright_id->end(), config.copyright_id);
     return config;
 }
 

@@ -227,18 +227,6 @@ void check_outputs(std::vector<Job> &jobs, bool replaces) {
     }
 }
 
-// Only headers have a place for these.
-void check_header_contents(const Options &options, const std::vector<Job> &jobs) {
-    const char *option = nullptr;
-    if (options.copyright_id) option = "--copyright-id";
-    if (options.original) option = "--original";
-    if (options.home) option = "--home";
-    const auto lacks_header = [](const Job &job) { return job.format != Format::adts && job.format != Format::adif; };
-    if (option != nullptr && std::ranges::any_of(jobs, lacks_header)) {
-        throw ProgramError(ExitCode::usage, option, "needs --adts or --adif");
-    }
-}
-
 }  // namespace
 
 std::vector<Job> plan_jobs(const Options &options) {
@@ -250,7 +238,6 @@ std::vector<Job> plan_jobs(const Options &options) {
     std::vector<Job> jobs;
     jobs.reserve(found.size());
     for (const Found &input : found) jobs.push_back(make_job(input, options, into_directory));
-    check_header_contents(options, jobs);
     sort_out_results(jobs, found);
     if (options.skip_existing) skip_existing(jobs);
     check_outputs(jobs, options.replace);

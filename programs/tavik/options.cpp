@@ -2,6 +2,7 @@
 #include "options.h"
 
 #include <CLI/CLI.hpp>
+#include <cctype>
 #include <charconv>
 #include <iostream>
 #include <map>
@@ -32,9 +33,15 @@ constexpr const char *footer =
     "An output appears under its name only when it is complete.";
 
 constexpr unsigned most_jobs = 256;
+constexpr unsigned most_tracks = 1000;
+constexpr double most_gain = 60;  // dB
 
 std::map<std::string, ChannelMode> mode_names() {
     return {{"mono", ChannelMode::mono}, {"stereo", ChannelMode::stereo}, {"two-mono", ChannelMode::two_mono}};
+}
+
+std::map<std::string, LoudnessGain> loudness_gain_names() {
+    return {{"track", LoudnessGain::track}, {"album", LoudnessGain::album}};
 }
 
 // Arguments whose text needs a translation that is made once the whole command line is accepted.
@@ -42,7 +49,8 @@ struct ArgumentTexts {
     std::string bit_rate;
     std::string mode;
     std::string pcm;
-    std::string copyright_id;
+    std::string loudness_gain;
+    std::vector<std::string> tags;
 };
 
 std::optional<uint32_t> to_number(std::string_view text) {
@@ -73,13 +81,12 @@ std::optional<PcmFormat> to_pcm_format(const std::string &text) {
     return is_possible(format.rate, format.channels) ? std::optional(format) : std::nullopt;
 }
 
-std::array<uint8_t, 9> to_copyright_id(const std::string &digits) {
-    std::array<uint8_t, 9> bytes{};
-    for (size_t i = 0; i < bytes.size(); ++i) {
-        const char *first = digits.data() + 2 * i;
-        std::from_chars(first, first + 2, bytes[i], 16);
-    }
-    return bytes;
+// Name and value of KEY=VALUE.
+std::pair<std::string, std::string> to_tag(const std::string &text) {
+    const size_t sign = text.find('=');
+    std::string key = text.substr(0, sign);
+    std::ranges::transform(key, key.begin(), [](unsigned char c) { return std::toupper(c); });
+    return {key, text.substr(sign + 1)};
 }
 
 std::vector<std::string> supported_rate_texts() {
@@ -102,12 +109,13 @@ std::string check_pcm(const std::string &text) {
     return text + " is not a format such as s16le:44100:2 (u8 or s16, s24, s32, f32 with le or be)";
 }
 
-std::string check_copyright_id(const std::string &text) {
-    const bool is_hex = text.find_first_not_of("0123456789abcdefABCDEF") == std::string::npos;
-    return is_hex && text.size() == 18 ? "" : text + " is not a number of 18 hexadecimal digits";
+std::string check_tag(const std::string &text) {
+    const size_t sign = text.find('=');
+    return sign != std::string::npos && sign > 0 ? "" : text + " is not a tag such as MOOD=calm";
 }
 
 void add_input_options(CLI::App &app, Options &options, ArgumentTexts &texts) {
+    const std::string group = "Input";
     app.add_option("INPUT", options.inputs, "Files; directories for all audio files below them; - for standard input")
         ->option_text("...")
         ->required()
@@ -116,7 +124,13 @@ void add_input_options(CLI::App &app, Options &options, ArgumentTexts &texts) {
                    "Inputs are samples without a header, such as s16le:48000:2 [rate 44100, stereo]")
         ->type_name("FORMAT[:RATE[:CHANNELS]]")
         ->check(check_pcm)
-        ->group("Input");
+        ->group(group);
+    auto *track = app.add_option("--track", options.track, "Audio track of the input, counted from 1 [the best]");
+    track->type_name("N")->check(CLI::Range(1U, most_tracks))->group(group);
+    app.add_option("--language", options.language, "Audio track of this language, such as eng")
+        ->type_name("LANG")
+        ->excludes(track)
+        ->group(group);
 }
 
 void add_output_options(CLI::App &app, Options &options) {
@@ -128,21 +142,27 @@ void add_output_options(CLI::App &app, Options &options) {
         ->group(group);
     auto *force = app.add_flag("-f,--force", options.replace, "Replace outputs that exist");
     force->option_text(" ")->group(group);
-    app.add_flag("--skip-existing", options.skip_existing, "Leave out inputs whose output exists")
-        ->excludes(force)
+    auto *skip = app.add_flag("--skip-existing", options.skip_existing, "Leave out inputs whose output exists");
+    skip->excludes(force)->option_text(" ")->group(group);
+    app.add_flag("--update", options.update, "Leave out inputs whose output is newer, replace older outputs")
+        ->excludes(force, skip)
         ->option_text(" ")
         ->group(group);
     app.add_flag("--strict", options.strict, "Damaged or truncated input is an error: no output is kept")->group(group);
-    app.add_flag("--verify", options.verify, "Decode what was written, compare length and structure")->group(group);
+    auto *verify = app.add_flag("--verify", options.verify, "Decode what was written, compare length and structure");
+    verify->group(group);
+    app.add_flag("--live", options.live, "Endless input: frames leave at once, an interrupt ends it well")
+        ->option_text(" ")
+        ->excludes(verify)
+        ->group(group);
 }
 
 // Adds the flags that choose the format and lets `format` be set by whichever is given.
-void add_format_options(CLI::App &app, std::optional<Format> &format) {
-    const auto add = [&app, &format](const char *flag, Format value, const char *text) {
+void add_format_options(CLI::App &app, std::optional<Format> &format, bool &start_edit) {
+    const std::string group = "Format (only one) [as the name of the output says, else M4A]";
+    const auto add = [&app, &format, &group](const char *flag, Format value, const char *text) {
         const auto select = [&format, value] { format = value; };
-        return app.add_flag_callback(flag, select, text)
-            ->option_text(" ")
-            ->group("Format (only one) [as the name of the output says, else M4A]");
+        return app.add_flag_callback(flag, select, text)->option_text(" ")->group(group);
     };
     CLI::Option *m4a = add("--m4a", Format::m4a, "MP4 file (.m4a): plays sample-exact, carries tags and cover");
     CLI::Option *adts = add("--adts", Format::adts, "ADTS stream (.aac): a header in front of every frame");
@@ -151,6 +171,47 @@ void add_format_options(CLI::App &app, std::optional<Format> &format) {
     m4a->excludes(adts, adif, raw);
     adts->excludes(adif, raw);
     adif->excludes(raw);
+    app.add_flag("--start-edit", start_edit, "In MP4, begin a late start with an edit instead of silence")
+        ->option_text(" ")
+        ->excludes(adts, adif, raw)
+        ->group(group);
+}
+
+void add_level_options(CLI::App &app, Options &options, ArgumentTexts &texts) {
+    const std::string group = "Level";
+    app.add_option("--gain", options.gain, "Make it louder, or softer by a negative number")
+        ->type_name("DB")
+        ->option_text("DB")
+        ->check(CLI::Range(-most_gain, most_gain))
+        ->group(group);
+    app.add_flag("--loudness", options.loudness, "Measure by EBU R128 and write ReplayGain tags")->group(group);
+    app.add_option("--apply-loudness", texts.loudness_gain, "Measure, and apply the ReplayGain of track or album")
+        ->type_name("track|album")
+        ->option_text("track|album")
+        ->check(CLI::IsMember(loudness_gain_names()))
+        ->group(group);
+}
+
+void add_tag_options(CLI::App &app, Options &options, ArgumentTexts &texts) {
+    const std::string group = "Tags and cover (M4A)";
+    const auto add = [&app](const std::string &name, auto &variable, const char *type, const char *text) {
+        return app.add_option(name, variable, text)->type_name(type)->allow_extra_args(false)->group("");
+    };
+    auto *tag = add("--tag", texts.tags, "KEY=VALUE", "Set a tag; without a value: leave it out; may be repeated");
+    tag->check(check_tag)->group(group);
+    for (const char *key : {"title", "artist", "album", "album-artist", "composer", "genre", "date", "comment"}) {
+        const std::string name = std::string("--") + key;
+        std::string plain = key;
+        std::erase(plain, '-');
+        const auto set = [&options, plain](const std::string &value) {
+            options.tags.push_back(to_tag(plain + "=" + value));
+        };
+        app.add_option_function<std::string>(name, set, "The same for the usual ones")->type_name("TEXT")->group(group);
+    }
+    auto *cover = add("--cover", options.cover, "FILE", "The front cover");
+    cover->check(check_file_name)->group(group);
+    app.add_flag("--no-tags", options.no_tags, "Leave out the tags of the input")->group(group);
+    app.add_flag("--no-cover", options.no_cover, "Leave out its pictures")->group(group);
 }
 
 void add_coding_options(CLI::App &app, Options &options, ArgumentTexts &texts) {
@@ -178,19 +239,10 @@ void add_coding_options(CLI::App &app, Options &options, ArgumentTexts &texts) {
         ->group(group);
 }
 
-void add_header_options(CLI::App &app, Options &options, ArgumentTexts &texts) {
-    const std::string group = "Header contents (ADTS and ADIF)";
-    app.add_flag("--home", options.home, "Set the home bit")->group(group);
-    app.add_flag("--original", options.original, "Set the original_copy bit")->group(group);
-    app.add_option("--copyright-id", texts.copyright_id, "72-bit copyright identifier, 18 hexadecimal digits")
-        ->type_name("HEX18")
-        ->check(check_copyright_id)
-        ->group(group);
-}
-
 void add_report_options(CLI::App &app, Options &options) {
     const std::string group = "Reports";
-    app.add_flag("-q,--quiet", options.quiet, "Print warnings and errors only")->group(group);
+    auto *quiet = app.add_flag("-q,--quiet", options.quiet, "Print warnings and errors only")->group(group);
+    app.add_flag("-v,--verbose", options.verbose, "Print more about each file")->excludes(quiet)->group(group);
     app.add_flag("--no-progress", options.no_progress, "No progress bar (on terminals only anyway) or progress objects")
         ->group(group);
     app.add_flag("--json", options.json, "Print JSON objects, one per line: progress, each file, the summary")
@@ -262,9 +314,10 @@ std::optional<Options> parse_options(int argc, const char *const *argv) {
     app.option_defaults()->disable_flag_override();
     add_input_options(app, options, texts);
     add_output_options(app, options);
-    add_format_options(app, options.format);
+    add_format_options(app, options.format, options.start_edit);
     add_coding_options(app, options, texts);
-    add_header_options(app, options, texts);
+    add_level_options(app, options, texts);
+    add_tag_options(app, options, texts);
     add_report_options(app, options);
     add_general_options(app, options);
     if (!parse(app, argc, argv)) return std::nullopt;
@@ -274,7 +327,11 @@ std::optional<Options> parse_options(int argc, const char *const *argv) {
     options.bit_rate = to_bit_rate(texts.bit_rate);
     if (!texts.mode.empty()) options.mode = mode_names().at(texts.mode);
     if (!texts.pcm.empty()) options.pcm = to_pcm_format(texts.pcm);
-    if (!texts.copyright_id.empty()) options.copyright_id = to_copyright_id(texts.copyright_id);
+    for (const std::string &tag : texts.tags) options.tags.push_back(to_tag(tag));
+    if (!texts.loudness_gain.empty()) {
+        options.loudness = true;
+        options.loudness_gain = loudness_gain_names().at(texts.loudness_gain);
+    }
     check_together(options);
     return options;
 }

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace tavik {
@@ -51,6 +52,9 @@ constexpr bool is_possible(uint32_t rate, uint32_t channels) {
     return rate > 0 && rate <= highest_rate && channels > 0 && channels <= most_channels;
 }
 
+// Whether the loudness that was measured is evened out, and whose: that of each file, or of all files of its directory.
+enum class LoudnessGain : uint32_t { none, track, album };
+
 // The sampling rates that can be encoded, in Hz, ascending.
 inline constexpr std::array<uint32_t, 9> supported_rates{8000, 11025, 12000, 16000, 22050, 24000, 32000, 44100, 48000};
 
@@ -60,9 +64,12 @@ struct Options {
     std::optional<std::string> output;
     bool replace = false;
     bool skip_existing = false;
+    bool update = false;  // outputs older than their inputs are replaced, others left out
     bool strict = false;
     bool verify = false;
+    bool live = false;  // the input is endless: an interruption ends it
     std::optional<Format> format;
+    bool start_edit = false;  // MP4 files begin a late start with an edit, not with silence
 
     std::optional<uint64_t> bit_rate;  // bit/s of all channels together
     bool constant_rate = false;
@@ -71,12 +78,20 @@ struct Options {
     bool no_tns = false;
     bool priming = false;
     std::optional<PcmFormat> pcm;
+    unsigned track = 0;    // audio stream of the input, from 1; 0: the best
+    std::string language;  // that of the audio stream; empty: any
 
-    bool home = false;
-    bool original = false;
-    std::optional<std::array<uint8_t, 9>> copyright_id;  // most significant byte first
+    double gain = 0;  // dB
+    bool loudness = false;
+    LoudnessGain loudness_gain = LoudnessGain::none;  // with `loudness` only
+
+    std::vector<std::pair<std::string, std::string>> tags;  // names in capitals, values; an empty value: no such tag
+    std::string cover;                                      // file name
+    bool no_tags = false;
+    bool no_cover = false;
 
     bool quiet = false;
+    bool verbose = false;
     bool no_progress = false;
     bool json = false;
     unsigned jobs = 0;  // 0: as many as there are cores

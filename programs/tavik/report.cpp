@@ -61,8 +61,8 @@ std::string encoded_text(const Job &job, const EncodedFile &file) {
 
 std::string skipped_text(const Job &job) { return names_text(job) + ": skipped, " + job.skip_reason; }
 
-std::string damage_text(const Job &job, const std::string &damage) {
-    return fmt::format("{}: warning: {}; encoded what could be decoded", input_name(job.input), damage);
+std::string warning_text(const Job &job, const std::string &warning) {
+    return fmt::format("{}: warning: {}", input_name(job.input), warning);
 }
 
 std::string summary_text(const Summary &summary) {
@@ -93,8 +93,7 @@ std::string encoded_json(const Job &job, const EncodedFile &file) {
     json["elapsed"] = rounded(file.elapsed);
     json["speed"] = rounded(speed(file.duration(), file.elapsed));
     json["verified"] = file.verified;
-    json["warnings"] = Json::array();
-    if (file.damage) json["warnings"].push_back(*file.damage);
+    json["warnings"] = file.warnings;
     return to_line(json);
 }
 

@@ -21,7 +21,7 @@ struct Summary {
 
 std::string encoded_text(const Job &job, const EncodedFile &file);
 std::string skipped_text(const Job &job);
-std::string damage_text(const Job &job, const std::string &damage);
+std::string warning_text(const Job &job, const std::string &warning);
 std::string summary_text(const Summary &summary);
 
 std::string encoded_json(const Job &job, const EncodedFile &file);

@@ -34,7 +34,7 @@ def fish(line):
 def zsh(line):
     """From what the file gives to the shell's own function: OPTION[text]:what:(values)."""
     lines = run("zsh", "-f", "-c", '_arguments() { print -l -- "$@" }; source ./_tavik')
-    told = dict(re.findall(r"(?m)^(?:\(.*?\))?(-[\w-]+)[+=]?\[.*?\](?::.*:\((.*)\))?", "\n".join(lines)))
+    told = dict(re.findall(r"(?m)^(?:\(.*?\)|\*)?(-[\w-]+)[+=]?\[.*?\](?::.*:\((.*)\))?", "\n".join(lines)))
     _, option, *value = line.split(" ")
     return set(told[option].split()) if value else set(told)
 

@@ -16,18 +16,24 @@ _tavik() {
         [[ ${COMP_WORDS[i]} == -- ]] && return
     done
     case $option in
-        -o | --output) return ;;
+        -o | --output | --cover) return ;;
         -b | --bitrate) values='32k 48k 64k 96k 128k 160k 192k 256k 320k' ;;
         --rate) values='48000 44100 32000 24000 22050 16000 12000 11025 8000' ;;
         --mode) values='mono stereo two-mono' ;;
         --pcm) values='u8 s16le s16be s24le s24be s32le s32be f32le f32be' ;;
         -j | --jobs) values=$(seq "$(nproc)") ;;
-        --copyright-id) compopt +o default ;;
+        --apply-loudness) values='track album' ;;
+        --track | --language | --gain | --tag | --title | --artist | --album | --album-artist | --composer | --genre | --date | \
+            --comment) compopt +o default ;;
         *)
             [[ $word == -* ]] || return
-            values='-o --output -f --force --skip-existing --strict --verify --m4a --adts --adif --raw-frames
-                -b --bitrate --cbr --rate --mode --no-tns --priming --pcm --home --original --copyright-id
-                -q --quiet --no-progress --json -j --jobs --version -h --help'
+            values='-o --output -f --force --skip-existing --update --strict --verify --live
+                --m4a --adts --adif --raw-frames --start-edit
+                -b --bitrate --cbr --rate --mode --no-tns --priming --pcm --track --language
+                --gain --loudness --apply-loudness
+                --tag --title --artist --album --album-artist --composer --genre --date --comment
+                --cover --no-tags --no-cover
+                -q --quiet -v --verbose --no-progress --json -j --jobs --version -h --help'
             ;;
     esac
     mapfile -t COMPREPLY < <(compgen -W "$values" -- "$word")
