@@ -1,17 +1,24 @@
 // Damage is whatever a library function returns or logs as an error; the first is kept and decoding goes on behind it.
 #include "audio_decoder.h"
 
-#include <fmt/format.h>
+extern "C" {
+#include <libavutil/intreadwrite.h>
+}
 
+#include <fileref.h>
+#include <fmt/format.h>
+#include <oggfile.h>
+#include <oggpageheader.h>
+#include <strings.h>
+
+#include <algorithm>
 #include <array>
 #include <filesystem>
 #include <string_view>
 #include <utility>
-#include <vector>
 
 #include "ffmpeg_log.h"
 #include "file_names.h"
-#include "ogg_end.h"
 #include "program_error.h"
 
 namespace tavik {
@@ -29,18 +36,12 @@ constexpr double alac_packet = 4096;  // samples
 // Damage so close to the end belongs to a file that was cut off.
 constexpr double end_of_file_seconds = 0.5;
 
+constexpr int64_t longest_silence = 4096;  // samples that are given at once
+
 bool is_lossless(const AVCodecParameters &parameters) {
     const AVCodecDescriptor *descriptor = avcodec_descriptor_get(parameters.codec_id);
     return descriptor != nullptr && (descriptor->props & AV_CODEC_PROP_LOSSLESS) != 0 &&
            (descriptor->props & AV_CODEC_PROP_LOSSY) == 0;
-}
-
-std::string layout_text(const PcmFormat &pcm) {
-    std::array<char, 256> text{};
-    AVChannelLayout layout{};
-    const bool is_known = pcm.channel_mask != 0 && av_channel_layout_from_mask(&layout, pcm.channel_mask) == 0 &&
-                          av_channel_layout_describe(&layout, text.data(), text.size()) > 0;
-    return is_known ? text.data() : fmt::format("{} channels", pcm.channels);
 }
 
 bool is_pcm(const AVCodecParameters &parameters) {
@@ -48,61 +49,94 @@ bool is_pcm(const AVCodecParameters &parameters) {
            parameters.sample_rate > 0 && parameters.ch_layout.nb_channels > 0;
 }
 
-// As the headers of the file give them, in units of each stream; once packets are read, what is missing is estimated.
-std::vector<int64_t> declared_durations(const AVFormatContext &format) {
-    std::vector<int64_t> durations;
-    for (unsigned i = 0; i < format.nb_streams; ++i) durations.push_back(format.streams[i]->duration);
-    return durations;
+// Streams that take time.
+int64_t count_media(const AVFormatContext &format) {
+    return std::count_if(format.streams, format.streams + format.nb_streams, [](const AVStream *stream) {
+        const bool is_picture = (stream->disposition & AV_DISPOSITION_ATTACHED_PIC) != 0;
+        return !is_picture && (stream->codecpar->codec_type == AVMEDIA_TYPE_AUDIO ||
+                               stream->codecpar->codec_type == AVMEDIA_TYPE_VIDEO);
+    });
+}
+
+// Bytes of samples that a WAV file's header tells of, in the last 4 bytes before them. libavformat dismisses the number
+// where the file is shorter, which is what matters here. A program that writes into a pipe, or is killed, leaves 0 or
+// some number around 2^31 or 2^32.
+std::optional<int64_t> declared_wav_bytes(std::span<const uint8_t> size) {
+    const int64_t bytes = AV_RL32(size.data());
+    const bool is_placeholder = bytes == 0 || (bytes >= 0x7FFF'0000 && bytes <= 0x8000'0100) || bytes >= 0xFFFF'0000;
+    return is_placeholder ? std::nullopt : std::optional(bytes);
+}
+
+// The last page of an Ogg file is not complete, or does not say that it is the last of its stream (RFC 3533).
+bool lacks_ogg_end(const std::string &path) {
+    const TagLib::FileRef reference(path.c_str(), false);
+    auto *file = dynamic_cast<TagLib::Ogg::File *>(reference.file());
+    if (file == nullptr) return false;
+    const auto last = file->rfind("OggS");
+    const TagLib::Ogg::PageHeader page(file, last);
+    return last < 0 || !page.isValid() || !page.lastPageOfStream() ||
+           last + page.size() + page.dataSize() > file->length();
+}
+
+std::string language_of(const AVStream &stream) {
+    const AVDictionaryEntry *language = av_dict_get(stream.metadata, "language", nullptr, 0);
+    return language != nullptr && language->value != "und"sv ? language->value : "";
+}
+
+std::vector<const AVStream *> audio_streams(const AVFormatContext &format) {
+    std::vector<const AVStream *> streams;
+    for (unsigned i = 0; i < format.nb_streams; ++i) {
+        if (format.streams[i]->codecpar->codec_type == AVMEDIA_TYPE_AUDIO) streams.push_back(format.streams[i]);
+    }
+    return streams;
+}
+
+// Such as "1 (eng), 2, 3 (deu)".
+std::string list_text(const std::vector<const AVStream *> &streams) {
+    std::string text;
+    for (size_t i = 0; i < streams.size(); ++i) {
+        const std::string language = language_of(*streams[i]);
+        text += fmt::format("{}{}{}", i == 0 ? "" : ", ", i + 1, language.empty() ? "" : " (" + language + ")");
+    }
+    return text;
 }
 
 }  // namespace
 
-AudioDecoder::AudioDecoder(std::string path, std::optional<PcmFormat> pcm)
-    : path_(std::move(path)), packet_(own(av_packet_alloc())), frame_(own(av_frame_alloc())) {
+AudioDecoder::AudioDecoder(Source source)
+    : source_(std::move(source)),
+      packet_(own(av_packet_alloc())),
+      frame_(own(av_frame_alloc())),
+      silence_(own(av_frame_alloc())) {
     take_ffmpeg_log();
     check_file();
-    if (StreamInput::suits(path_)) open_stream(pcm);
-    open_format(pcm);
-    const std::vector<int64_t> declared = declared_durations(*format_);
+    if (StreamInput::suits(source_.path)) stream_.emplace(source_.path);
+    open_format();
+    const std::vector<std::optional<double>> lengths = declared_lengths();
     find_stream_information();
+    choose_stream();
     open_codec();
-    const bool is_pipe = stream_ && !stream_->is_seekable();
-    if (take_ffmpeg_log().open_ended_file || pcm || is_pipe) open_ended_ = true;
     const auto index = static_cast<size_t>(stream_index_);
-    if (!declared_seconds_ && index < declared.size() && declared[index] > 0) {
-        declared_seconds_ = static_cast<double>(declared[index]) * av_q2d(stream().time_base);
-    }
-    check_end();
+    if (index < lengths.size()) declared_seconds_ = lengths[index];
+    note_end();
+    if (source_.is_thorough) checksum_ = SampleChecksum::of(stream());
+    timeline_ = Timeline((format_->iformat->flags & AVFMT_TS_DISCONT) != 0);
 }
 
 void AudioDecoder::check_file() const {
-    if (path_ == standard_stream) return;
+    if (source_.path == standard_stream) return;
     std::error_code no_size;
-    if (std::filesystem::is_directory(path_, no_size)) fail("is a directory");
-    if (std::filesystem::file_size(path_, no_size) == 0 && !no_size) fail("is empty");
+    if (std::filesystem::is_directory(source_.path, no_size)) fail("is a directory");
+    if (std::filesystem::file_size(source_.path, no_size) == 0 && !no_size) fail("is empty");
 }
 
-// Samples behind a WAV header are read as those without one.
-void AudioDecoder::open_stream(std::optional<PcmFormat> &pcm) {
-    stream_.emplace(path_, !pcm);
-    const std::optional<WavHeader> &header = stream_->wav_header();
-    if (!header || stream_->is_seekable()) return;
-    pcm = header->format;
-    note_wav_length(*header);
-}
-
-void AudioDecoder::note_wav_length(const WavHeader &header) {
-    declared_seconds_ = header.seconds;
-    open_ended_ = !header.seconds;
-}
-
-void AudioDecoder::open_format(const std::optional<PcmFormat> &pcm) {
+void AudioDecoder::open_format() {
     AVDictionary *options = nullptr;
     const AVInputFormat *demuxer = nullptr;
-    if (pcm) {
-        demuxer = av_find_input_format(pcm->sample_format.c_str());
-        av_dict_set_int(&options, "sample_rate", pcm->rate, 0);
-        av_dict_set(&options, "ch_layout", layout_text(*pcm).c_str(), 0);
+    if (source_.pcm) {
+        demuxer = av_find_input_format(source_.pcm->sample_format.c_str());
+        av_dict_set_int(&options, "sample_rate", source_.pcm->rate, 0);
+        av_dict_set(&options, "ch_layout", fmt::format("{} channels", source_.pcm->channels).c_str(), 0);
     }
     // Playlists and the like must not lead to other places.
     av_dict_set(&options, "protocol_whitelist", "file,pipe", 0);
@@ -110,12 +144,12 @@ void AudioDecoder::open_format(const std::optional<PcmFormat> &pcm) {
     if (format == nullptr) throw std::bad_alloc();
     if (stream_) format->pb = stream_->io();
     // The prefix keeps a colon in the name from being read as a protocol.
-    const std::string url = stream_ ? "" : "file:" + path_;
+    const std::string url = stream_ ? "" : "file:" + source_.path;
     const int result = avformat_open_input(&format, url.c_str(), demuxer, &options);
     av_dict_free(&options);
+    const std::string reason = result < 0 ? take_ffmpeg_log().first_error : "";
     if (result == AVERROR_EOF) fail("has no audio");
     if (result == AVERROR_INVALIDDATA || result == AVERROR(EINVAL)) {
-        const std::string reason = take_ffmpeg_log().first_error;
         fail("not an audio file" + (reason.empty() ? "" : " (" + reason + ")"));
     }
     if (result < 0) fail("cannot open: " + ffmpeg_error_text(result));
@@ -130,45 +164,107 @@ void AudioDecoder::find_stream_information() {
     if (const int error = avformat_find_stream_info(format_.get(), nullptr); error < 0) fail(ffmpeg_error_text(error));
 }
 
-// Looks at files themselves where libavformat makes up for what is missing at the end.
-void AudioDecoder::check_end() {
-    if (stream_ && !stream_->is_seekable()) return;
-    const std::string path = stream_ ? "/dev/stdin" : path_;
-    const std::string_view name = format_->iformat->name;
-    if (name == "ogg") is_cut_off_ = lacks_ogg_end(path);
-    if (name == "wav") {
-        const std::optional<WavHeader> header = stream_ ? stream_->wav_header() : wav_header_of(path);
-        if (header) note_wav_length(*header);
+// Seconds of each stream as the headers give them: what is missing is estimated once packets are read.
+std::vector<std::optional<double>> AudioDecoder::declared_lengths() const {
+    std::vector<std::optional<double>> lengths;
+    for (unsigned i = 0; i < format_->nb_streams; ++i) {
+        const AVStream &stream = *format_->streams[i];
+        const bool is_known = stream.duration > 0;
+        lengths.push_back(is_known ? std::optional(static_cast<double>(stream.duration) * av_q2d(stream.time_base))
+                                   : std::nullopt);
+    }
+    if (!is_wav() || format_->nb_streams == 0) return lengths;
+    const AVCodecParameters &first = *format_->streams[0]->codecpar;
+    if (!is_pcm(first) || first.block_align <= 0) return lengths;
+    std::array<uint8_t, 4> size{};
+    if (!read_before_samples(size)) return lengths;
+    const auto bytes = declared_wav_bytes(size);
+    if (bytes) lengths[0] = static_cast<double>(*bytes / first.block_align) / first.sample_rate;
+    return lengths;
+}
+
+// The bytes in front of the first packet, where the header has been read only.
+bool AudioDecoder::read_before_samples(std::span<uint8_t> bytes) const {
+    const int64_t position = avio_tell(format_->pb) - std::ssize(bytes);
+    if (is_pipe()) return stream_->read_again(position, bytes);
+    const bool is_read = avio_seek(format_->pb, position, SEEK_SET) >= 0 &&
+                         avio_read(format_->pb, bytes.data(), static_cast<int>(bytes.size())) == std::ssize(bytes);
+    return is_read;
+}
+
+bool AudioDecoder::is_pipe() const { return stream_ && !stream_->is_seekable(); }
+
+bool AudioDecoder::is_wav() const { return format_->iformat->name == "wav"sv; }
+
+// libavformat makes up for what is missing at the end of an Ogg file, and takes it for complete.
+void AudioDecoder::note_end() {
+    open_ended_ = !declared_seconds_ && (source_.pcm || is_wav() || is_pipe());
+    if (format_->iformat->name == "ogg"sv && !is_pipe())
+        is_cut_off_ = lacks_ogg_end(stream_ ? "/dev/stdin" : source_.path);
+}
+
+void AudioDecoder::choose_stream() {
+    const auto streams = audio_streams(*format_);
+    int wanted = -1;
+    if (!source_.language.empty()) {
+        const auto found = std::ranges::find_if(streams, [this](const AVStream *stream) {
+            return ::strcasecmp(language_of(*stream).c_str(), source_.language.c_str()) == 0;
+        });
+        if (found != streams.end()) wanted = (*found)->index;
+    } else if (source_.track > 0 && source_.track <= streams.size()) {
+        wanted = streams[source_.track - 1]->index;
+    }
+    const AVCodec *decoder = nullptr;
+    stream_index_ = av_find_best_stream(format_.get(), AVMEDIA_TYPE_AUDIO, wanted, -1, &decoder, 0);
+    if (stream_index_ == AVERROR_DECODER_NOT_FOUND) fail("no decoder for its audio");
+    if (stream_index_ < 0) fail("no audio stream");
+    const bool is_chosen = source_.track > 0 || !source_.language.empty();
+    if (is_chosen && wanted < 0) fail("no such audio track, it has " + list_text(streams));
+    for (int i = 0; i < static_cast<int>(format_->nb_streams); ++i) {
+        if (i != stream_index_) format_->streams[i]->discard = AVDISCARD_ALL;
     }
 }
 
 void AudioDecoder::open_codec() {
-    const AVCodec *codec = nullptr;
-    stream_index_ = av_find_best_stream(format_.get(), AVMEDIA_TYPE_AUDIO, -1, -1, &codec, 0);
-    if (stream_index_ == AVERROR_DECODER_NOT_FOUND) fail("no decoder for its audio");
-    if (stream_index_ < 0) fail("no audio stream");
-    for (int i = 0; i < static_cast<int>(format_->nb_streams); ++i) {
-        if (i != stream_index_) format_->streams[i]->discard = AVDISCARD_ALL;
-    }
-
+    const AVCodec *codec = avcodec_find_decoder(stream().codecpar->codec_id);
     codec_ = own(avcodec_alloc_context3(codec));
     codec_->pkt_timebase = stream().time_base;  // for the removal of encoder delay and padding
+    codec_->err_recognition = AV_EF_CRCCHECK;
     int result = avcodec_parameters_to_context(codec_.get(), stream().codecpar);
     if (result >= 0) result = avcodec_open2(codec_.get(), codec, nullptr);
     if (result < 0) fail("cannot decode: " + ffmpeg_error_text(result));
 }
 
+Track AudioDecoder::track() const {
+    const auto streams = audio_streams(*format_);
+    const auto place = std::ranges::find(streams, &stream()) - streams.begin();
+    return {static_cast<unsigned>(place + 1), static_cast<unsigned>(streams.size()), language_of(stream())};
+}
+
 const AVFrame *AudioDecoder::next() {
+    if (!has_frame_) has_frame_ = decode();
+    if (!has_frame_) return nullptr;
+    if (silence_left_ > 0) return silent_frame();
+    has_frame_ = false;
+    return frame_.get();
+}
+
+// Decodes the next frame that is of use, and sets the silence before it; false at the end.
+bool AudioDecoder::decode() {
     for (;;) {
         const int result = avcodec_receive_frame(codec_.get(), frame_.get());
         note_logged_damage();
-        if (result == AVERROR_EOF) return nullptr;
+        if (result == AVERROR_EOF) {
+            is_checksum_wrong_ = is_checksum_wrong_ || (checksum_ && !checksum_->holds());
+            checksum_.reset();
+            return false;
+        }
         if (result >= 0) {
-            if (complete_frame()) return frame_.get();
+            if (complete_frame()) return true;
             continue;
         }
         if (result != AVERROR(EAGAIN)) note_damage(result);
-        if (!feed()) return nullptr;
+        if (!feed()) return false;
     }
 }
 
@@ -207,8 +303,49 @@ bool AudioDecoder::complete_frame() {
     if (frame_->ch_layout.order == AV_CHANNEL_ORDER_UNSPEC) {
         av_channel_layout_default(&frame_->ch_layout, frame_->ch_layout.nb_channels);
     }
-    seconds_ += static_cast<double>(frame_->nb_samples) / frame_->sample_rate;
-    return true;
+    if (checksum_) checksum_->add(*frame_);
+    const bool is_first = timeline_.position() == 0;
+    const Placement placement = timeline_.place(frame_seconds(), frame_->nb_samples, frame_->sample_rate);
+    if (is_first) late_start_ = static_cast<double>(placement.silence) / frame_->sample_rate;
+    if (!is_first || !source_.keeps_start) silence_left_ = placement.silence;
+    cut_frame(placement.cut);
+    return frame_->nb_samples > 0;
+}
+
+// The frame's time stamp. It counts from the start of the file, which is that of the audio where there is nothing else.
+std::optional<double> AudioDecoder::frame_seconds() {
+    if (frame_->best_effort_timestamp == AV_NOPTS_VALUE) return std::nullopt;
+    const double seconds = static_cast<double>(frame_->best_effort_timestamp) * av_q2d(stream().time_base);
+    if (!file_start_) {
+        const bool is_alone = count_media(*format_) == 1 || format_->start_time == AV_NOPTS_VALUE;
+        file_start_ = is_alone ? seconds : static_cast<double>(format_->start_time) / AV_TIME_BASE;
+    }
+    return seconds - *file_start_;
+}
+
+// Leaves so many samples out at the start of the frame.
+void AudioDecoder::cut_frame(int64_t samples) {
+    const auto format = static_cast<AVSampleFormat>(frame_->format);
+    const bool is_planar = av_sample_fmt_is_planar(format) != 0;
+    const int channels = frame_->ch_layout.nb_channels;
+    const int64_t bytes = samples * av_get_bytes_per_sample(format) * (is_planar ? 1 : channels);
+    for (int i = 0; i < (is_planar ? channels : 1); ++i) frame_->extended_data[i] += bytes;
+    frame_->nb_samples -= static_cast<int>(samples);
+}
+
+// Some of the silence before the frame, in the frame's format.
+const AVFrame *AudioDecoder::silent_frame() {
+    av_frame_unref(silence_.get());
+    silence_->format = frame_->format;
+    silence_->sample_rate = frame_->sample_rate;
+    silence_->nb_samples = static_cast<int>(std::min(silence_left_, longest_silence));
+    int result = av_channel_layout_copy(&silence_->ch_layout, &frame_->ch_layout);
+    if (result >= 0) result = av_frame_get_buffer(silence_.get(), 0);
+    if (result < 0) throw std::bad_alloc();
+    av_samples_set_silence(silence_->extended_data, 0, silence_->nb_samples, silence_->ch_layout.nb_channels,
+                           static_cast<AVSampleFormat>(silence_->format));
+    silence_left_ -= silence_->nb_samples;
+    return silence_.get();
 }
 
 std::optional<double> AudioDecoder::duration() const {
@@ -227,12 +364,12 @@ double AudioDecoder::tolerance() const {
 }
 
 bool AudioDecoder::is_truncated() const {
-    return is_cut_off_ || (declared_seconds_ && seconds_ < *declared_seconds_ - tolerance());
+    return is_cut_off_ || (declared_seconds_ && timeline_.position() < *declared_seconds_ - tolerance());
 }
 
 // Behind the last sample, such as the tag of another format, or the trace of a cut that is reported as such.
 bool AudioDecoder::is_unimportant(const Damage &damage) const {
-    if (is_truncated()) return damage.seconds > seconds_ - end_of_file_seconds;
+    if (is_truncated()) return damage.seconds > seconds() - end_of_file_seconds;
     return declared_seconds_ && damage.seconds >= *declared_seconds_ - tolerance();
 }
 
@@ -240,9 +377,17 @@ std::optional<std::string> AudioDecoder::damage() const {
     if (damage_ && !is_unimportant(*damage_)) {
         return fmt::format("damaged at {:.3f} s ({})", damage_->seconds, damage_->reason);
     }
-    if (!is_truncated()) return std::nullopt;
-    if (is_cut_off_) return fmt::format("truncated: ends after {:.3f} s", seconds_);
-    return fmt::format("truncated: {:.3f} s of {:.3f} s", seconds_, *declared_seconds_);
+    if (is_cut_off_) return fmt::format("truncated: ends after {:.3f} s", seconds());
+    if (is_truncated()) return fmt::format("truncated: {:.3f} s of {:.3f} s", seconds(), *duration());
+    if (is_checksum_wrong_) return "damaged (its samples are not those of its MD5 checksum)";
+    return std::nullopt;
+}
+
+std::string AudioDecoder::why_no_samples() const {
+    const bool is_mp4 = std::string_view(format_->iformat->name).starts_with("mov,");
+    if (is_mp4 && is_pipe()) return "an MP4 with its index at the end: give the file, not a pipe";
+    const auto damage = this->damage();
+    return "no audio samples" + (damage ? " (" + *damage + ")" : "");
 }
 
 // Prefers what the libraries said about the error to its number.
@@ -257,11 +402,11 @@ void AudioDecoder::note_logged_damage() {
 }
 
 void AudioDecoder::note_damage(const std::string &reason) {
-    if (!damage_) damage_ = Damage{seconds_, reason};
+    if (!damage_) damage_ = Damage{seconds(), reason};
 }
 
 void AudioDecoder::fail(const std::string &problem) const {
-    throw ProgramError(ExitCode::input, input_name(path_), problem);
+    throw ProgramError(ExitCode::input, input_name(source_.path), problem);
 }
 
 }  // namespace tavik

@@ -17,18 +17,16 @@ constexpr int drain_room = 1024;  // samples per channel that are taken out of a
 
 }  // namespace
 
-AudioReader::AudioReader(const std::string &path, const std::optional<PcmFormat> &pcm)
-    : path_(path), decoder_(path, pcm), pending_(decoder_.next()) {
+AudioReader::AudioReader(const Source &source) : decoder_(source), pending_(decoder_.next()) {
     if (pending_ == nullptr) {
-        const auto damage = decoder_.damage();
-        throw ProgramError(ExitCode::input, input_name(path_),
-                           "no audio samples" + (damage ? " (" + *damage + ")" : ""));
+        throw ProgramError(ExitCode::input, input_name(decoder_.path()), decoder_.why_no_samples());
     }
     source_ = {static_cast<uint32_t>(pending_->sample_rate), static_cast<uint32_t>(pending_->ch_layout.nb_channels)};
 }
 
-void AudioReader::set_output(AudioFormat format) {
+void AudioReader::set_output(AudioFormat format, double gain_db) {
     output_ = format;
+    level_ = Level(gain_db);
     fifo_ = own(av_audio_fifo_alloc(AV_SAMPLE_FMT_S16, static_cast<int>(format.channels), 1));
 }
 
@@ -47,6 +45,11 @@ bool AudioReader::refill() {
         drain_converter();
         return false;
     }
+    if (is_as_wanted(*frame)) {
+        drain_converter();
+        store(frame->data[0], frame->nb_samples);
+        return true;
+    }
     if (!converter_fits(*frame)) {
         drain_converter();
         make_converter(*frame);
@@ -56,6 +59,17 @@ bool AudioReader::refill() {
     auto **samples = const_cast<const uint8_t **>(frame->extended_data);  // NOLINT(*-const-cast)
     convert(samples, count, swr_get_out_samples(converter_.get(), count));
     return true;
+}
+
+bool AudioReader::is_as_wanted(const AVFrame &frame) const {
+    return frame.format == AV_SAMPLE_FMT_S16 && frame.sample_rate == static_cast<int>(output_.rate) &&
+           frame.ch_layout.nb_channels == static_cast<int>(output_.channels) && !level_.has_gain();
+}
+
+// Samples per channel into the FIFO. av_audio_fifo_write() reads them only, but its type does not say so.
+void AudioReader::store(void *samples, int count) {
+    const int result = av_audio_fifo_write(fifo_.get(), &samples, count);
+    if (result < 0) throw std::bad_alloc();
 }
 
 bool AudioReader::converter_fits(const AVFrame &frame) const {
@@ -73,7 +87,7 @@ void AudioReader::make_converter(const AVFrame &frame) {
         result = try_converter(frame, usual);
     }
     if (result < 0) {
-        throw ProgramError(ExitCode::input, input_name(path_),
+        throw ProgramError(ExitCode::input, input_name(decoder_.path()),
                            "cannot convert its " + std::to_string(frame.ch_layout.nb_channels) + " channels at " +
                                std::to_string(frame.sample_rate) + " Hz");
     }
@@ -89,11 +103,13 @@ int AudioReader::try_converter(const AVFrame &frame, ChannelLayout &input_layout
     av_channel_layout_default(&layout, static_cast<int>(output_.channels));
     SwrContext *converter = nullptr;
     int result =
-        swr_alloc_set_opts2(&converter, &layout, AV_SAMPLE_FMT_S16, static_cast<int>(output_.rate), &input_layout,
+        swr_alloc_set_opts2(&converter, &layout, AV_SAMPLE_FMT_FLT, static_cast<int>(output_.rate), &input_layout,
                             static_cast<AVSampleFormat>(frame.format), frame.sample_rate, 0, nullptr);
     converter_.reset(converter);
     const bool duplicates = input_layout.nb_channels == 1 && output_.channels == 2;
     if (result >= 0 && duplicates) result = swr_set_matrix(converter, unity_gains.data(), 1);
+    // Mixing does not make it louder, as the library would see to by itself only for whole numbers.
+    if (result >= 0) result = av_opt_set_double(converter, "rematrix_maxval", 1, 0);
     return result >= 0 ? swr_init(converter) : result;
 }
 
@@ -102,11 +118,14 @@ int AudioReader::try_converter(const AVFrame &frame, ChannelLayout &input_layout
 int AudioReader::convert(const uint8_t **samples, int count, int room) {
     converted_.resize(static_cast<size_t>(room) * output_.channels);
     auto *bytes = reinterpret_cast<uint8_t *>(converted_.data());  // NOLINT(*-reinterpret-cast): FFmpeg's sample type
-    int result = swr_convert(converter_.get(), &bytes, room, samples, count);
-    void *data = converted_.data();
-    if (result > 0) result = av_audio_fifo_write(fifo_.get(), &data, result);
-    if (result < 0)
-        throw ProgramError(ExitCode::input, input_name(path_), "cannot convert: " + ffmpeg_error_text(result));
+    const int result = swr_convert(converter_.get(), &bytes, room, samples, count);
+    if (result < 0) {
+        throw ProgramError(ExitCode::input, input_name(decoder_.path()),
+                           "cannot convert: " + ffmpeg_error_text(result));
+    }
+    levelled_.resize(converted_.size());
+    level_.to_16_bits(std::span(converted_).first(static_cast<size_t>(result) * output_.channels), levelled_);
+    store(levelled_.data(), result);
     converter_input_ += count;
     converter_output_ += result;
     return result;

@@ -1,8 +1,10 @@
 #include "encode_file.h"
 
+#include <algorithm>
 #include <array>
 #include <chrono>
 #include <filesystem>
+#include <iterator>
 #include <system_error>
 #include <vector>
 
@@ -76,7 +78,7 @@ EncodedFile encode_opened(const Options &options, const Job &job, AudioReader &r
 
     // The output is not touched before the input has shown that there is something to write.
     Block block;
-    reader.set_output({result.config.sample_rate, channel_count(result.config)});
+    reader.set_output({result.config.sample_rate, channel_count(result.config)}, options.gain);
     read_block(reader, channel_count(result.config), block);
     if (block.count == 0) throw ProgramError(ExitCode::input, input_name(job.input), "no audio samples");
 
@@ -92,8 +94,11 @@ EncodedFile encode_opened(const Options &options, const Job &job, AudioReader &r
     result.bytes = output.size();
     if (const auto damage = reader.decoder().damage()) {
         if (options.strict) throw ProgramError(ExitCode::input, input_name(job.input), *damage);
-        result.warnings.push_back(*damage + "; encoded what could be decoded");
+        result.warnings.push_back(*damage);
     }
+    std::ranges::copy(describe(reader.decoder().time_errors(), options.start_edit),
+                      std::back_inserter(result.warnings));
+    if (const auto warning = reader.level().warning()) result.warnings.push_back(*warning);
     if (options.verify) verify(output, result, marks);
     result.verified = options.verify;
     output.commit();
@@ -105,7 +110,12 @@ EncodedFile encode_opened(const Options &options, const Job &job, AudioReader &r
 EncodedFile encode_file(const Options &options, const Job &job, const std::function<void(FileProgress)> &report) {
     if (job.problem) throw ProgramError(*job.problem);
     const auto start = std::chrono::steady_clock::now();
-    AudioReader reader(job.input, options.pcm);
+    AudioReader reader({.path = job.input,
+                        .pcm = options.pcm,
+                        .track = options.track,
+                        .language = options.language,
+                        .keeps_start = options.start_edit,
+                        .is_thorough = options.strict || options.verify});
     EncodedFile result = encode_opened(options, job, reader, report);
     result.elapsed = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     return result;

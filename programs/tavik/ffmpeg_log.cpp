@@ -18,7 +18,6 @@ thread_local FfmpegLog current_log;  // NOLINT(cppcoreguidelines-avoid-non-const
 
 void keep_message(const std::string &message, int level) {
     if (level <= AV_LOG_ERROR && current_log.first_error.empty()) current_log.first_error = message;
-    if (message.starts_with("Ignoring maximum wav data size")) current_log.open_ended_file = true;
 }
 
 void receive_message(void * /*context*/, int level, const char *format, va_list arguments) {

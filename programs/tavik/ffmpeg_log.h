@@ -7,8 +7,7 @@ namespace tavik {
 
 // What FFmpeg's libraries had to say in some period.
 struct FfmpegLog {
-    std::string first_error;       // empty when there was none
-    bool open_ended_file = false;  // a header without a valid length: written by a program that could not seek back
+    std::string first_error;  // empty when there was none
 };
 
 // From now on FFmpeg's libraries print nothing; their messages are kept for take_ffmpeg_log().

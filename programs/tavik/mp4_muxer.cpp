@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cmath>
 #include <string>
 #include <utility>
 
@@ -88,7 +89,10 @@ bool is_made_by_tavik(const std::string &path) {
 }
 
 Mp4Muxer::Mp4Muxer(OutputFile &output, const EncoderConfig &config, const AudioDecoder &source)
-    : output_(output), held_(own(av_packet_alloc())) {
+    : output_(output),
+      held_(own(av_packet_alloc())),
+      start_(std::llround(source.start() * config.sample_rate)),
+      next_time_(start_ - TAVIK_FRAME_LENGTH) {
     take_ffmpeg_log();
     open_output();
     add_audio_stream(config, source.stream());
@@ -187,7 +191,7 @@ void Mp4Muxer::write_held_packet(int64_t duration) {
 
 void Mp4Muxer::finish(uint64_t samples) {
     const int64_t last_start = next_time_ - TAVIK_FRAME_LENGTH;
-    write_held_packet(static_cast<int64_t>(samples) - last_start);
+    write_held_packet(start_ + static_cast<int64_t>(samples) - last_start);
     check(av_write_trailer(format_.get()));
     avio_flush(io_.get());
     check(io_->error);

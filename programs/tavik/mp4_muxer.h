@@ -50,8 +50,9 @@ class Mp4Muxer {
     FfmpegHandle<AVIOContext> io_;
     FfmpegHandle<AVFormatContext> format_;
     FfmpegHandle<AVPacket> held_;  // the latest frame: the duration of the last one is known only at the end
-    int64_t next_time_ = -TAVIK_FRAME_LENGTH;  // of the next frame, in samples; playing starts at 0
-    std::exception_ptr error_;                 // of the output, on its way through FFmpeg's functions
+    int64_t start_;                // when the first sample is to be heard, in samples; playing starts at 0
+    int64_t next_time_;            // of the next frame
+    std::exception_ptr error_;     // of the output, on its way through FFmpeg's functions
 };
 
 }  // namespace tavik

@@ -42,7 +42,6 @@ struct PcmFormat {
     std::string sample_format;  // name of FFmpeg's demuxer: s16le, u8, ...
     uint32_t rate = 44100;      // Hz
     uint32_t channels = 2;
-    uint64_t channel_mask = 0;  // which loudspeakers they are for, as FFmpeg and WAV number them; 0: not known
 };
 
 // Within what is taken for such samples.

@@ -2,21 +2,19 @@
 #pragma once
 
 #include <cstdint>
-#include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
 #include "ffmpeg_handles.h"
-#include "wav_header.h"
 
 namespace tavik {
 
-// Reads for libavformat. In a pipe, a WAV header is read here: libavformat would look at the first 128 Kbyte behind it
-// before it gives any of them, three quarters of a second of live stereo.
+// Reads for libavformat.
 class StreamInput {
  public:
     // `path` may be standard_stream. Throws ProgramError with ExitCode::input when it cannot be opened.
-    StreamInput(const std::string &path, bool may_be_wav);
+    explicit StreamInput(const std::string &path);
     ~StreamInput();
     StreamInput(const StreamInput &) = delete;
     StreamInput &operator=(const StreamInput &) = delete;
@@ -29,11 +27,10 @@ class StreamInput {
     // Can be gone back over, as a file that is standard input can.
     bool is_seekable() const { return start_ >= 0; }
 
-    // The header if there is one; in a pipe, io() then gives only the samples behind it.
-    const std::optional<WavHeader> &wav_header() const { return wav_header_; }
+    // Bytes near the beginning of a pipe, which have been read before; false when they have not, or are too far behind.
+    bool read_again(int64_t position, std::span<uint8_t> bytes) const;
 
  private:
-    bool read_more(std::vector<uint8_t> &bytes, size_t count);
     int read(uint8_t *bytes, size_t room);
     int64_t seek(int64_t offset, int whence) const;
 
@@ -41,11 +38,8 @@ class StreamInput {
     static int64_t seek_callback(void *input, int64_t offset, int whence);
 
     int descriptor_;
-    int64_t start_ = -1;         // position in the file when it was opened; -1 in a pipe
-    std::vector<uint8_t> head_;  // read ahead, and still to be given to io()
-    size_t head_given_ = 0;
-    std::optional<WavHeader> wav_header_;
-    std::optional<uint64_t> bytes_to_come_;  // before what counts as the end
+    int64_t start_;              // position in the file when it was opened; -1 in a pipe
+    std::vector<uint8_t> head_;  // of a pipe
     FfmpegHandle<AVIOContext> io_;
 };
 

@@ -141,12 +141,11 @@ def test_wav_headers_mean_the_same_in_files_and_pipes(tavik, samples, chunks):
 
 
 def test_other_wav_headers_on_a_pipe(tavik):
-    """Long files whose lengths are known or not, and what is no header at all."""
-    for size in (len(SAMPLES), 0, (1 << 64) - 1):
-        data = b"RF64\xff\xff\xff\xffWAVE" + chunk(b"ds64", struct.pack("<QQQI", size, size, 0, 0)) + FORMAT + ENDLESS
-        data += b"LIST" if size == len(SAMPLES) else b""
-        tavik.encode("-", "-o", "x.m4a", "-f", "--strict", data=data)
-        assert probe("x.m4a", "stream=duration_ts") == ["duration_ts=20000"]
+    """A long file, and what is no header at all."""
+    size = len(SAMPLES)
+    data = b"RF64\xff\xff\xff\xffWAVE" + chunk(b"ds64", struct.pack("<QQQI", size, size, 0, 0)) + FORMAT + ENDLESS
+    tavik.encode("-", "-o", "x.m4a", "--strict", data=data + b"LIST")
+    assert probe("x.m4a", "stream=duration_ts") == ["duration_ts=20000"]
     for chunks in (chunk(b"fmt ", b"", 0xFFFFFFFF), FORMAT, FORMAT + b"da", DATA):
         tavik.refuse(3, "standard input: ", "-", "-o", "new.m4a", data=b"RIFF\xff\xff\xff\xffWAVE" + chunks)
 
@@ -179,14 +178,16 @@ def test_memory_does_not_grow_with_the_input(tavik, sound):
 
 @pytest.mark.parametrize("kind", ["wav", "pcm"])
 def test_live_stream(tavik, kind):
-    """Input that pauses after each frame: what can be coded by then comes out, and waits for no more."""
+    """Input that pauses after each frame: what can be coded by then comes out, and waits for no more.
+
+    The first 128 Kbyte behind a WAV header are looked at before any of them is used."""
     write_noise("noise.wav", 61440)
     data = Path("noise.wav").read_bytes()
-    options = ["--pcm", "s16le"] if kind == "pcm" else []
+    options, first = (["--pcm", "s16le"], 1) if kind == "pcm" else ([], 33)
     process = tavik.start("-", "-o", "-", "--adts", "--cbr", *options, stdin=subprocess.PIPE, bufsize=0)
-    process.stdin.write(data[:44] if kind == "wav" else b"")
+    process.stdin.write(data[44 if kind == "pcm" else 0:44 + (first - 1) * 4096])
     received = b""
-    for given in range(1, 61):
+    for given in range(first, 61):
         process.stdin.write(data[44 + (given - 1) * 4096:44 + given * 4096])
         while len(received) < (given - 2) * 370:  # bytes of each frame, of which the encoder holds two
             assert select.select([process.stdout], [], [], PATIENCE)[0], f"{len(received)} bytes after {given} frames"

@@ -1,0 +1,54 @@
+// Where decoded samples belong in time: the policy for late starts, holes and overlaps.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace tavik {
+
+// A place where the time stamps of a stream are not those of its samples.
+struct TimeError {
+    enum class Kind { late_start, hole, overlap, jump };
+    Kind kind;
+    double at;       // seconds from the start of the file
+    double seconds;  // how much is missing, twice there, or jumped over (backwards: negative)
+};
+
+// What is to be done before a frame is used.
+struct Placement {
+    int64_t silence = 0;  // samples to put before it
+    int64_t cut = 0;      // samples to leave out at its start
+};
+
+// Compares the time stamps of frames with the samples that there have been. Time stamps may be rounded and may jitter,
+// so that small differences mean nothing; since they are never added up, they do not grow either.
+class Timeline {
+ public:
+    // may_jump: the format joins streams whose clocks have nothing to do with each other, such as MPEG-TS.
+    explicit Timeline(bool may_jump = false) : may_jump_(may_jump) {}
+
+    // Places a frame of `samples` at `rate` Hz; `seconds` is its time stamp from the start of the file, if it has one.
+    Placement place(std::optional<double> seconds, int64_t samples, int rate);
+
+    // The next sample's time.
+    double position() const { return position_; }
+
+    // All errors, in order.
+    const std::vector<TimeError> &errors() const { return errors_; }
+
+ private:
+    TimeError::Kind judge(double difference) const;
+
+    bool may_jump_;
+    bool is_begun_ = false;
+    double position_ = 0;  // seconds
+    double offset_ = 0;    // seconds that jumps have added to the time stamps
+    std::vector<TimeError> errors_;
+};
+
+// In words, a line for each kind; nothing about a late start of less than a millisecond.
+std::vector<std::string> describe(const std::vector<TimeError> &errors, bool start_is_edit);
+
+}  // namespace tavik
