@@ -2,8 +2,12 @@
 #include "batch.h"
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <chrono>
+#include <filesystem>
+#include <functional>
+#include <map>
 #include <mutex>
 #include <system_error>
 #include <thread>
@@ -16,6 +20,8 @@
 
 namespace tavik {
 namespace {
+
+namespace fs = std::filesystem;
 
 // What this run prints about each file.
 enum class Reports { none, text, json };
@@ -38,14 +44,23 @@ class Batch {
           console_(console),
           reports_(choose_reports(options)),
           jobs_(plan_jobs(options)),
+          loudness_(jobs_.size()),
           progress_(console, jobs_, choose_progress(options, console)) {
         summary_.files = jobs_.size();
+        const bool is_for_tags = options.loudness && options.loudness_gain == LoudnessGain::none;
+        const auto has_tags = [](const Job &job) { return job.format == Format::m4a; };
+        if (is_for_tags && !std::ranges::all_of(jobs_, has_tags)) {
+            throw ProgramError(ExitCode::usage, "--loudness", "only M4A has a place for it (--apply-loudness works)");
+        }
     }
 
     ExitCode run() {
         const auto start = std::chrono::steady_clock::now();
-        const size_t cores = std::max<size_t>(1, std::thread::hardware_concurrency());
-        work_with(std::min(options_.jobs > 0 ? options_.jobs : cores, jobs_.size()));
+        if (options_.loudness) measure();
+        for_all_jobs([this](size_t job) {
+            do_job(job);
+            progress_.finish(job);
+        });
         console_.show_progress("");
         summary_.elapsed = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
         report_summary();
@@ -53,25 +68,49 @@ class Batch {
     }
 
  private:
+    using Task = std::function<void(size_t)>;  // takes the index of a job
+
     // All is done at the end.
-    void work_with(size_t workers) {
+    void for_all_jobs(const Task &task) {
+        const size_t cores = std::max<size_t>(1, std::thread::hardware_concurrency());
+        const size_t workers = std::min(options_.jobs > 0 ? options_.jobs : cores, jobs_.size());
+        std::atomic<size_t> next = 0;
+        const auto work = [&] {
+            for (size_t i = next++; i < jobs_.size(); i = next++) task(i);
+        };
         std::vector<std::jthread> threads;
-        start_more(workers - std::min<size_t>(workers, 1), threads);
+        start_more(workers - std::min<size_t>(workers, 1), work, threads);
         work();
     }
 
     // So many, or as many as the system lets have.
-    void start_more(size_t workers, std::vector<std::jthread> &threads) {
+    static void start_more(size_t workers, const std::function<void()> &work, std::vector<std::jthread> &threads) {
         try {
-            for (size_t i = 0; i < workers; ++i) threads.emplace_back([this] { work(); });
+            for (size_t i = 0; i < workers; ++i) threads.emplace_back(work);
         } catch (const std::system_error &) {  // NOLINT(bugprone-empty-catch): those that there are do the work
         }
     }
 
-    void work() {
-        for (size_t i = next_job_++; i < jobs_.size(); i = next_job_++) {
-            do_job(i);
-            progress_.finish(i);
+    // Before any file is encoded: the loudness of an album needs all files of its directory, also those left out.
+    void measure() {
+        std::vector<LoudnessState> states(jobs_.size());
+        for_all_jobs([&](size_t i) {
+            const auto report = [this, i](const FileProgress &progress) { progress_.update(i, progress); };
+            try {
+                states[i] = measure_file(options_, jobs_[i], report);
+            } catch (const ProgramError &) {  // NOLINT(bugprone-empty-catch): found again, and told, when it is encoded
+            }
+        });
+        std::map<fs::path, std::vector<ebur128_state *>> albums;
+        for (size_t i = 0; i < jobs_.size(); ++i) {
+            if (states[i]) albums[fs::path(jobs_[i].input).parent_path()].push_back(states[i].get());
+        }
+        for (size_t i = 0; i < jobs_.size(); ++i) {
+            if (!states[i]) continue;
+            const std::array track{states[i].get()};
+            const auto &album = albums[fs::path(jobs_[i].input).parent_path()];
+            loudness_[i].track = replay_gain(track);
+            if (album.size() > 1) loudness_[i].album = replay_gain(album);
         }
     }
 
@@ -83,7 +122,7 @@ class Batch {
                 return;
             }
             const auto report = [this, index](const FileProgress &progress) { progress_.update(index, progress); };
-            report_encoded(job, encode_file(options_, job, report));
+            report_encoded(job, encode_file(options_, job, loudness_[index], report));
         } catch (const ProgramError &error) {
             report_failed(job, error);
         } catch (const std::exception &error) {
@@ -136,8 +175,8 @@ class Batch {
     Console &console_;
     Reports reports_;
     std::vector<Job> jobs_;
+    std::vector<Loudness> loudness_;  // of each job
     Progress progress_;
-    std::atomic<size_t> next_job_ = 0;
     std::mutex mutex_;  // for the two members below
     Summary summary_;
     ExitCode latest_failure_ = ExitCode::ok;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <chrono>
+#include <cmath>
 #include <filesystem>
 #include <iterator>
 #include <system_error>
@@ -42,12 +43,59 @@ EncoderConfig make_config_for(const Job &job, const Options &options, AudioForma
     }
 }
 
+void check_job(const Options &options, const Job &job) {
+    if (job.problem) throw ProgramError(*job.problem);
+    if (options.loudness && StreamInput::suits(job.input)) {
+        throw ProgramError(ExitCode::usage, input_name(job.input), "cannot be read twice, as --loudness needs");
+    }
+}
+
+Source source_of(const Options &options, const Job &job) {
+    return {.path = job.input,
+            .pcm = options.pcm,
+            .track = options.track,
+            .language = options.language,
+            .keeps_start = options.start_edit,
+            .is_thorough = options.strict || options.verify};
+}
+
+// Progress of one of the readings that a file needs.
+FileProgress progress_of(const Options &options, const AudioDecoder &decoder, double readings_before) {
+    const double readings = options.loudness ? 2 : 1;
+    const auto duration = decoder.duration();
+    if (!duration) return {decoder.seconds(), std::nullopt};
+    return {decoder.seconds() + readings_before * *duration, readings * *duration};
+}
+
+// Decibels that the output is to be louder than the input. What would clip by loudness alone is left lower.
+double choose_gain(const Options &options, const Loudness &loudness) {
+    const bool is_of_album = options.loudness_gain == LoudnessGain::album && loudness.album;
+    const auto &measured = is_of_album ? loudness.album : loudness.track;
+    if (options.loudness_gain == LoudnessGain::none || !measured) return options.gain;
+    return std::min(measured->gain + options.gain, -20 * std::log10(measured->peak));
+}
+
+// What is to be said of an input that is read to its end.
+void report_input(const Options &options, const AudioReader &reader, EncodedFile &result) {
+    const AudioDecoder &decoder = reader.decoder();
+    result.track = decoder.track();
+    result.time_errors = decoder.time_errors();
+    result.clipped = reader.level().clipped();
+    if (const auto damage = decoder.damage()) {
+        if (options.strict) throw ProgramError(ExitCode::input, input_name(decoder.path()), *damage);
+        result.warnings.push_back(*damage);
+    }
+    std::ranges::copy(describe(result.time_errors, options.start_edit), std::back_inserter(result.warnings));
+    if (const auto warning = reader.level().warning()) result.warnings.push_back(*warning);
+}
+
 // What the stages of one file share.
 struct Work {
+    const Options &options;
     AudioReader &reader;
     StreamEncoder &encoder;
     FrameWriter &writer;
-    const std::function<void(FileProgress)> &report;
+    const ReportProgress &report;
 };
 
 // Encodes everything from `block`, the first one, to the end of the input. What identifies each frame is kept if there
@@ -63,13 +111,13 @@ void encode_stream(const Work &work, Block &block, EncodedFile &result, std::vec
             ++result.frames;
         }
         result.samples += block.count;
-        work.report({work.reader.decoder().seconds(), work.reader.decoder().duration()});
+        work.report(progress_of(work.options, work.reader.decoder(), work.options.loudness ? 1 : 0));
         read_block(work.reader, channels, block);
     }
 }
 
-EncodedFile encode_opened(const Options &options, const Job &job, AudioReader &reader,
-                          const std::function<void(FileProgress)> &report) {
+EncodedFile encode_opened(const Options &options, const Job &job, const Loudness &loudness, AudioReader &reader,
+                          const ReportProgress &report) {
     EncodedFile result;
     result.format = job.format;
     result.source = reader.source();
@@ -78,7 +126,10 @@ EncodedFile encode_opened(const Options &options, const Job &job, AudioReader &r
 
     // The output is not touched before the input has shown that there is something to write.
     Block block;
-    reader.set_output({result.config.sample_rate, channel_count(result.config)}, options.gain);
+    result.gain = choose_gain(options, loudness);
+    if (loudness.track) result.replay_gain.track = loudness.track->after(result.gain);
+    if (loudness.album) result.replay_gain.album = loudness.album->after(result.gain);
+    reader.set_output({result.config.sample_rate, channel_count(result.config)}, result.gain);
     read_block(reader, channel_count(result.config), block);
     if (block.count == 0) throw ProgramError(ExitCode::input, input_name(job.input), "no audio samples");
 
@@ -89,16 +140,11 @@ EncodedFile encode_opened(const Options &options, const Job &job, AudioReader &r
     OutputFile output(job.output, options.replace ? OutputFile::Existing::replace : OutputFile::Existing::refuse);
     FrameWriter writer(output, job.format, result.config, reader.decoder());
     std::vector<FrameMark> marks;
-    encode_stream({reader, encoder, writer, report}, block, result, options.verify ? &marks : nullptr);
+    encode_stream({options, reader, encoder, writer, report}, block, result, options.verify ? &marks : nullptr);
     writer.finish(result.samples);
     result.bytes = output.size();
-    if (const auto damage = reader.decoder().damage()) {
-        if (options.strict) throw ProgramError(ExitCode::input, input_name(job.input), *damage);
-        result.warnings.push_back(*damage);
-    }
-    std::ranges::copy(describe(reader.decoder().time_errors(), options.start_edit),
-                      std::back_inserter(result.warnings));
-    if (const auto warning = reader.level().warning()) result.warnings.push_back(*warning);
+    report_input(options, reader, result);
+    if (options.loudness && !loudness.track) result.warnings.emplace_back("too quiet to measure its loudness");
     if (options.verify) verify(output, result, marks);
     result.verified = options.verify;
     output.commit();
@@ -107,16 +153,22 @@ EncodedFile encode_opened(const Options &options, const Job &job, AudioReader &r
 
 }  // namespace
 
-EncodedFile encode_file(const Options &options, const Job &job, const std::function<void(FileProgress)> &report) {
-    if (job.problem) throw ProgramError(*job.problem);
+LoudnessState measure_file(const Options &options, const Job &job, const ReportProgress &report) {
+    check_job(options, job);
+    const auto choose_format = [&](AudioFormat source) {
+        const EncoderConfig config = make_config_for(job, options, source);
+        return AudioFormat{config.sample_rate, channel_count(config)};
+    };
+    return measure_loudness(source_of(options, job), choose_format,
+                            [&](const AudioDecoder &decoder) { report(progress_of(options, decoder, 0)); });
+}
+
+EncodedFile encode_file(const Options &options, const Job &job, const Loudness &loudness,
+                        const ReportProgress &report) {
+    check_job(options, job);
     const auto start = std::chrono::steady_clock::now();
-    AudioReader reader({.path = job.input,
-                        .pcm = options.pcm,
-                        .track = options.track,
-                        .language = options.language,
-                        .keeps_start = options.start_edit,
-                        .is_thorough = options.strict || options.verify});
-    EncodedFile result = encode_opened(options, job, reader, report);
+    AudioReader reader(source_of(options, job));
+    EncodedFile result = encode_opened(options, job, loudness, reader, report);
     result.elapsed = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     return result;
 }

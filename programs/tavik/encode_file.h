@@ -10,6 +10,7 @@
 
 #include "encoder_settings.h"
 #include "jobs.h"
+#include "loudness.h"
 
 namespace tavik {
 
@@ -25,6 +26,11 @@ struct EncodedFile {
     double elapsed = 0;        // seconds that the work took
     bool verified = false;
     std::vector<std::string> warnings;  // what was lost or changed on the way
+    Track track;
+    std::vector<TimeError> time_errors;
+    uint64_t clipped = 0;  // samples
+    double gain = 0;       // dB, that was applied
+    Loudness replay_gain;  // of the output
 
     double duration() const { return static_cast<double>(samples) / config.sample_rate; }
 
@@ -37,14 +43,18 @@ struct EncodedFile {
 
 // How far the work on a file is.
 struct FileProgress {
-    double seconds = 0;              // of audio read
-    std::optional<double> duration;  // in all, where that is known
+    double seconds = 0;              // of audio read, twice for what is measured before
+    std::optional<double> duration;  // of all that, where it is known
 
     double fraction() const { return duration && *duration > 0 ? std::clamp(seconds / *duration, 0.0, 1.0) : 0; }
 };
+using ReportProgress = std::function<void(FileProgress)>;
 
-// Encodes one file; `report` is called after each frame. Throws ProgramError; what stood under the output's name is
-// then as it was before.
-EncodedFile encode_file(const Options &options, const Job &job, const std::function<void(FileProgress)> &report);
+// Measures one file before it is encoded. Throws ProgramError, also for an input that cannot be read twice.
+LoudnessState measure_file(const Options &options, const Job &job, const ReportProgress &report);
+
+// Encodes one file; `loudness` is what was measured, if it was. `report` is called after each frame. Throws
+// ProgramError; what stood under the output's name is then as it was before.
+EncodedFile encode_file(const Options &options, const Job &job, const Loudness &loudness, const ReportProgress &report);
 
 }  // namespace tavik

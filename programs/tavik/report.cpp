@@ -40,6 +40,28 @@ double rounded(double seconds) { return std::round(seconds * 1e6) / 1e6; }
 
 double speed(double duration, double elapsed) { return elapsed > 0 ? duration / elapsed : 0; }
 
+void add_replay_gain(Json &json, const char *whose, const std::optional<ReplayGain> &measured) {
+    if (!measured) return;
+    json[std::string(whose) + "_gain"] = std::round(measured->gain * 100) / 100;
+    json[std::string(whose) + "_peak"] = rounded(measured->peak);
+}
+
+// What was found in the input beside its samples, and done about it.
+void add_source_facts(Json &json, const EncodedFile &file) {
+    json["track"] = file.track.number;
+    json["tracks"] = file.track.count;
+    json["language"] = file.track.language.empty() ? Json() : Json(file.track.language);
+    json["time_errors"] = Json::array();
+    for (const TimeError &error : file.time_errors) {
+        json["time_errors"].push_back(
+            {{"kind", name_of(error.kind)}, {"at", rounded(error.at)}, {"seconds", rounded(error.seconds)}});
+    }
+    json["clipped"] = file.clipped;
+    json["gain"] = rounded(file.gain);
+    add_replay_gain(json, "track", file.replay_gain.track);
+    add_replay_gain(json, "album", file.replay_gain.album);
+}
+
 }  // namespace
 
 std::string encoded_text(const Job &job, const EncodedFile &file) {
@@ -85,6 +107,7 @@ std::string encoded_json(const Job &job, const EncodedFile &file) {
     json["constant_rate"] = config.constant_rate != 0;
     json["source_rate"] = file.source.rate;
     json["source_channels"] = file.source.channels;
+    add_source_facts(json, file);
     json["samples"] = file.samples;
     json["duration"] = rounded(file.duration());
     json["frames"] = file.frames;

@@ -74,6 +74,15 @@ Placement Timeline::place(std::optional<double> seconds, int64_t samples, int ra
     return placement;
 }
 
+const char *name_of(TimeError::Kind kind) {
+    switch (kind) {
+        case TimeError::Kind::late_start: return "late_start";
+        case TimeError::Kind::hole: return "hole";
+        case TimeError::Kind::overlap: return "overlap";
+        default: return "jump";
+    }
+}
+
 std::vector<std::string> describe(const std::vector<TimeError> &errors, bool start_is_edit) {
     std::vector<std::string> texts;
     const auto starts = of_kind(errors, TimeError::Kind::late_start);

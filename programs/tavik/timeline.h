@@ -48,6 +48,9 @@ class Timeline {
     std::vector<TimeError> errors_;
 };
 
+// As JSON names it: late_start, hole, overlap or jump.
+const char *name_of(TimeError::Kind kind);
+
 // In words, a line for each kind; nothing about a late start of less than a millisecond.
 std::vector<std::string> describe(const std::vector<TimeError> &errors, bool start_is_edit);
 
