@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <map>
 
 namespace tavik {
 namespace {
@@ -13,40 +14,30 @@ constexpr double tolerance = 0.010;  // seconds
 
 // What overlaps for longer is other audio with a clock of its own, and so is what comes much later in a format whose
 // clock may jump.
-constexpr double longest_overlap = 1;     // seconds
-constexpr double longest_jump_hole = 10;  // seconds
+constexpr double longest_overlap = 1;  // seconds
+constexpr double longest_hole = 600;   // seconds
 
 constexpr double least_late_start = 0.001;  // seconds that are worth a word
 
-constexpr size_t most_places = 3;  // that are named each
+constexpr size_t most_lines = 3;  // about errors of one kind
 
-std::string place_text(const TimeError &error) {
-    return fmt::format("{:.3f} s at {:.3f} s", std::abs(error.seconds), error.at);
-}
-
-// Such as "2 holes filled with silence: 3.000 s at 62.000 s, 0.500 s at 70.000 s".
-std::string list_text(const std::vector<TimeError> &errors, const char *one, const char *many, const char *what) {
-    std::string text =
-        errors.size() == 1 ? fmt::format("{} {}: ", one, what) : fmt::format("{} {} {}: ", errors.size(), many, what);
-    if (errors.size() > most_places) {
-        double sum = 0;
-        for (const TimeError &error : errors) sum += std::abs(error.seconds);
-        return text + fmt::format("{:.3f} s in all, the first {}", sum, place_text(errors.front()));
+std::string text_of(const TimeError &error, bool start_is_edit) {
+    const double seconds = std::abs(error.seconds);
+    switch (error.kind) {
+        case TimeError::Kind::late_start:
+            return fmt::format("audio starts late, at {:.3f} s: {} put before it", seconds,
+                               start_is_edit ? "an edit" : "silence");
+        case TimeError::Kind::hole:
+            return fmt::format("hole of {:.3f} s at {:.3f} s filled with silence", seconds, error.at);
+        case TimeError::Kind::overlap: return fmt::format("overlap of {:.3f} s at {:.3f} s cut", seconds, error.at);
+        default: return fmt::format("jump of the time stamps by {:.3f} s at {:.3f} s ignored", error.seconds, error.at);
     }
-    for (const TimeError &error : errors) text += (&error == &errors.front() ? "" : ", ") + place_text(error);
-    return text;
-}
-
-std::vector<TimeError> of_kind(const std::vector<TimeError> &errors, TimeError::Kind kind) {
-    std::vector<TimeError> found;
-    std::ranges::copy_if(errors, std::back_inserter(found), [&](const TimeError &error) { return error.kind == kind; });
-    return found;
 }
 
 }  // namespace
 
 TimeError::Kind Timeline::judge(double difference) const {
-    if (difference < -longest_overlap || (may_jump_ && difference > longest_jump_hole)) return TimeError::Kind::jump;
+    if (difference < -longest_overlap || (may_jump_ && difference > longest_hole)) return TimeError::Kind::jump;
     return difference > 0 ? TimeError::Kind::hole : TimeError::Kind::overlap;
 }
 
@@ -85,18 +76,15 @@ const char *name_of(TimeError::Kind kind) {
 
 std::vector<std::string> describe(const std::vector<TimeError> &errors, bool start_is_edit) {
     std::vector<std::string> texts;
-    const auto starts = of_kind(errors, TimeError::Kind::late_start);
-    if (!starts.empty() && starts[0].seconds >= least_late_start) {
-        texts.push_back(fmt::format("audio starts late, {} of {:.3f} s put before it",
-                                    start_is_edit ? "an edit" : "silence", starts[0].seconds));
+    std::map<TimeError::Kind, size_t> counts;
+    for (const TimeError &error : errors) {
+        const bool is_late_start = error.kind == TimeError::Kind::late_start;
+        if (is_late_start && error.seconds < least_late_start) continue;
+        if (++counts[error.kind] <= most_lines) texts.push_back(text_of(error, start_is_edit));
     }
-    const auto add = [&](TimeError::Kind kind, const char *one, const char *many, const char *what) {
-        const auto found = of_kind(errors, kind);
-        if (!found.empty()) texts.push_back(list_text(found, one, many, what));
-    };
-    add(TimeError::Kind::hole, "hole", "holes", "filled with silence");
-    add(TimeError::Kind::overlap, "overlap", "overlaps", "cut");
-    add(TimeError::Kind::jump, "jump", "jumps", "of the time stamps ignored");
+    for (const auto &[kind, count] : counts) {
+        if (count > most_lines) texts.push_back(fmt::format("{} more {}s", count - most_lines, name_of(kind)));
+    }
     return texts;
 }
 

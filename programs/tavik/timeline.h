@@ -51,7 +51,8 @@ class Timeline {
 // As JSON names it: late_start, hole, overlap or jump.
 const char *name_of(TimeError::Kind kind);
 
-// In words, a line for each kind; nothing about a late start of less than a millisecond.
+// In words, three lines at most of each kind and how many there are more; nothing about a late start of less than a
+// millisecond.
 std::vector<std::string> describe(const std::vector<TimeError> &errors, bool start_is_edit);
 
 }  // namespace tavik

@@ -73,9 +73,9 @@ def film(name, *options):
 def test_sound_stays_in_its_place_in_time(tavik, name, options, arguments):
     noise = film(name, *options)
     run = tavik.run(name, "-o", "x.m4a", "-b", "320k", "--json", *arguments.split())
-    start, holes = warnings(run)
-    assert re.fullmatch(r"audio starts late, (silence|an edit) of (1\.0|0\.9)\d\d s put before it", start)
-    assert re.fullmatch(r"3 holes filled with silence: 2.*, 0\.(3|29).*, 0\.0[34].*", holes)
+    start, *holes = warnings(run)
+    assert re.fullmatch(r"audio starts late, at (1\.0|0\.9)\d\d s: (silence|an edit) put before it", start)
+    assert len(holes) == 3 and re.fullmatch(r"hole of 0\.[23]\d\d s at 7\.0\d\d s filled with silence", holes[1])
     kinds = [error["kind"] for error in json.loads(run.out[-2])["time_errors"]]
     assert kinds == ["late_start", "hole", "hole", "hole"]
     filters = "aresample=48000:async=1:first_pts=0" if arguments == "--start-edit" else "atrim=start_pts=0"
@@ -86,13 +86,13 @@ def test_sound_stays_in_its_place_in_time(tavik, name, options, arguments):
 
 
 def test_overlaps_are_cut_and_other_clocks_ignored(tavik):
-    for i, offset in enumerate((0, 2.7, 100)):
+    for i, offset in enumerate((0, 2.7, 1000)):
         ffmpeg("-f", "lavfi", "-i", "sine=440:d=3", "-c:a", "mp2", "-output_ts_offset", offset, f"{i}.ts")
     Path("x.ts").write_bytes(b"".join(Path(f"{i}.ts").read_bytes() for i in range(3)))
     run = tavik.run("x.ts", "-o", "x.m4a")
     overlap, jump = warnings(run)[-2:]
-    assert re.fullmatch(r"overlap cut: 0\.3\d\d s at 3\.0\d\d s", overlap)
-    assert re.fullmatch(r"jump of the time stamps ignored: 94\.\d\d\d s at 5\.\d\d\d s", jump)
+    assert re.fullmatch(r"overlap of 0\.3\d\d s at 3\.0\d\d s cut", overlap)
+    assert re.fullmatch(r"jump of the time stamps by 994\.\d\d\d s at 5\.\d\d\d s ignored", jump)
     assert abs(len(decode("x.m4a")[1]) / 44100 - 8.7) < 0.1
 
 
