@@ -36,6 +36,11 @@ constexpr double alac_packet = 4096;  // samples
 // Damage so close to the end belongs to a file that was cut off.
 constexpr double end_of_file_seconds = 0.5;
 
+// Less than the shortest usual frame, more than the jitter of the time stamps that recorders write. In Ogg only pages
+// have time stamps, and libavformat guesses at the packets between.
+constexpr double time_tolerance = 0.01;  // seconds
+constexpr double ogg_time_tolerance = 0.1;
+
 constexpr int64_t longest_silence = 4096;  // samples that are given at once
 
 bool is_lossless(const AVCodecParameters &parameters) {
@@ -107,6 +112,7 @@ AudioDecoder::AudioDecoder(Source source)
     : source_(std::move(source)),
       packet_(own(av_packet_alloc())),
       frame_(own(av_frame_alloc())),
+      next_frame_(own(av_frame_alloc())),
       silence_(own(av_frame_alloc())) {
     take_ffmpeg_log();
     check_file();
@@ -120,7 +126,8 @@ AudioDecoder::AudioDecoder(Source source)
     if (index < lengths.size()) declared_seconds_ = lengths[index];
     note_end();
     if (source_.is_thorough) checksum_ = SampleChecksum::of(stream());
-    timeline_ = Timeline((format_->iformat->flags & AVFMT_TS_DISCONT) != 0);
+    timeline_ =
+        Timeline(is_ogg() ? ogg_time_tolerance : time_tolerance, (format_->iformat->flags & AVFMT_TS_DISCONT) != 0);
 }
 
 void AudioDecoder::check_file() const {
@@ -194,13 +201,14 @@ bool AudioDecoder::read_before_samples(std::span<uint8_t> bytes) const {
 
 bool AudioDecoder::is_pipe() const { return stream_ && !stream_->is_seekable(); }
 
+bool AudioDecoder::is_ogg() const { return format_->iformat->name == "ogg"sv; }
+
 bool AudioDecoder::is_wav() const { return format_->iformat->name == "wav"sv; }
 
 // libavformat makes up for what is missing at the end of an Ogg file, and takes it for complete.
 void AudioDecoder::note_end() {
     open_ended_ = !declared_seconds_ && (source_.pcm || is_wav() || is_pipe());
-    if (format_->iformat->name == "ogg"sv && !is_pipe())
-        is_cut_off_ = lacks_ogg_end(stream_ ? "/dev/stdin" : source_.path);
+    if (is_ogg() && !is_pipe()) is_cut_off_ = lacks_ogg_end(stream_ ? "/dev/stdin" : source_.path);
 }
 
 void AudioDecoder::choose_stream() {
@@ -249,8 +257,18 @@ const AVFrame *AudioDecoder::next() {
     return frame_.get();
 }
 
-// Decodes the next frame that is of use, and sets the silence before it; false at the end.
+// Decodes the next frame of which something is left, and sets the silence before it; false at the end.
 bool AudioDecoder::decode() {
+    do {
+        if (has_next_frame_) std::swap(frame_, next_frame_);
+        if (!std::exchange(has_next_frame_, false) && !receive()) return false;
+        place_frame();
+    } while (frame_->nb_samples == 0);
+    return true;
+}
+
+// Gets the next frame from the codec; false at the end.
+bool AudioDecoder::receive() {
     for (;;) {
         const int result = avcodec_receive_frame(codec_.get(), frame_.get());
         note_logged_damage();
@@ -304,12 +322,26 @@ bool AudioDecoder::complete_frame() {
         av_channel_layout_default(&frame_->ch_layout, frame_->ch_layout.nb_channels);
     }
     if (checksum_) checksum_->add(*frame_);
+    return true;
+}
+
+void AudioDecoder::place_frame() {
     const bool is_first = timeline_.position() == 0;
-    const Placement placement = timeline_.place(frame_seconds(), frame_->nb_samples, frame_->sample_rate);
+    const std::optional<double> seconds = frame_seconds();
+    const std::optional<double> next = timeline_.doubts(seconds) ? next_frame_seconds() : std::nullopt;
+    const Placement placement = timeline_.place(seconds, next, frame_->nb_samples, frame_->sample_rate);
     if (is_first) late_start_ = static_cast<double>(placement.silence) / frame_->sample_rate;
     if (!is_first || !source_.keeps_start) silence_left_ = placement.silence;
     cut_frame(placement.cut);
-    return frame_->nb_samples > 0;
+}
+
+// Reads ahead by a frame.
+std::optional<double> AudioDecoder::next_frame_seconds() {
+    std::swap(frame_, next_frame_);
+    has_next_frame_ = receive();
+    const auto seconds = has_next_frame_ ? frame_seconds() : std::nullopt;
+    std::swap(frame_, next_frame_);
+    return seconds;
 }
 
 // The frame's time stamp. It counts from the start of the file, which is that of the audio where there is nothing else.

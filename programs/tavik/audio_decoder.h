@@ -75,6 +75,7 @@ class AudioDecoder {
     void find_stream_information();
     std::vector<std::optional<double>> declared_lengths() const;
     bool is_pipe() const;
+    bool is_ogg() const;
     bool is_wav() const;
     bool read_before_samples(std::span<uint8_t> bytes) const;
     void note_end();
@@ -84,10 +85,13 @@ class AudioDecoder {
     bool is_unimportant(const Damage &damage) const;
     bool is_truncated() const;
     bool decode();
+    bool receive();
     bool feed();
     int read_packet();
     bool complete_frame();
+    void place_frame();
     std::optional<double> frame_seconds();
+    std::optional<double> next_frame_seconds();
     void cut_frame(int64_t samples);
     const AVFrame *silent_frame();
     void note_damage(int error);
@@ -101,12 +105,14 @@ class AudioDecoder {
     FfmpegHandle<AVCodecContext> codec_;
     FfmpegHandle<AVPacket> packet_;
     FfmpegHandle<AVFrame> frame_;
+    FfmpegHandle<AVFrame> next_frame_;
     FfmpegHandle<AVFrame> silence_;
     int stream_index_ = -1;
-    Timeline timeline_;
+    Timeline timeline_{0, false};
     std::optional<double> file_start_;        // by the clock of the time stamps, in seconds
     double late_start_ = 0;                   // seconds that the audio starts behind the file
     bool has_frame_ = false;                  // frame_ is still to be given
+    bool has_next_frame_ = false;             // next_frame_ is read ahead
     int64_t silence_left_ = 0;                // samples to give before it
     std::optional<SampleChecksum> checksum_;  // until the end
     bool is_checksum_wrong_ = false;

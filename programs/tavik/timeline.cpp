@@ -9,9 +9,6 @@
 namespace tavik {
 namespace {
 
-// Less than the shortest usual frame, more than the jitter of the time stamps that recorders write.
-constexpr double tolerance = 0.010;  // seconds
-
 // What overlaps for longer is other audio with a clock of its own, and so is what comes much later in a format whose
 // clock may jump.
 constexpr double longest_overlap = 1;  // seconds
@@ -41,16 +38,29 @@ TimeError::Kind Timeline::judge(double difference) const {
     return difference > 0 ? TimeError::Kind::hole : TimeError::Kind::overlap;
 }
 
-Placement Timeline::place(std::optional<double> seconds, int64_t samples, int rate) {
+bool Timeline::doubts(std::optional<double> seconds) const {
+    return is_begun_ && std::abs(difference(seconds)) > tolerance_;
+}
+
+// The next frame, if there is one, is out of place in the same direction.
+bool Timeline::is_confirmed(double difference, std::optional<double> next, double frame_seconds) const {
+    if (!next) return true;
+    const double next_difference = *next + offset_ - (position_ + frame_seconds);
+    return std::abs(next_difference) > tolerance_ && std::signbit(next_difference) == std::signbit(difference);
+}
+
+Placement Timeline::place(std::optional<double> seconds, std::optional<double> next, int64_t samples, int rate) {
     Placement placement;
-    const double difference = seconds ? *seconds + offset_ - position_ : 0;
+    const double difference = this->difference(seconds);
+    const double frame_seconds = static_cast<double>(samples) / rate;
+    // An overlap of several frames is one.
+    const bool goes_on = difference < 0 && !errors_.empty() && errors_.back().kind == TimeError::Kind::overlap &&
+                         errors_.back().at == position_;
     if (!is_begun_) {
         placement.silence = std::max<int64_t>(std::llround(difference * rate), 0);
         if (placement.silence > 0) errors_.push_back({TimeError::Kind::late_start, 0, difference});
-    } else if (std::abs(difference) > tolerance) {
-        const TimeError::Kind kind = judge(difference);
-        // An overlap of several frames is one.
-        const bool goes_on = !errors_.empty() && errors_.back().kind == kind && errors_.back().at == position_;
+    } else if (goes_on || (doubts(seconds) && is_confirmed(difference, next, frame_seconds))) {
+        const TimeError::Kind kind = goes_on ? TimeError::Kind::overlap : judge(difference);
         if (!goes_on) errors_.push_back({kind, position_, difference});
         switch (kind) {
             case TimeError::Kind::hole: placement.silence = std::llround(difference * rate); break;

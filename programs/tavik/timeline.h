@@ -26,11 +26,17 @@ struct Placement {
 // so that small differences mean nothing; since they are never added up, they do not grow either.
 class Timeline {
  public:
-    // may_jump: the format joins streams whose clocks have nothing to do with each other, such as MPEG-TS.
-    explicit Timeline(bool may_jump = false) : may_jump_(may_jump) {}
+    // Differences of up to `tolerance` seconds mean nothing. may_jump: the format joins streams whose clocks have
+    // nothing to do with each other, such as MPEG-TS.
+    Timeline(double tolerance, bool may_jump) : tolerance_(tolerance), may_jump_(may_jump) {}
 
-    // Places a frame of `samples` at `rate` Hz; `seconds` is its time stamp from the start of the file, if it has one.
-    Placement place(std::optional<double> seconds, int64_t samples, int rate);
+    // A frame of this time stamp seems to be out of place, which the next one has to confirm: it may have a wrong
+    // stamp.
+    bool doubts(std::optional<double> seconds) const;
+
+    // Places a frame of `samples` at `rate` Hz; `seconds` is its time stamp from the start of the file, if it has one,
+    // and `next` that of the frame behind it, needed where there are doubts.
+    Placement place(std::optional<double> seconds, std::optional<double> next, int64_t samples, int rate);
 
     // The next sample's time.
     double position() const { return position_; }
@@ -39,8 +45,11 @@ class Timeline {
     const std::vector<TimeError> &errors() const { return errors_; }
 
  private:
+    double difference(std::optional<double> seconds) const { return seconds ? *seconds + offset_ - position_ : 0; }
+    bool is_confirmed(double difference, std::optional<double> next, double frame_seconds) const;
     TimeError::Kind judge(double difference) const;
 
+    double tolerance_;
     bool may_jump_;
     bool is_begun_ = false;
     double position_ = 0;  // seconds
