@@ -137,7 +137,8 @@ EncodedFile encode_opened(const Options &options, const Job &job, const Loudness
         throw ProgramError(ExitCode::usage, output_name(job.output), "cannot be read back for --verify");
     }
     if (job.makes_directories) make_directories(job.output);
-    OutputFile output(job.output, options.replace ? OutputFile::Existing::replace : OutputFile::Existing::refuse);
+    const bool replaces = options.replace || options.update;
+    OutputFile output(job.output, replaces ? OutputFile::Existing::replace : OutputFile::Existing::refuse);
     FrameWriter writer(output, job.format, result.config, reader.decoder());
     std::vector<FrameMark> marks;
     encode_stream({options, reader, encoder, writer, report}, block, result, options.verify ? &marks : nullptr);

@@ -5,50 +5,22 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cctype>
 #include <filesystem>
 #include <map>
 #include <set>
 #include <utility>
 
+#include "file_kinds.h"
 #include "file_names.h"
+#include "input_search.h"
 #include "mp4_muxer.h"
+#include "output_names.h"
 #include "program_error.h"
 
 namespace tavik {
 namespace {
 
 namespace fs = std::filesystem;
-
-// Extensions of the files that a directory stands for.
-const std::set<std::string> &audio_extensions() {
-    static const std::set<std::string> extensions{
-        ".3ga", ".aac", ".ac3", ".adts", ".aif",  ".aifc", ".aiff", ".amr", ".ape", ".au",  ".caf",
-        ".dff", ".dsf", ".dts", ".eac3", ".flac", ".gsm",  ".m4a",  ".m4b", ".mka", ".mp1", ".mp2",
-        ".mp3", ".mpc", ".oga", ".ogg",  ".opus", ".ra",   ".rf64", ".shn", ".snd", ".spx", ".tak",
-        ".tta", ".voc", ".w64", ".wav",  ".wave", ".weba", ".wma",  ".wv"};
-    return extensions;
-}
-
-std::string lower_case_extension(const fs::path &path) {
-    std::string extension = path.extension();
-    std::ranges::transform(extension, extension.begin(), [](unsigned char c) { return std::tolower(c); });
-    return extension;
-}
-
-// In place of the extension that there is, which "2. Allegro" has none.
-fs::path with_extension(fs::path path, const char *extension) {
-    const std::string present = path.extension();
-    const bool is_extension = std::all_of(present.begin() + (present.empty() ? 0 : 1), present.end(),
-                                          [](unsigned char c) { return std::isalnum(c) != 0; });
-    return is_extension ? path.replace_extension(extension) : path += extension;
-}
-
-Format format_by_name(const fs::path &output) {
-    const std::string extension = lower_case_extension(output);
-    if (extension == ".aac" || extension == ".adts") return Format::adts;
-    return extension == ".adif" ? Format::adif : Format::m4a;
-}
 
 // Which regular file it is, whatever its name.
 using Identity = std::pair<dev_t, ino_t>;
@@ -65,87 +37,18 @@ std::optional<Identity> input_identity(const Job &job) { return identity_of(job.
 
 std::optional<Identity> output_identity(const Job &job) { return identity_of(job.output, STDOUT_FILENO); }
 
-// An input with the place of its output below the directory for outputs.
-struct Found {
-    std::string path;
-    fs::path place;
-    bool by_search = false;  // found in a directory, not named by the user
-    std::string problem;     // of a directory
-};
-
-// Adds all audio files below a directory, without hidden files and directories and those below `outputs`, if that is a
-// directory; links to directories are not followed.
-// NOLINTNEXTLINE(misc-no-recursion): as deep as the directories are
-void search(const fs::path &directory, const fs::path &place, const std::string &outputs, std::vector<Found> &found) {
-    std::error_code error;
-    std::vector<fs::directory_entry> entries;
-    for (fs::directory_iterator entry(directory, error), end; !error && entry != end; entry.increment(error)) {
-        if (!entry->path().filename().string().starts_with('.')) entries.push_back(*entry);
-    }
-    if (error) found.push_back({directory, place, true, error.message()});
-    std::ranges::sort(entries);
-    for (const fs::directory_entry &entry : entries) {
-        const fs::path &path = entry.path();
-        std::error_code no_type;
-        if (entry.is_directory(no_type) && !entry.is_symlink(no_type)) {
-            if (!fs::equivalent(path, outputs, no_type)) search(path, place / path.filename(), outputs, found);
-        } else if (entry.is_regular_file(no_type) && audio_extensions().contains(lower_case_extension(path))) {
-            found.push_back({path, place / path.filename(), true, {}});
-        }
-    }
-}
-
-// The last part of a directory's name, also of one such as "." or "music/".
-fs::path own_name(const fs::path &directory) {
-    std::error_code error;
-    const fs::path normal = fs::absolute(directory, error).lexically_normal();
-    return normal.has_filename() ? normal.filename() : normal.parent_path().filename();
-}
-
-std::vector<Found> find_inputs(const Options &options) {
-    std::vector<Found> all;
-    for (const std::string &input : options.inputs) {
-        std::error_code error;
-        if (input == standard_stream || !fs::is_directory(input, error)) {
-            all.push_back({input, fs::path(input).filename(), false, {}});
-            continue;
-        }
-        const fs::path place = options.inputs.size() == 1 ? fs::path() : own_name(input);
-        std::vector<Found> found;
-        search(input, place, options.output.value_or(""), found);
-        if (found.empty()) found.push_back({input, place, true, "no audio files in this directory"});
-        all.insert(all.end(), found.begin(), found.end());
-    }
-    return all;
-}
-
-// --output names a directory, and not a file.
-bool is_output_directory(const Options &options) {
-    if (!options.output || *options.output == standard_stream) return false;
-    std::error_code error;
-    const bool searched = std::ranges::any_of(options.inputs, [&](const std::string &input) {
-        return input != standard_stream && fs::is_directory(input, error);
-    });
-    const bool needed = options.inputs.size() > 1 || searched;
-    const bool exists = fs::exists(*options.output, error);
-    const bool is_directory = fs::is_directory(*options.output, error);
-    if (needed && exists && !is_directory) {
-        throw ProgramError(ExitCode::usage, *options.output, "is not a directory, as several outputs need it");
-    }
-    return needed || is_directory || options.output->ends_with('/');
-}
-
 Job make_job(const Found &found, const Options &options, bool into_directory) {
     Job job;
     job.input = found.path;
+    job.is_searched = found.by_search;
     job.makes_directories = into_directory;
-    const bool is_named = options.output && !into_directory;
-    job.format = options.format.value_or(is_named ? format_by_name(*options.output) : Format::m4a);
-    if (is_named) {
+    if (options.output && !into_directory) {
+        job.format = format_of_output(options);
         job.output = *options.output;
     } else if (found.path == standard_stream) {
         throw ProgramError(ExitCode::usage, "--output", "must name a file for standard input");
     } else {
+        job.format = options.format.value_or(Format::m4a);
         const fs::path place = into_directory ? *options.output / found.place : fs::path(found.path);
         job.output = with_extension(place, names_of(job.format).extension);
     }
@@ -163,64 +66,70 @@ std::string key_of(const std::string &path) {
     return error ? path : canonical.string();
 }
 
-// Takes out what earlier runs have made: MP4 files of this program, found in a directory, that are their own outputs or
-// that of another input. What else has the place of its own output stays there and is skipped.
-void sort_out_results(std::vector<Job> &jobs, const std::vector<Found> &found) {
-    std::map<std::string, int> claims;  // to each output
-    for (const Job &job : jobs) ++claims[key_of(job.output)];
-    std::vector<Job> kept;
-    for (size_t i = 0; i < jobs.size(); ++i) {
-        Job &job = jobs[i];
-        if (found[i].by_search && lower_case_extension(job.input) == names_of(job.format).extension) {
-            const bool is_own_output = input_identity(job) == output_identity(job);
-            const bool may_be_ours = job.format == Format::m4a && (is_own_output || claims[key_of(job.output)] > 1);
-            if (may_be_ours && is_made_by_tavik(job.input)) continue;
-            if (is_own_output) job.skip_reason = "would be its own output";
-        }
-        kept.push_back(std::move(job));
+// Of what directories hold, leaves out the MP4 files that earlier runs have made of others that are there too: they are
+// not encoded once more, and may be replaced. Skips what would be its own output.
+void sort_out_results(std::vector<Job> &jobs) {
+    const std::string result_extension = names_of(Format::m4a).extension;
+    const auto may_be_result = [&](const Job &job) { return lower_case_extension(job.input) == result_extension; };
+    std::set<std::string> outputs_of_originals;
+    for (const Job &job : jobs) {
+        if (!may_be_result(job)) outputs_of_originals.insert(key_of(job.output));
     }
-    jobs = std::move(kept);
+    std::erase_if(jobs, [&](const Job &job) {
+        const bool has_original = may_be_result(job) && outputs_of_originals.contains(key_of(job.output));
+        return job.is_searched && has_original && is_made_by_tavik(job.input);
+    });
+    for (Job &job : jobs) {
+        const bool is_own_output = job.is_searched && !job.problem && input_identity(job) == output_identity(job);
+        if (is_own_output) job.skip_reason = "would be its own output";
+    }
 }
 
-// Of inputs with the same output the first gets it, but one without loss goes before others: those may have been made
-// of it.
-std::map<std::string, const Job *> share_out_outputs(const std::vector<Job> &jobs) {
-    static const std::set<std::string> lossless{".aif", ".aifc", ".aiff", ".ape", ".au",  ".caf",  ".flac", ".rf64",
-                                                ".shn", ".tak",  ".tta",  ".w64", ".wav", ".wave", ".wv"};
-    const auto is_lossless = [](const Job &job) { return lossless.contains(lower_case_extension(job.input)); };
-    std::map<std::string, const Job *> owners;
-    for (const Job &job : jobs) {
-        if (job.problem || !job.skip_reason.empty()) continue;
-        const Job *&owner = owners.emplace(key_of(job.output), &job).first->second;
-        if (is_lossless(job) && !is_lossless(*owner)) owner = &job;
-    }
-    return owners;
+// The output is not older than the input; of standard input that is not known.
+bool is_up_to_date(const Job &job) {
+    std::error_code no_time;
+    const auto input_time = fs::last_write_time(job.input, no_time);
+    if (no_time || job.input == standard_stream) return false;
+    return fs::last_write_time(job.output, no_time) >= input_time && !no_time;
 }
 
 // Skips inputs whose outputs exist, if that is asked for.
-void skip_existing(std::vector<Job> &jobs) {
+void skip_existing(std::vector<Job> &jobs, const Options &options) {
     for (Job &job : jobs) {
-        const bool is_skipped = !job.skip_reason.empty() || job.output == standard_stream;
-        if (!is_skipped && !job.problem && output_identity(job)) job.skip_reason = "exists already";
+        const bool is_settled = !job.skip_reason.empty() || job.problem || job.output == standard_stream;
+        if (is_settled || !output_identity(job)) continue;
+        if (options.skip_existing) job.skip_reason = "exists already";
+        if (options.update && is_up_to_date(job)) job.skip_reason = "is up to date";
     }
 }
 
-// Finds outputs that exist, and those that would destroy an input or another output.
+// Inputs by their outputs, without those that are not encoded anyway.
+std::map<std::string, std::vector<const Job *>> claims_of(const std::vector<Job> &jobs) {
+    std::map<std::string, std::vector<const Job *>> claims;
+    for (const Job &job : jobs) {
+        if (!job.problem && job.skip_reason.empty()) claims[key_of(job.output)].push_back(&job);
+    }
+    return claims;
+}
+
+// Finds outputs that exist, and those that would destroy an input or another output: of inputs with the same output
+// none gets it, because which one is meant, such as the FLAC or the MP3 file of a song, is not known here.
 void check_outputs(std::vector<Job> &jobs, bool replaces) {
     std::set<Identity> inputs;
     for (const Job &job : jobs) {
         if (const auto input = input_identity(job)) inputs.insert(*input);
     }
-    std::map<std::string, const Job *> owners = share_out_outputs(jobs);
+    auto claims = claims_of(jobs);
     for (Job &job : jobs) {
         if (job.problem || !job.skip_reason.empty()) continue;
         const auto output = output_identity(job);
-        const Job *owner = owners[key_of(job.output)];
+        const std::vector<const Job *> &rivals = claims[key_of(job.output)];
         if (output && inputs.contains(*output)) {
             job.problem = ProgramError(ExitCode::output, output_name(job.output), "is an input file");
-        } else if (owner != &job) {
-            const std::string text = job.output + " is already the output for " + owner->input;
-            job.problem = ProgramError(ExitCode::output, job.input, text);
+        } else if (rivals.size() > 1) {
+            const Job &other = *rivals[rivals[0] == &job ? 1 : 0];
+            job.problem =
+                ProgramError(ExitCode::output, job.input, job.output + " is the output of " + other.input + " too");
         } else if (output && !replaces && job.output != standard_stream) {
             job.problem = ProgramError(ExitCode::output, job.output, "exists already (-f replaces it)");
         }
@@ -230,7 +139,7 @@ void check_outputs(std::vector<Job> &jobs, bool replaces) {
 }  // namespace
 
 std::vector<Job> plan_jobs(const Options &options) {
-    const bool into_directory = is_output_directory(options);
+    const bool into_directory = is_output_directory(options, has_several_inputs(options));
     const std::vector<Found> found = find_inputs(options);
     if (options.output == standard_stream && found.size() > 1) {
         throw ProgramError(ExitCode::usage, "--output", "standard output takes one input only");
@@ -238,9 +147,9 @@ std::vector<Job> plan_jobs(const Options &options) {
     std::vector<Job> jobs;
     jobs.reserve(found.size());
     for (const Found &input : found) jobs.push_back(make_job(input, options, into_directory));
-    sort_out_results(jobs, found);
-    if (options.skip_existing) skip_existing(jobs);
-    check_outputs(jobs, options.replace);
+    sort_out_results(jobs);
+    skip_existing(jobs, options);
+    check_outputs(jobs, options.replace || options.update);
     return jobs;
 }
 

@@ -1,4 +1,4 @@
-// From the command line to the list of files to encode: directories are searched, outputs named.
+// From the inputs to the list of files to encode: outputs named, and checked against inputs and each other.
 #pragma once
 
 #include <cstdint>
@@ -17,6 +17,7 @@ struct Job {
     std::string output;
     Format format = Format::m4a;
     uint64_t bytes = 0;                   // of the input, 0 where that is not known
+    bool is_searched = false;             // found in a directory, not named by the user
     bool makes_directories = false;       // those of the output, which mirror the input's
     std::string skip_reason;              // why it need not be done; empty if it has to be
     std::optional<ProgramError> problem;  // why it cannot be done

@@ -1,0 +1,85 @@
+#include "output_names.h"
+
+#include <algorithm>
+#include <array>
+#include <string_view>
+#include <system_error>
+#include <utility>
+
+#include "file_kinds.h"
+#include "file_names.h"
+#include "program_error.h"
+
+namespace tavik {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr std::array<std::pair<std::string_view, Format>, 7> extensions{{{".m4a", Format::m4a},
+                                                                         {".mp4", Format::m4a},
+                                                                         {".m4b", Format::m4a},
+                                                                         {".aac", Format::adts},
+                                                                         {".adts", Format::adts},
+                                                                         {".adif", Format::adif},
+                                                                         {".raw", Format::raw_frames}}};
+
+std::optional<Format> format_by_name(const fs::path &path) {
+    const auto *const found =
+        std::ranges::find(extensions, lower_case_extension(path), [](auto &it) { return it.first; });
+    return found != extensions.end() ? std::optional(found->second) : std::nullopt;
+}
+
+// Nobody takes the name for that of something else.
+bool may_hold_anything(const fs::path &path) {
+    std::error_code error;
+    const bool is_special = fs::exists(path, error) && !fs::is_regular_file(path, error);
+    return is_special || path == standard_stream || lower_case_extension(path).empty();
+}
+
+void check_name(const std::string &output, Format format) {
+    const std::optional<Format> named = format_by_name(output);
+    const bool fits = named ? *named == format : kind_by_name(output) == FileKind::other;
+    if (fits) return;
+    std::string problem = std::string("with --") + names_of(format).option + " use";
+    for (const auto &[extension, its_format] : extensions) {
+        if (its_format == format) problem.append(" ").append(extension);
+    }
+    throw ProgramError(ExitCode::usage, output, problem);
+}
+
+}  // namespace
+
+bool is_output_directory(const Options &options, bool takes_several) {
+    if (!options.output || *options.output == standard_stream) return false;
+    const std::string &output = *options.output;
+    std::error_code error;
+    if (fs::is_directory(output, error)) return true;
+    if (takes_several && fs::exists(output, error)) {
+        throw ProgramError(ExitCode::usage, output, "is not a directory, as several outputs need it");
+    }
+    if (output.ends_with('/')) return true;
+    const bool looks_like_file = format_by_name(output) || kind_by_name(output) != FileKind::other;
+    if (takes_several && looks_like_file) {
+        throw ProgramError(ExitCode::usage, output, "is one file for several; a directory is " + output + "/");
+    }
+    return takes_several;
+}
+
+Format format_of_output(const Options &options) {
+    const std::string &output = *options.output;
+    const bool takes_any = may_hold_anything(output);
+    if (options.format) {
+        if (!takes_any) check_name(output, *options.format);
+        return *options.format;
+    }
+    const std::optional<Format> named = format_by_name(output);
+    if (named && *named != Format::raw_frames) return *named;
+    if (takes_any) return Format::m4a;
+    throw ProgramError(ExitCode::usage, output, "use .m4a .mp4 .m4b .aac .adts .adif (.raw with --raw-frames)");
+}
+
+std::string with_extension(fs::path path, const char *extension) {
+    return lower_case_extension(path).empty() ? path += extension : path.replace_extension(extension);
+}
+
+}  // namespace tavik
