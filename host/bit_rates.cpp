@@ -25,9 +25,8 @@ BitRateRange legal_bit_rates(uint32_t channels, uint32_t sample_rate) {
 }
 
 std::string bit_rate_rule(uint32_t channels, uint32_t sample_rate) {
-    return "must be " + text(legal_bit_rates(channels, sample_rate)) + " bit/s for " + std::to_string(channels) +
-           (channels == 1 ? " channel at " : " channels at ") + std::to_string(sample_rate) + " Hz (" +
-           text(legal_bit_rates(1, sample_rate)) + " per channel)";
+    return "must be " + text(legal_bit_rates(channels, sample_rate)) + " for " + std::to_string(channels) +
+           (channels == 1 ? " channel at " : " channels at ") + std::to_string(sample_rate) + " Hz";
 }
 
 uint32_t mean_frame_bytes(const EncoderConfig &config) {

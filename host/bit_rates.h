@@ -25,7 +25,7 @@ struct BitRateRange {
 // What the library takes, for all channels together.
 BitRateRange legal_bit_rates(uint32_t channels, uint32_t sample_rate);
 
-// "must be ... to ... bit/s for 2 channels at 44100 Hz (... to ... per channel)"
+// "must be ... to ... for 2 channels at 44100 Hz"
 std::string bit_rate_rule(uint32_t channels, uint32_t sample_rate);
 
 // Bytes that a frame has on average: at constant rate every frame, at variable rate what the rate is steered to.

@@ -138,8 +138,8 @@ class Batch {
             summary_.duration += file.duration();
         }
         for (const std::string &warning : file.warnings) console_.problem(warning_text(job, warning));
-        if (reports_ == Reports::text) console_.result(encoded_text(job, file));
-        if (reports_ == Reports::json) console_.result(encoded_json(job, file));
+        if (reports_ == Reports::text) console_.result(encoded_text(job, file, options_.verbose));
+        if (reports_ == Reports::json) console_.result({encoded_json(job, file)});
     }
 
     void report_skipped(const Job &job) {
@@ -147,8 +147,8 @@ class Batch {
             const std::lock_guard lock(mutex_);
             ++summary_.skipped;
         }
-        if (reports_ == Reports::text) console_.result(skipped_text(job));
-        if (reports_ == Reports::json) console_.result(skipped_json(job));
+        if (reports_ == Reports::text) console_.result({skipped_text(job)});
+        if (reports_ == Reports::json) console_.result({skipped_json(job)});
     }
 
     void report_failed(const Job &job, const ProgramError &error) {
@@ -158,12 +158,12 @@ class Batch {
             latest_failure_ = error.exit_code();
         }
         console_.problem(error.what());
-        if (reports_ == Reports::json) console_.result(failed_json(job, error.what(), error.exit_code()));
+        if (reports_ == Reports::json) console_.result({failed_json(job, error.what(), error.exit_code())});
     }
 
     void report_summary() {
-        if (reports_ == Reports::text && jobs_.size() != 1) console_.result(summary_text(summary_));
-        if (reports_ == Reports::json) console_.result(summary_json(summary_));
+        if (reports_ == Reports::text && jobs_.size() != 1) console_.result({summary_text(summary_)});
+        if (reports_ == Reports::json) console_.result({summary_json(summary_)});
     }
 
     ExitCode exit_code() const {

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <string_view>
+#include <utility>
 
 #include "waiting.h"
 
@@ -40,11 +41,11 @@ Console::Console(bool results_on_standard_error)
 
 Console::~Console() { show_progress(""); }
 
-void Console::result(const std::string &line) {
-    print(results_on_standard_error_ ? STDERR_FILENO : STDOUT_FILENO, line);
+void Console::result(std::vector<std::string> lines) {
+    print(results_on_standard_error_ ? STDERR_FILENO : STDOUT_FILENO, std::move(lines));
 }
 
-void Console::problem(const std::string &line) { print(STDERR_FILENO, "tavik: " + line); }
+void Console::problem(const std::string &line) { print(STDERR_FILENO, {"tavik: " + line}); }
 
 unsigned Console::terminal_columns() {
     constexpr unsigned usual = 80;
@@ -59,11 +60,15 @@ void Console::show_progress(const std::string &bar) {
     write_all(STDERR_FILENO, std::string(clear_line) + bar_);
 }
 
-void Console::print(int descriptor, std::string line) {
-    replace_control_characters(line);
+void Console::print(int descriptor, std::vector<std::string> lines) {
+    std::string text;
+    for (std::string &line : lines) {
+        replace_control_characters(line);
+        text += line + '\n';
+    }
     const std::lock_guard lock(mutex_);
     if (!bar_.empty()) write_all(STDERR_FILENO, clear_line);
-    if (!write_all(descriptor, line + '\n') && descriptor == STDOUT_FILENO) failed_ = true;
+    if (!write_all(descriptor, text) && descriptor == STDOUT_FILENO) failed_ = true;
     if (!bar_.empty()) write_all(STDERR_FILENO, bar_);
 }
 

@@ -3,10 +3,11 @@
 
 #include <mutex>
 #include <string>
+#include <vector>
 
 namespace tavik {
 
-// Prints lines in one piece each, also when several threads have something to say. Control characters in them, such as
+// Prints lines in one piece, also when several threads have something to say. Control characters in them, such as
 // a line break in a file name, become '?'.
 class Console {
  public:
@@ -16,8 +17,8 @@ class Console {
     Console(const Console &) = delete;
     Console &operator=(const Console &) = delete;
 
-    // A line about what was done.
-    void result(const std::string &line);
+    // Lines about what was done; nothing else comes between them.
+    void result(std::vector<std::string> lines);
 
     // A line about what is wrong; the program's name is put in front.
     void problem(const std::string &line);
@@ -33,7 +34,7 @@ class Console {
     bool failed() const { return failed_; }
 
  private:
-    void print(int descriptor, std::string line);
+    void print(int descriptor, std::vector<std::string> lines);
 
     std::mutex mutex_;
     bool results_on_standard_error_;

@@ -11,8 +11,13 @@ namespace {
 
 // Bit/s per channel from the bit/s of all channels.
 uint32_t divide_bit_rate(uint64_t bit_rate, uint32_t channels, uint32_t rate) {
-    const std::string subject = "--bitrate " + std::to_string(bit_rate);
-    if (!legal_bit_rates(channels, rate).contains(bit_rate)) {
+    const std::string subject = "-b " + std::to_string(bit_rate);
+    const BitRateRange legal = legal_bit_rates(channels, rate);
+    if (bit_rate < legal.lowest && legal.contains(bit_rate * 1000)) {
+        throw ProgramError(ExitCode::usage, subject,
+                           "bits per second? For thousands: " + std::to_string(bit_rate) + "k");
+    }
+    if (!legal.contains(bit_rate)) {
         throw ProgramError(ExitCode::usage, subject, bit_rate_rule(channels, rate));
     }
     if (bit_rate % channels != 0) {

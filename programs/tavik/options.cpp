@@ -1,6 +1,8 @@
 // The command line is described to CLI11, which parses and checks it and writes the help text.
 #include "options.h"
 
+#include <fmt/format.h>
+
 #include <CLI/CLI.hpp>
 #include <cctype>
 #include <charconv>
@@ -15,26 +17,37 @@ namespace tavik {
 namespace {
 
 constexpr const char *description =
-    "Encodes audio as MPEG AAC Low Complexity. Whatever FFmpeg's libraries can read is resampled and mixed as "
-    "necessary.";
+    "Encodes audio as MPEG AAC Low Complexity. Whatever FFmpeg's libraries can read\n"
+    "is resampled and mixed as necessary.";
 
 constexpr const char *footer =
     "Examples:\n"
-    "  tavik song.flac                            song.m4a beside it, 128 kbit/s for stereo\n"
-    "  tavik film.mkv -o film.aac -b 192k         an ADTS stream of its best audio track\n"
-    "  tavik talk.wav --mode mono -b 40k --cbr    mono, constant rate\n"
-    "  tavik music/ -o encoded/ --skip-existing   a folder of music, on all cores\n"
+    "  tavik song.flac                           song.m4a beside it, 128 kbit/s\n"
+    "  tavik film.mkv -o film.aac -b 192k        an ADTS stream of its audio\n"
+    "  tavik talk.wav --mode mono -b 40k --cbr   mono, constant rate\n"
+    "  tavik music/ -o encoded/ --update         a folder, and later what is new\n"
     "  arecord -q -f cd | tavik - -o - --adts | nc host 9000\n"
-    "                                             live: each frame as soon as it is coded\n"
+    "                                            live: each frame when it is coded\n"
     "\n"
     "Exit status:\n"
-    "  0 all done, 1 some of several files failed, 2 wrong usage, 3 unusable input, 4 output not written,\n"
-    "  129/130/143 interrupted by SIGHUP/SIGINT/SIGTERM, 70 internal error\n"
+    "  0 all done, 1 some of several files failed, 2 wrong usage, 3 unusable input,\n"
+    "  4 output not written, 129/130/143 interrupted by SIGHUP/SIGINT/SIGTERM,\n"
+    "  70 internal error\n"
     "An output appears under its name only when it is complete.";
+
+constexpr size_t help_column = 26;  // of the texts: 54 columns are left for each of their lines
 
 constexpr unsigned most_jobs = 256;
 constexpr unsigned most_tracks = 1000;
 constexpr double most_gain = 60;  // dB
+
+// Writes no more of an option's value than its name: not what it excludes, nor its range.
+class HelpFormatter : public CLI::Formatter {
+    std::string make_option_opts(const CLI::Option *option) const override {
+        const std::string &text = option->get_option_text();
+        return text.empty() ? "" : " " + text;
+    }
+};
 
 std::map<std::string, ChannelMode> mode_names() {
     return {{"mono", ChannelMode::mono}, {"stereo", ChannelMode::stereo}, {"two-mono", ChannelMode::two_mono}};
@@ -89,13 +102,6 @@ std::pair<std::string, std::string> to_tag(const std::string &text) {
     return {key, text.substr(sign + 1)};
 }
 
-std::vector<std::string> supported_rate_texts() {
-    std::vector<std::string> texts;
-    texts.reserve(std::size(supported_rates));
-    for (const uint32_t rate : supported_rates) texts.push_back(std::to_string(rate));
-    return texts;
-}
-
 // Validators of CLI11's kind: an empty string accepts the text.
 
 std::string check_file_name(const std::string &text) { return text.empty() ? "empty file name" : ""; }
@@ -104,9 +110,22 @@ std::string check_bit_rate(const std::string &text) {
     return to_bit_rate(text) ? "" : text + " is not a bit rate such as 128000 or 128k";
 }
 
+std::string check_rate(const std::string &text) {
+    if (std::ranges::find(supported_rates, to_number(text).value_or(0)) != supported_rates.end()) return "";
+    return fmt::format("{}: use {}", text, fmt::join(supported_rates, " "));
+}
+
+std::string check_mode(const std::string &text) {
+    return mode_names().contains(text) ? "" : text + ": use mono, stereo or two-mono";
+}
+
+std::string check_loudness_gain(const std::string &text) {
+    return loudness_gain_names().contains(text) ? "" : text + ": use track or album";
+}
+
 std::string check_pcm(const std::string &text) {
     if (to_pcm_format(text)) return "";
-    return text + " is not a format such as s16le:44100:2 (u8 or s16, s24, s32, f32 with le or be)";
+    return text + ": use u8 or s16 s24 s32 f32 with le or be, as in s16le:44100:2";
 }
 
 std::string check_tag(const std::string &text) {
@@ -116,19 +135,19 @@ std::string check_tag(const std::string &text) {
 
 void add_input_options(CLI::App &app, Options &options, ArgumentTexts &texts) {
     const std::string group = "Input";
-    app.add_option("INPUT", options.inputs, "Files; directories for all audio files below them; - for standard input")
+    app.add_option("INPUT", options.inputs, "Files; directories for the audio files below them;\n- for standard input")
         ->option_text("...")
         ->required()
         ->check(check_file_name);
     app.add_option("--pcm", texts.pcm,
-                   "Inputs are samples without a header, such as s16le:48000:2 [rate 44100, stereo]")
-        ->type_name("FORMAT[:RATE[:CHANNELS]]")
+                   "The inputs are samples without a header, such as\ns16le:48000:2 [44100 Hz, 2 channels]")
+        ->option_text("FORMAT[:RATE[:CHANNELS]]")
         ->check(check_pcm)
         ->group(group);
-    auto *track = app.add_option("--track", options.track, "Audio track of the input, counted from 1 [the best]");
-    track->type_name("N")->check(CLI::Range(1U, most_tracks))->group(group);
+    auto *track = app.add_option("--track", options.track, "Audio track to take, counted from 1 [the best]");
+    track->option_text("N")->check(CLI::Range(1U, most_tracks))->group(group);
     app.add_option("--language", options.language, "Audio track of this language, such as eng")
-        ->type_name("LANG")
+        ->option_text("LANG")
         ->excludes(track)
         ->group(group);
 }
@@ -136,43 +155,37 @@ void add_input_options(CLI::App &app, Options &options, ArgumentTexts &texts) {
 void add_output_options(CLI::App &app, Options &options) {
     const std::string group = "Output";
     app.add_option("-o,--output", options.output,
-                   "File, or directory for several; - is standard output [beside each input]")
-        ->type_name("PATH")
+                   "File, or directory for several; - is standard output\n[beside each input]")
+        ->option_text("PATH")
         ->check(check_file_name)
         ->group(group);
-    auto *force = app.add_flag("-f,--force", options.replace, "Replace outputs that exist");
-    force->option_text(" ")->group(group);
+    auto *force = app.add_flag("-f,--force", options.replace, "Replace outputs that exist")->group(group);
     auto *skip = app.add_flag("--skip-existing", options.skip_existing, "Leave out inputs whose output exists");
-    skip->excludes(force)->option_text(" ")->group(group);
-    app.add_flag("--update", options.update, "Leave out inputs whose output is newer, replace older outputs")
+    skip->excludes(force)->group(group);
+    app.add_flag("--update", options.update, "Leave out inputs whose output is newer, replace\nolder outputs")
         ->excludes(force, skip)
-        ->option_text(" ")
         ->group(group);
-    app.add_flag("--strict", options.strict, "Damaged or truncated input is an error: no output is kept")->group(group);
-    auto *verify = app.add_flag("--verify", options.verify, "Decode what was written, compare length and structure");
+    app.add_flag("--strict", options.strict, "Damaged or truncated input is an error")->group(group);
+    auto *verify = app.add_flag("--verify", options.verify, "Decode what was written and compare its structure");
     verify->group(group);
-    app.add_flag("--live", options.live, "Endless input: frames leave at once, an interrupt ends it well")
-        ->option_text(" ")
-        ->excludes(verify)
-        ->group(group);
+    app.add_flag("--live", options.live, "Endless input, which an interrupt ends well")->excludes(verify)->group(group);
 }
 
 // Adds the flags that choose the format and lets `format` be set by whichever is given.
 void add_format_options(CLI::App &app, std::optional<Format> &format, bool &start_edit) {
-    const std::string group = "Format (only one) [as the name of the output says, else M4A]";
+    const std::string group = "Format [as the name of the output says, else M4A]";
     const auto add = [&app, &format, &group](const char *flag, Format value, const char *text) {
         const auto select = [&format, value] { format = value; };
-        return app.add_flag_callback(flag, select, text)->option_text(" ")->group(group);
+        return app.add_flag_callback(flag, select, text)->group(group);
     };
-    CLI::Option *m4a = add("--m4a", Format::m4a, "MP4 file (.m4a): plays sample-exact, carries tags and cover");
-    CLI::Option *adts = add("--adts", Format::adts, "ADTS stream (.aac): a header in front of every frame");
-    CLI::Option *adif = add("--adif", Format::adif, "ADIF stream (.adif): one header in front of the stream");
-    CLI::Option *raw = add("--raw-frames", Format::raw_frames, "No headers, the frames alone (.raw)");
+    CLI::Option *m4a = add("--m4a", Format::m4a, "MP4 file (.m4a): sample-exact, with tags and cover");
+    CLI::Option *adts = add("--adts", Format::adts, "Stream (.aac) with a header before every frame");
+    CLI::Option *adif = add("--adif", Format::adif, "Stream (.adif) with one header before all");
+    CLI::Option *raw = add("--raw-frames", Format::raw_frames, "The frames alone (.raw)");
     m4a->excludes(adts, adif, raw);
     adts->excludes(adif, raw);
     adif->excludes(raw);
-    app.add_flag("--start-edit", start_edit, "In MP4, begin a late start with an edit instead of silence")
-        ->option_text(" ")
+    app.add_flag("--start-edit", start_edit, "Begin a late start with an edit, not with silence")
         ->excludes(adts, adif, raw)
         ->group(group);
 }
@@ -180,25 +193,27 @@ void add_format_options(CLI::App &app, std::optional<Format> &format, bool &star
 void add_level_options(CLI::App &app, Options &options, ArgumentTexts &texts) {
     const std::string group = "Level";
     app.add_option("--gain", options.gain, "Make it louder, or softer by a negative number")
-        ->type_name("DB")
         ->option_text("DB")
         ->check(CLI::Range(-most_gain, most_gain))
         ->group(group);
     app.add_flag("--loudness", options.loudness, "Measure by EBU R128 and write ReplayGain tags")->group(group);
-    app.add_option("--apply-loudness", texts.loudness_gain, "Measure, and apply the ReplayGain of track or album")
-        ->type_name("track|album")
-        ->option_text("track|album")
-        ->check(CLI::IsMember(loudness_gain_names()))
+    app.add_option("--apply-loudness", texts.loudness_gain, "Measure, and apply the gain of track or album")
+        ->option_text("WHOSE")
+        ->check(check_loudness_gain)
         ->group(group);
 }
 
 void add_tag_options(CLI::App &app, Options &options, ArgumentTexts &texts) {
     const std::string group = "Tags and cover (M4A)";
-    const auto add = [&app](const std::string &name, auto &variable, const char *type, const char *text) {
-        return app.add_option(name, variable, text)->type_name(type)->allow_extra_args(false)->group("");
+    const auto add = [&app, &group](const std::string &name, auto &variable, const char *type, const char *text) {
+        return app.add_option(name, variable, text)->option_text(type)->allow_extra_args(false)->group(group);
     };
-    auto *tag = add("--tag", texts.tags, "KEY=VALUE", "Set a tag; without a value: leave it out; may be repeated");
-    tag->check(check_tag)->group(group);
+    add("--tag", texts.tags, "KEY=VALUE", "Set a tag, or leave it out if there is no value;\nmay be repeated")
+        ->check(check_tag);
+    const char *usual_tags =
+        "The title; likewise\n"
+        "--artist,--album,--album-artist,--composer\n"
+        "--genre,--date,--comment";
     for (const char *key : {"title", "artist", "album", "album-artist", "composer", "genre", "date", "comment"}) {
         const std::string name = std::string("--") + key;
         std::string plain = key;
@@ -206,36 +221,37 @@ void add_tag_options(CLI::App &app, Options &options, ArgumentTexts &texts) {
         const auto set = [&options, plain](const std::string &value) {
             options.tags.push_back(to_tag(plain + "=" + value));
         };
-        app.add_option_function<std::string>(name, set, "The same for the usual ones")->type_name("TEXT")->group(group);
+        const bool stands_for_all = plain == "title";
+        app.add_option_function<std::string>(name, set, usual_tags)
+            ->option_text("TEXT")
+            ->group(stands_for_all ? group : "");
     }
-    auto *cover = add("--cover", options.cover, "FILE", "The front cover");
-    cover->check(check_file_name)->group(group);
+    add("--cover", options.cover, "FILE", "The picture for the front cover")->check(check_file_name);
     app.add_flag("--no-tags", options.no_tags, "Leave out the tags of the input")->group(group);
-    app.add_flag("--no-cover", options.no_cover, "Leave out its pictures")->group(group);
+    app.add_flag("--no-cover", options.no_cover, "Leave out the pictures of the input")->group(group);
 }
 
 void add_coding_options(CLI::App &app, Options &options, ArgumentTexts &texts) {
     const std::string group = "Coding";
     app.add_option("-b,--bitrate", texts.bit_rate,
-                   "Bit/s of all channels together [64k per channel, less below 44100 Hz]")
-        ->type_name("RATE[k]")
+                   "Bit/s of all channels together\n[64k per channel, less below 44100 Hz]")
+        ->option_text("RATE[k]")
         ->check(check_bit_rate)
         ->group(group);
-    app.add_flag("--cbr", options.constant_rate, "Constant rate: all frames of the same size [variable]")->group(group);
-    app.add_option("--rate", options.rate, "Sampling rate of the output in Hz [the input's, or the next supported one]")
-        ->type_name("HZ")
+    app.add_flag("--cbr", options.constant_rate, "Constant rate [variable]")->group(group);
+    app.add_option("--rate", options.rate,
+                   "Sampling rate of the output [that of the input, or\nthe next one that is possible]")
         ->option_text("HZ")
-        ->check(CLI::IsMember(supported_rate_texts()))
+        ->check(check_rate)
         ->group(group);
     app.add_option("--mode", texts.mode,
-                   "mono, stereo or two-mono (independent channels) [mono or stereo as the input]")
-        ->type_name("MODE")
+                   "mono, stereo or two-mono (independent channels)\n[mono or stereo, as the input]")
         ->option_text("MODE")
-        ->check(CLI::IsMember(mode_names()))
+        ->check(check_mode)
         ->group(group);
     app.add_flag("--no-tns", options.no_tns, "Never apply temporal noise shaping")->group(group);
     app.add_flag("--priming", options.priming,
-                 "Begin a stream with the priming frame: 1024 samples later, the first ones exact [MP4 only]")
+                 "Begin with the frame that makes the first samples\nexact, 1024 later [in MP4 files only]")
         ->group(group);
 }
 
@@ -243,16 +259,14 @@ void add_report_options(CLI::App &app, Options &options) {
     const std::string group = "Reports";
     auto *quiet = app.add_flag("-q,--quiet", options.quiet, "Print warnings and errors only")->group(group);
     app.add_flag("-v,--verbose", options.verbose, "Print more about each file")->excludes(quiet)->group(group);
-    app.add_flag("--no-progress", options.no_progress, "No progress bar (on terminals only anyway) or progress objects")
-        ->group(group);
-    app.add_flag("--json", options.json, "Print JSON objects, one per line: progress, each file, the summary")
-        ->group(group);
+    app.add_flag("--no-progress", options.no_progress, "No progress bar and no progress objects")->group(group);
+    app.add_flag("--json", options.json, "Print JSON objects, one in each line")->group(group);
 }
 
 void add_general_options(CLI::App &app, Options &options) {
     const std::string group = "General";
-    app.add_option("-j,--jobs", options.jobs, "Files that are encoded at once [as many as there are cores]")
-        ->type_name("N")
+    app.add_option("-j,--jobs", options.jobs, "Files encoded at once [the number of cores]")
+        ->option_text("N")
         ->check(CLI::Range(unsigned{1}, most_jobs))
         ->group(group);
     app.set_version_flag(
@@ -272,9 +286,10 @@ std::string plain_name(const std::string &path, const char *name, const std::str
 // An unknown argument goes first: often it is the reason why another one is missing.
 ProgramError usage_error(const CLI::App &app, const CLI::ParseError &error) {
     for (const std::string &argument : app.remaining()) {
-        if (argument != "--") return {ExitCode::usage, argument, "unknown option"};
+        if (argument != "--") return {ExitCode::usage, argument, "unknown option (see tavik --help)"};
     }
-    return {ExitCode::usage, std::string(error.what()) + " (tavik --help tells more)"};
+    const bool is_missing = error.get_name() == "RequiredError";
+    return {ExitCode::usage, std::string(error.what()) + (is_missing ? " (see tavik --help)" : "")};
 }
 
 // Parses; false when the help or version text was asked for and printed.
@@ -311,6 +326,8 @@ std::optional<Options> parse_options(int argc, const char *const *argv) {
     ArgumentTexts texts;
     CLI::App app(description, "tavik");
     app.footer(footer);
+    app.formatter(std::make_shared<HelpFormatter>());
+    app.get_formatter()->column_width(help_column);
     app.option_defaults()->disable_flag_override();
     add_input_options(app, options, texts);
     add_output_options(app, options);

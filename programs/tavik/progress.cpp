@@ -42,7 +42,7 @@ void Progress::update(size_t job, const FileProgress &progress) {
     const auto now = Clock::now();
     if (style_ == Style::json && now >= state.next_json) {
         state.next_json = now + json_interval;
-        console_.result(progress_json(jobs_[job], progress));
+        console_.result({progress_json(jobs_[job], progress)});
     }
     if (style_ == Style::bar && now >= next_bar_) {
         next_bar_ = now + bar_interval;
@@ -70,14 +70,14 @@ std::string Progress::bar_text() const {
     }
     const double elapsed = std::chrono::duration<double>(Clock::now() - start_).count();
     const std::string speed = fmt::format("{:.0f}x", elapsed > 0 ? seconds / elapsed : 0);
-    if (!is_known) return fmt::format("{} of audio  {}", clock_text(seconds), speed);
+    const size_t columns = Console::terminal_columns();
+    if (!is_known) return fmt::format("{} of audio  {}", clock_text(seconds), speed).substr(0, columns - 1);
 
     const double fraction = std::clamp(done / weight, 0.0, 1.0);
     std::string text = fmt::format("{:3.0f} %", fraction * 100);
     if (states_.size() > 1) text += fmt::format("  {}/{} files", finished, states_.size());
     if (fraction > least_fraction_for_eta) text += "  ETA " + clock_text(elapsed * (1 - fraction) / fraction);
     text += "  " + speed;
-    const size_t columns = Console::terminal_columns();
     if (text.size() >= columns) return text.substr(0, columns - 1);
     return drawn_bar(fraction, columns - text.size()) + text;
 }

@@ -6,6 +6,10 @@
 #include <cmath>
 #include <nlohmann/json.hpp>
 
+extern "C" {
+#include <libavutil/base64.h>
+}
+
 #include "bit_rates.h"
 #include "file_names.h"
 
@@ -15,25 +19,41 @@ namespace {
 // Keeps the keys in the order in which they are set.
 using Json = nlohmann::ordered_json;
 
-const char *mode_text(uint32_t channel_mode) {
+// As on the command line.
+const char *mode_name(uint32_t channel_mode) {
     switch (channel_mode) {
         case TAVIK_MODE_MONO: return "mono";
         case TAVIK_MODE_STEREO: return "stereo";
-        default: return "two mono channels";
+        default: return "two-mono";
     }
-}
-
-// Named as on the command line.
-const char *mode_name(uint32_t channel_mode) {
-    return channel_mode == TAVIK_MODE_TWO_MONO ? "two-mono" : mode_text(channel_mode);
 }
 
 std::string names_text(const Job &job) { return input_name(job.input) + " -> " + output_name(job.output); }
 
-Json event(const char *name, const Job &job) { return {{"event", name}, {"input", job.input}, {"output", job.output}}; }
-
-// In ASCII, with escapes. Bytes of a file name that are no UTF-8 are replaced, since JSON has no place for them.
+// In ASCII, with escapes. Bytes that are no UTF-8 are replaced, since JSON has no place for them.
 std::string to_line(const Json &json) { return json.dump(-1, ' ', true, Json::error_handler_t::replace); }
+
+bool is_utf8(const std::string &text) { return Json::parse(to_line(text)) == text; }
+
+std::string base64(const std::string &bytes) {
+    std::vector<char> text(AV_BASE64_SIZE(bytes.size()));
+    const std::vector<uint8_t> data(bytes.begin(), bytes.end());
+    av_base64_encode(text.data(), static_cast<int>(text.size()), data.data(), static_cast<int>(data.size()));
+    return text.data();
+}
+
+// A name that is no UTF-8 comes a second time, with all its bytes.
+void add_name(Json &json, const std::string &key, const std::string &name) {
+    json[key] = name;
+    if (!is_utf8(name)) json[key + "_base64"] = base64(name);
+}
+
+Json event(const char *name, const Job &job) {
+    Json json{{"event", name}};
+    add_name(json, "input", job.input);
+    add_name(json, "output", job.output);
+    return json;
+}
 
 // Fractions of a second beyond the microsecond are noise.
 double rounded(double seconds) { return std::round(seconds * 1e6) / 1e6; }
@@ -62,23 +82,51 @@ void add_source_facts(Json &json, const EncodedFile &file) {
     add_replay_gain(json, "album", file.replay_gain.album);
 }
 
+// As a multiple of real time.
+std::string speed_text(double duration, double elapsed) {
+    const double times = speed(duration, elapsed);
+    return fmt::format("{:.{}f}x", times, times < 10 ? 1 : 0);
+}
+
+std::string size_text(uint64_t bytes) {
+    if (bytes < 1000) return fmt::format("{} bytes", bytes);
+    const auto size = static_cast<double>(bytes);
+    return bytes < 999950 ? fmt::format("{:.1f} kB", size / 1e3) : fmt::format("{:.1f} MB", size / 1e6);
+}
+
+std::string source_details(const EncodedFile &file) {
+    return fmt::format("  source: {} channel{} at {} Hz", file.source.channels, file.source.channels == 1 ? "" : "s",
+                       file.source.rate);
+}
+
+std::string coding_details(const EncodedFile &file) {
+    const uint32_t per_channel = file.config.bit_rate;
+    return fmt::format("  coding: {}, {} rate, {} bit/s ({} per channel)", names_of(file.format).text,
+                       file.config.constant_rate != 0 ? "constant" : "variable",
+                       per_channel * channel_count(file.config), per_channel);
+}
+
+std::string result_details(const EncodedFile &file) {
+    return fmt::format("  result: {:.3f} s, {} samples, {} frames, {} bytes, {:.0f} bit/s", file.duration(),
+                       file.samples, file.frames, file.bytes, file.mean_bit_rate());
+}
+
 }  // namespace
 
-std::string encoded_text(const Job &job, const EncodedFile &file) {
+std::vector<std::string> encoded_text(const Job &job, const EncodedFile &file, bool verbose) {
     const EncoderConfig &config = file.config;
-    const uint32_t channels = channel_count(config);
-    std::string text = fmt::format("{}: {} Hz", names_text(job), config.sample_rate);
-    if (file.source.rate != config.sample_rate) text += fmt::format(" (from {} Hz)", file.source.rate);
-    text += fmt::format(", {}", mode_text(config.channel_mode));
-    if (file.source.channels != channels) {
-        text += fmt::format(" (from {} channel{})", file.source.channels, file.source.channels == 1 ? "" : "s");
+    std::string line =
+        fmt::format("{}: {}, {} {:g} kHz, {:.0f} kbit/s, {}, {}", names_text(job), clock_text(file.duration()),
+                    mode_name(config.channel_mode), config.sample_rate / 1e3, file.mean_bit_rate() / 1e3,
+                    size_text(file.bytes), speed_text(file.duration(), file.elapsed));
+    if (file.verified) line += ", verified";
+    std::vector<std::string> lines{line};
+    if (verbose) {
+        lines.push_back(source_details(file));
+        lines.push_back(coding_details(file));
+        lines.push_back(result_details(file));
     }
-    text += fmt::format(
-        ", {} bit/s ({} per channel), {} rate, {}, {:.3f} s, {} bytes, mean {:.0f} bit/s, {:.1f}x real time",
-        config.bit_rate * channels, config.bit_rate, config.constant_rate != 0 ? "constant" : "variable",
-        names_of(file.format).text, file.duration(), file.bytes, file.mean_bit_rate(),
-        speed(file.duration(), file.elapsed));
-    return text + (file.verified ? ", verified" : "");
+    return lines;
 }
 
 std::string skipped_text(const Job &job) { return names_text(job) + ": skipped, " + job.skip_reason; }
@@ -91,8 +139,8 @@ std::string summary_text(const Summary &summary) {
     std::string text = fmt::format("{} files: {} encoded", summary.files, summary.encoded);
     if (summary.skipped > 0) text += fmt::format(", {} skipped", summary.skipped);
     if (summary.failed > 0) text += fmt::format(", {} failed", summary.failed);
-    return text + fmt::format("; {} of audio in {:.1f} s, {:.1f}x real time", clock_text(summary.duration),
-                              summary.elapsed, speed(summary.duration, summary.elapsed));
+    return text + fmt::format("; {} of audio in {:.1f} s, {}", clock_text(summary.duration), summary.elapsed,
+                              speed_text(summary.duration, summary.elapsed));
 }
 
 std::string encoded_json(const Job &job, const EncodedFile &file) {

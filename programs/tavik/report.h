@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "encode_file.h"
 #include "jobs.h"
@@ -19,7 +20,8 @@ struct Summary {
     double elapsed = 0;   // seconds that the run took
 };
 
-std::string encoded_text(const Job &job, const EncodedFile &file);
+// One line, and with `verbose` more below it with the details.
+std::vector<std::string> encoded_text(const Job &job, const EncodedFile &file, bool verbose);
 std::string skipped_text(const Job &job);
 std::string warning_text(const Job &job, const std::string &warning);
 std::string summary_text(const Summary &summary);
