@@ -135,7 +135,7 @@ std::string check_tag(const std::string &text) {
 
 void add_input_options(CLI::App &app, Options &options, ArgumentTexts &texts) {
     const std::string group = "Input";
-    app.add_option("INPUT", options.inputs, "Files; directories for the audio files below them;\n- for standard input")
+    app.add_option("INPUT", options.inputs, "Files; directories for the audio files below them;\nstandard input as -")
         ->option_text("...")
         ->required()
         ->check(check_file_name);

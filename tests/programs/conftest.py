@@ -36,7 +36,7 @@ class Program:
         """`within` is a script for bash in which the command stands as "$@"."""
         streams = {"stdin": subprocess.DEVNULL, "stdout": subprocess.PIPE, "stderr": subprocess.PIPE, **streams}
         shell = ["bash", "-c", within, "bash"] if within else []
-        command = [*shell, self.path, *map(str, arguments)]
+        command = [*shell, self.path, *[it if isinstance(it, bytes) else str(it) for it in arguments]]
         self.running.append(subprocess.Popen(command, start_new_session=True, **streams))
         return self.running[-1]
 

@@ -42,7 +42,9 @@ def zsh(line):
 @pytest.fixture(scope="module")
 def options(tavik):
     """Short and long options of the help text."""
-    columns = re.findall(r"(?m)^ +(-\S*)", tavik.encode("--help").data.decode())
+    text = tavik.encode("--help").out
+    assert [line for line in text if len(line) > 80] == []
+    columns = re.findall(r"(?m)^ +(-\S*)", "\n".join(text))
     found = {option for column in columns for option in column.split(",")}
     assert {"-o", "--output", "--help"} < found
     return found

@@ -23,20 +23,29 @@ def tone(sound):
     ("--mode: .*quad", "tone.wav --mode quad"),
     ("--rate: .*44000", "tone.wav --rate 44000"),
     ("--ad.. excludes --ad..", "tone.wav --adts --adif"),
+    ("excludes", "tone.wav --adif --raw-frames"),
     ("--tag: .*=calm", "tone.wav --tag =calm"),
     ("--bitrate: .*fast", "tone.wav -b fast"),
-    ("--bitrate 15998: must be 16000 to 529200 bit/s for 2 channels at 44100 Hz", "tone.wav -b 15998"),
-    ("--bitrate 64001: must divide", "tone.wav -b 64001"),
+    ("-b 15998: must be 16000 to 529200 for 2 channels at 44100 Hz", "tone.wav -b 15998"),
+    ("-b 64: .* 64k", "tone.wav -b 64"),
+    ("-b 64001: must divide", "tone.wav -b 64001"),
     ("--pcm: .*s8", "tone.wav --pcm s8"),
     ("--pcm: .*s16le:44100:2:1", "tone.wav --pcm s16le:44100:2:1"),
     ("--jobs: .*", "tone.wav -j 0"),
     ("--output", "-"),
-    ("standard input", "- - -o new/"),
+    ("standard input can be read only once", "- - -o new/"),
+    ("standard input can be read only once", "- /dev/stdin -o new/"),
     ("--verify", "tone.wav -o - --verify"),
     ("--verify", "tone.wav -o pipe --verify"),
     ("one input", "folder -o -"),
     ("tone.flac.*not a directory", "folder -o tone.flac"),
     ("--skip-existing", "tone.wav -f --skip-existing"),
+    *[(f"{name}: use .m4a .mp4 .m4b .aac .adts .adif .*raw", f"tone.wav -o {name}")
+      for name in ("x.mp3", "x.WAV", "x.ogg", "x.raw", "x.mkv", "x.anything")],
+    ("x.m4a: with --adts use .aac .adts", "tone.wav --adts -o x.m4a"),
+    ("x.mp3: with --m4a use .m4a .mp4 .m4b", "tone.wav --m4a -o x.mp3"),
+    *[(f"{name}: .* several; a directory is {name}/", f"{inputs} -o {name}")
+      for name, inputs in (("x.m4a", "tone.wav tone.flac"), ("x.mp3", "folder"))],
 ])
 def test_wrong_usage(tavik, tone, pattern, arguments):
     Path("folder").mkdir()
@@ -55,7 +64,16 @@ def test_unusable_input(tavik, tone):
     for name, problem in (("missing.wav", ".*No such file"), ("empty.wav", ".*empty"), ("line\nbreak\x1b\x7f.wav", ""),
                           ("text.txt", ""), ("header.wav", ""), ("silent.mp4", ".*no audio"),
                           ("directory", ".*no audio")):
-        tavik.refuse(3, re.sub("[\n\x1b\x7f]", r"[?]", name) + ": " + problem, name, "-o", "x.m4a")
+        tavik.refuse(3, re.sub("[\n\x1b\x7f]", r"[?]", name) + ": " + problem, name, "-o", "new/")
+
+
+def test_what_to_do_with_urls_and_folders_of_films(tavik):
+    for url, advice in (("https://a.b/c.mp3", "curl .*tavik - "), ("rtsp://a.b/c", "ffmpeg .*tavik - "), ("file:///a", "")):
+        tavik.refuse(3, f"{url}: .*URL.*{advice}", url, "-o", "x.m4a")
+    for name in ("films/sub/A.MKV", "films/b.mp4", "films/c.txt"):
+        Path(name).parent.mkdir(parents=True, exist_ok=True)
+        Path(name).touch()
+    tavik.refuse(3, "films: no audio files, but 2 films; .*: tavik films/b.mp4", "films")
 
 
 @pytest.mark.parametrize("kind,name,piped", [

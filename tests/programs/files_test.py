@@ -1,4 +1,5 @@
 """Which files are read and written, and what becomes of files that are there already."""
+import json
 import os
 import shutil
 from pathlib import Path
@@ -65,30 +66,61 @@ def test_originals_with_the_extension_of_outputs(tavik, music, sound):
         run = tavik.run("music", form, "-f")
         assert run.status == 1 and f"tavik: music/{name}: is an input file" in run.err
         assert f"music/{name} -> music/{name}: skipped, would be its own output" in run.out
+    before_all = names()
     assert all(snapshot("music")[path] == content for path, content in before.items())
     run = tavik.run("music", "-o", "new")
-    assert sorted(run.err) == [f"tavik: music/{name}: new/{place}.m4a is already the output for music/{place}.wav"
-                               for name, place in (("a.aac", "a"), ("a.m4a", "a"), ("sub/b.aac", "sub/b"))]
-    assert names("new") == ["a.m4a", "sub/b.m4a"]
+    assert sorted(run.err) == [f"tavik: music/{name}: new/{place}.m4a is the output of music/{other} too"
+                               for name, place, other in (("a.aac", "a", "a.m4a"), ("a.m4a", "a", "a.aac"),
+                                                          ("a.wav", "a", "a.aac"), ("sub/b.aac", "sub/b", "sub/b.wav"),
+                                                          ("sub/b.wav", "sub/b", "sub/b.aac"))]
+    assert names() == sorted(before_all)
+
+
+def test_results_of_earlier_runs_are_no_inputs_and_no_originals(tavik, music):
+    """MP4 files that the program knows as its own, next to what they were made of."""
+    for arguments, made in (("music", ["a.m4a", "sub/b.m4a"]), ("music --adts -o new", ["a.aac", "sub/b.aac"]),
+                            ("music --mode mono -f", ["a.m4a", "sub/b.m4a"])):
+        events = [json.loads(line) for line in tavik.encode(*arguments.split(), "--json", "--no-progress").out]
+        assert sorted(event["output"].split("/", 1)[1] for event in events[:-1]) == made
+    os.remove("music/a.wav")
+    assert "music/a.m4a -> music/a.m4a: skipped, would be its own output" in tavik.encode("music", "--skip-existing").out
+
+
+@pytest.mark.parametrize("output,place", [([], "music"), (["-o", "new"], "new")])
+def test_update(tavik, music, output, place):
+    """What is missing or older is made, what is as new is left, an original is never replaced."""
+    Path("music/sub/new.WAV").write_bytes(Path("other.wav").read_bytes())
+    assert len(tavik.encode("music", "--update", *output).out) == 4
+    for name, seconds in (("a", 0), ("sub/b", -1)):
+        made = os.stat(f"{place}/{name}.m4a").st_mtime_ns
+        os.utime(f"music/{name}.wav", ns=(made, made - seconds * 10**9))
+    os.remove(f"{place}/sub/new.m4a")
+    old = os.stat(f"{place}/sub/b.m4a").st_ino
+    run = tavik.encode("music", "--update", "-j", "1", *output)
+    assert [line.split(" -> ")[0] for line in run.out[:3] if "skipped, is up to date" in line] == ["music/a.wav"]
+    assert run.out[3].startswith("3 files: 2 encoded, 1 skipped")
+    assert os.stat(f"{place}/sub/b.m4a").st_ino != old
 
 
 def test_same_output_twice(tavik, music):
     shutil.copy("other.wav", "a.wav")
     run = tavik.run("a.wav", "music/a.wav", "a.wav", "music/sub/../../other.wav", "other.wav", "-o", "new", "-j", "4")
-    assert (run.status, len(run.err), names("new")) == (1, 3, ["a.m4a", "other.m4a"])
-    assert all("new/" in line and "already the output for" in line for line in run.err)
+    assert (run.status, len(run.err), Path("new").exists()) == (1, 5, False)
+    assert all("new/" in line and "is the output of" in line for line in run.err)
 
 
-@pytest.mark.parametrize("name,force", [("other.wav", "-f"), ("./music/../other.wav", ""), ("hard.wav", "-f"),
-                                        ("soft.wav", "-f")])
+@pytest.mark.parametrize("name,force", [("other.m4a", "-f"), ("./music/../other.m4a", ""), ("hard.m4a", "-f"),
+                                        ("soft.m4a", "-f")])
 def test_an_input_is_never_overwritten(tavik, music, name, force):
-    Path("hard.wav").hardlink_to("other.wav")
-    Path("soft.wav").symlink_to("other.wav")
-    tavik.refuse(4, "is an input file", "other.wav", "-o", name, *force.split())
+    Path("other.wav").rename("other.m4a")
+    Path("hard.m4a").hardlink_to("other.m4a")
+    Path("soft.m4a").symlink_to("other.m4a")
+    tavik.refuse(4, "is an input file", "other.m4a", "-o", name, *force.split())
 
 
 def test_a_file_on_a_standard_stream_is_never_overwritten(tavik, music):
-    tavik.refuse(4, "is an input file", "-", "-o", "other.wav", "-f", within='"$@" <other.wav')
+    Path("other.m4a").symlink_to("other.wav")
+    tavik.refuse(4, "is an input file", "-", "-o", "other.m4a", "-f", within='"$@" <other.wav')
     tavik.refuse(4, "is an input file", "other.wav", "-o", "-", within='"$@" >>other.wav')
 
 

@@ -1,4 +1,5 @@
 """Lines, JSON and the progress bar; standard input and live streams."""
+import base64
 import itertools
 import json
 import os
@@ -18,14 +19,16 @@ def test_result_lines(tavik, sound):
     os.symlink(sound("left.wav"), "left.wav")
     line, = tavik.encode("left.wav").out
     size = os.stat("left.m4a").st_size
-    assert re.fullmatch(rf"left.wav -> left.m4a: 44100 Hz, stereo, 128000 bit/s \(64000 per channel\), variable rate, "
-                        rf"M4A, 3.000 s, {size} bytes, mean \d+ bit/s, [\d.]+x real time", line)
-    line, = tavik.encode(sound("mono.wav", "0.5*sin(2*PI*440*t)"), "-o", "x.aac", "--cbr", "-b", "96k", "--mode",
-                         "two-mono", "--rate", "48000").out
-    assert re.search(r": 48000 Hz \(from 44100 Hz\), two mono channels \(from 1 channel\), 96000 bit/s "
-                     r"\(48000 per channel\), constant rate, ADTS, .* mean 9(5[5-9]|6[0-4])\d\d bit/s", line)
+    assert re.fullmatch(rf"left.wav -> left.m4a: 0:03, stereo 44.1 kHz, \d+ kbit/s, {size / 1000:.1f} kB, [\d.]+x", line)
+    line, *details = tavik.encode(sound("mono.wav", "0.5*sin(2*PI*440*t)"), "-o", "x.aac", "--cbr", "-b", "96k",
+                                  "--mode", "two-mono", "--rate", "48000", "-v").out
+    assert ": 0:03, two-mono 48 kHz, 96 kbit/s, " in line
+    assert details[:2] == ["  source: 1 channel at 44100 Hz",
+                           "  coding: ADTS, constant rate, 96000 bit/s (48000 per channel)"]
+    assert re.fullmatch(rf"  result: 3.000 s, 144000 samples, \d+ frames, {os.stat('x.aac').st_size} bytes, "
+                        r"9(5[5-9]|6[0-4])\d\d bit/s", details[2])
     for rate, bit_rate in ((8000, 12), (11025, 16), (12000, 17), (16000, 23), (22050, 32), (24000, 35), (32000, 46)):
-        assert f" {bit_rate * 2}000 bit/s" in tavik.encode("left.wav", "-f", "--rate", rate).out[0]
+        assert f" {bit_rate * 2}000 bit/s" in tavik.encode("left.wav", "-f", "-v", "--rate", rate).out[2]
     assert re.fullmatch(rb"tavik [\d.]+ \(library [\d.]+\)\n", tavik.encode("--version").data)
 
 
@@ -72,6 +75,19 @@ def test_json(tavik, sound):
             assert event["fraction"] == pytest.approx(event["seconds"] / event["duration"], abs=0.01)
 
 
+def test_names_that_are_no_utf8_in_json(tavik, sound):
+    os.symlink(sound(), b"caf\xe9.wav")
+    event = json.loads(tavik.encode(b"caf\xe9.wav", "-o", "café.m4a", "--json", "--no-progress").out[0])
+    assert (event["input"], event["output"]) == ("caf�.wav", "café.m4a")
+    assert base64.b64decode(event["input_base64"]) == b"caf\xe9.wav" and "output_base64" not in event
+
+
+@pytest.mark.parametrize("closed,status", [("<&-", 0), ("2>&-", 0), (">&-", 4), ("<&- >&- 2>&-", 4)])
+def test_standard_streams_that_are_closed_at_the_start(tavik, sound, closed, status):
+    assert tavik.run(sound(), "-o", "x.m4a", "--verify", within=f'"$@" {closed}').status == status
+    assert probe("x.m4a", "stream=duration_ts") == ["duration_ts=132300"]
+
+
 @pytest.mark.parametrize("arguments,bars,lines", [("", 1, 1), ("--no-progress", 0, 1), ("-q", 0, 0)])
 def test_progress_bar_on_a_terminal(tavik, arguments, bars, lines):
     write_noise("noise.wav", 441000)
@@ -82,6 +98,15 @@ def test_progress_bar_on_a_terminal(tavik, arguments, bars, lines):
     shown = run.data.decode()
     assert bool(re.search(r"\d ?%.*ETA", shown)) == bars
     rest = re.sub(r"[^\r\n]*\r\x1b\[K", "", shown)  # every bar is cleared away, also for the line
+
+
+@pytest.mark.parametrize("source", ["noise.wav", "- --pcm s16le"])
+def test_progress_on_a_narrow_terminal(tavik, source):
+    write_noise("noise.wav", 441000)
+    run = tavik.encode(*source.split(), "-o", "x.m4a",
+                       within='script -qec "stty cols 12; cat noise.wav | $*" /dev/null')
+    bars = re.findall(r"\x1b\[K([^\r\n]+)(?=\r\x1b)", run.data.decode())
+    assert bars and all(len(bar) < 12 for bar in bars)
     assert re.fullmatch(r"(in.wav -> x.m4a: .*\r\n)" + f"{{{lines}}}", rest)
 
 
