@@ -15,11 +15,13 @@ namespace {
 namespace fs = std::filesystem;
 
 struct Search {
-    fs::path outputs;  // directory that is left out
-    std::vector<Found> found;
+    fs::path outputs;          // a directory that is left out
+    std::vector<Found> found;  // audio files
     std::vector<fs::path> films;
 };
 
+// Adds what is below a directory, without hidden files and directories; links to directories are not followed.
+// NOLINTNEXTLINE(misc-no-recursion): as deep as the directories are
 void search(const fs::path &directory, const fs::path &place, Search &result) {
     std::error_code error;
     std::vector<fs::directory_entry> entries;

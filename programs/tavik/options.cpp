@@ -145,7 +145,7 @@ void add_input_options(CLI::App &app, Options &options, ArgumentTexts &texts) {
         ->check(check_pcm)
         ->group(group);
     auto *track = app.add_option("--track", options.track, "Audio track to take, counted from 1 [the best]");
-    track->option_text("N")->check(CLI::Range(1U, most_tracks))->group(group);
+    track->option_text("N")->check(CLI::Range(unsigned{1}, most_tracks))->group(group);
     app.add_option("--language", options.language, "Audio track of this language, such as eng")
         ->option_text("LANG")
         ->excludes(track)
@@ -203,6 +203,24 @@ void add_level_options(CLI::App &app, Options &options, ArgumentTexts &texts) {
         ->group(group);
 }
 
+// One of them shows the others in its text.
+void add_usual_tags(CLI::App &app, Options &options, const std::string &group) {
+    const char *text =
+        "The title; likewise\n"
+        "--artist,--album,--album-artist,--composer\n"
+        "--genre,--date,--comment";
+    for (const std::string key : {"title", "artist", "album", "album-artist", "composer", "genre", "date", "comment"}) {
+        std::string plain = key;
+        std::erase(plain, '-');
+        const auto set = [&options, plain](const std::string &value) {
+            options.tags.push_back(to_tag(std::string(plain).append("=").append(value)));
+        };
+        app.add_option_function<std::string>("--" + key, set, text)
+            ->option_text("TEXT")
+            ->group(key == "title" ? group : "");
+    }
+}
+
 void add_tag_options(CLI::App &app, Options &options, ArgumentTexts &texts) {
     const std::string group = "Tags and cover (M4A)";
     const auto add = [&app, &group](const std::string &name, auto &variable, const char *type, const char *text) {
@@ -210,22 +228,7 @@ void add_tag_options(CLI::App &app, Options &options, ArgumentTexts &texts) {
     };
     add("--tag", texts.tags, "KEY=VALUE", "Set a tag, or leave it out if there is no value;\nmay be repeated")
         ->check(check_tag);
-    const char *usual_tags =
-        "The title; likewise\n"
-        "--artist,--album,--album-artist,--composer\n"
-        "--genre,--date,--comment";
-    for (const char *key : {"title", "artist", "album", "album-artist", "composer", "genre", "date", "comment"}) {
-        const std::string name = std::string("--") + key;
-        std::string plain = key;
-        std::erase(plain, '-');
-        const auto set = [&options, plain](const std::string &value) {
-            options.tags.push_back(to_tag(plain + "=" + value));
-        };
-        const bool stands_for_all = plain == "title";
-        app.add_option_function<std::string>(name, set, usual_tags)
-            ->option_text("TEXT")
-            ->group(stands_for_all ? group : "");
-    }
+    add_usual_tags(app, options, group);
     add("--cover", options.cover, "FILE", "The picture for the front cover")->check(check_file_name);
     app.add_flag("--no-tags", options.no_tags, "Leave out the tags of the input")->group(group);
     app.add_flag("--no-cover", options.no_cover, "Leave out the pictures of the input")->group(group);

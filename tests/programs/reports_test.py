@@ -98,6 +98,7 @@ def test_progress_bar_on_a_terminal(tavik, arguments, bars, lines):
     shown = run.data.decode()
     assert bool(re.search(r"\d ?%.*ETA", shown)) == bars
     rest = re.sub(r"[^\r\n]*\r\x1b\[K", "", shown)  # every bar is cleared away, also for the line
+    assert re.fullmatch(r"(in.wav -> x.m4a: .*\r\n)" + f"{{{lines}}}", rest)
 
 
 @pytest.mark.parametrize("source", ["noise.wav", "- --pcm s16le"])
@@ -107,7 +108,6 @@ def test_progress_on_a_narrow_terminal(tavik, source):
                        within='script -qec "stty cols 12; cat noise.wav | $*" /dev/null')
     bars = re.findall(r"\x1b\[K([^\r\n]+)(?=\r\x1b)", run.data.decode())
     assert bars and all(len(bar) < 12 for bar in bars)
-    assert re.fullmatch(r"(in.wav -> x.m4a: .*\r\n)" + f"{{{lines}}}", rest)
 
 
 # ---- Standard input ------------------------------------------------------------------------------------------------
