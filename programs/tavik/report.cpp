@@ -3,6 +3,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cmath>
 #include <nlohmann/json.hpp>
 
@@ -82,21 +83,24 @@ void add_source_facts(Json &json, const EncodedFile &file) {
     add_replay_gain(json, "album", file.replay_gain.album);
 }
 
+// Two digits at least.
+std::string short_number(double value) { return fmt::format("{:.{}f}", value, value < 9.95 ? 1 : 0); }
+
 // As a multiple of real time.
-std::string speed_text(double duration, double elapsed) {
-    const double times = speed(duration, elapsed);
-    return fmt::format("{:.{}f}x", times, times < 10 ? 1 : 0);
-}
+std::string speed_text(double duration, double elapsed) { return short_number(speed(duration, elapsed)) + "x"; }
 
 std::string size_text(uint64_t bytes) {
-    if (bytes < 1000) return fmt::format("{} bytes", bytes);
-    const auto size = static_cast<double>(bytes);
-    return bytes < 999950 ? fmt::format("{:.1f} kB", size / 1e3) : fmt::format("{:.1f} MB", size / 1e6);
+    const double thousands = static_cast<double>(bytes) / 1e3;
+    return thousands < 999.5 ? short_number(thousands) + " kB" : short_number(thousands / 1e3) + " MB";
 }
 
 std::string source_details(const EncodedFile &file) {
-    return fmt::format("  source: {} channel{} at {} Hz", file.source.channels, file.source.channels == 1 ? "" : "s",
-                       file.source.rate);
+    std::string text = "  source: ";
+    if (file.track.count > 1) text += fmt::format("track {} of {}", file.track.number, file.track.count);
+    if (file.track.count > 1) text += file.track.language.empty() ? ", " : fmt::format(" ({}), ", file.track.language);
+    text += fmt::format("{} channel{} at {} Hz", file.source.channels, file.source.channels == 1 ? "" : "s",
+                        file.source.rate);
+    return file.gain == 0 ? text : text + fmt::format(", gain {:+.2f} dB", file.gain);
 }
 
 std::string coding_details(const EncodedFile &file) {
@@ -115,10 +119,10 @@ std::string result_details(const EncodedFile &file) {
 
 std::vector<std::string> encoded_text(const Job &job, const EncodedFile &file, bool verbose) {
     const EncoderConfig &config = file.config;
-    std::string line =
-        fmt::format("{}: {}, {} {:g} kHz, {:.0f} kbit/s, {}, {}", names_text(job), clock_text(file.duration()),
-                    mode_name(config.channel_mode), config.sample_rate / 1e3, file.mean_bit_rate() / 1e3,
-                    size_text(file.bytes), speed_text(file.duration(), file.elapsed));
+    std::string line = fmt::format("{}: {}, ", names_text(job), clock_text(std::max(1.0, std::round(file.duration()))));
+    if (file.track.count > 1) line += fmt::format("track {}/{}, ", file.track.number, file.track.count);
+    line += fmt::format("{} {:g} kHz, {:.0f} kbit/s, {}, {}", mode_name(config.channel_mode), config.sample_rate / 1e3,
+                        file.mean_bit_rate() / 1e3, size_text(file.bytes), speed_text(file.duration(), file.elapsed));
     if (file.verified) line += ", verified";
     std::vector<std::string> lines{line};
     if (verbose) {
