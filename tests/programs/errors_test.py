@@ -68,7 +68,8 @@ def test_unusable_input(tavik, tone):
 
 
 def test_what_to_do_with_urls_and_folders_of_films(tavik):
-    for url, advice in (("https://a.b/c.mp3", "curl .*tavik - "), ("rtsp://a.b/c", "ffmpeg .*tavik - "), ("file:///a", "")):
+    for url, advice in (("https://a.b/c.mp3", "curl .*tavik - "), ("rtsp://a.b/c", "ffmpeg .*tavik - "),
+                        ("file:///a", "the file itself")):
         tavik.refuse(3, f"{url}: .*URL.*{advice}", url, "-o", "x.m4a")
     for name in ("films/sub/A.MKV", "films/b.mp4", "films/c.txt"):
         Path(name).parent.mkdir(parents=True, exist_ok=True)

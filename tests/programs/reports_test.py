@@ -19,7 +19,8 @@ def test_result_lines(tavik, sound):
     os.symlink(sound("left.wav"), "left.wav")
     line, = tavik.encode("left.wav").out
     size = os.stat("left.m4a").st_size
-    assert re.fullmatch(rf"left.wav -> left.m4a: 0:03, stereo 44.1 kHz, \d+ kbit/s, {size / 1000:.0f} kB, [\d.]+x", line)
+    assert re.fullmatch(r"left.wav -> left.m4a: 0:03, stereo 44.1 kHz, \d+ kbit/s, "
+                        rf"{size / 1000:.0f} kB, [\d.]+x", line)
     line, *details = tavik.encode(sound("mono.wav", "0.5*sin(2*PI*440*t)"), "-o", "x.aac", "--cbr", "-b", "96k",
                                   "--mode", "two-mono", "--rate", "48000", "-v").out
     assert ": 0:03, two-mono 48 kHz, 96 kbit/s, " in line
