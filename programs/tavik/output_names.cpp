@@ -25,7 +25,7 @@ constexpr std::array<std::pair<std::string_view, Format>, 7> extensions{{{".m4a"
 
 std::optional<Format> format_by_name(const fs::path &path) {
     const auto *const found =
-        std::ranges::find(extensions, lower_case_extension(path), [](auto &it) { return it.first; });
+        std::ranges::find(extensions, lower_case_extension(path), [](const auto &it) { return it.first; });
     return found != extensions.end() ? std::optional(found->second) : std::nullopt;
 }
 
