@@ -418,8 +418,8 @@ std::optional<std::string> AudioDecoder::damage() const {
 std::string AudioDecoder::why_no_samples() const {
     const bool is_mp4 = std::string_view(format_->iformat->name).starts_with("mov,");
     if (is_mp4 && is_pipe()) return "an MP4 with its index at the end: give the file, not a pipe";
-    const auto damage = this->damage();
-    return "no audio samples" + (damage ? " (" + *damage + ")" : "");
+    const auto found = damage();
+    return "no audio samples" + (found ? " (" + *found + ")" : "");
 }
 
 // Prefers what the libraries said about the error to its number.

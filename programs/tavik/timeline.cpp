@@ -14,7 +14,7 @@ namespace {
 constexpr double longest_overlap = 1;  // seconds
 constexpr double longest_hole = 600;   // seconds
 
-constexpr double least_late_start = 0.001;  // seconds that are worth a word
+constexpr double least_late_start = 0.01;  // seconds that are worth a word
 
 constexpr size_t most_lines = 3;  // about errors of one kind
 
@@ -39,7 +39,7 @@ TimeError::Kind Timeline::judge(double difference) const {
 }
 
 bool Timeline::doubts(std::optional<double> seconds) const {
-    return is_begun_ && std::abs(difference(seconds)) > tolerance_;
+    return is_begun_ && std::abs(lateness(seconds)) > tolerance_;
 }
 
 // The next frame, if there is one, is out of place in the same direction.
@@ -51,7 +51,7 @@ bool Timeline::is_confirmed(double difference, std::optional<double> next, doubl
 
 Placement Timeline::place(std::optional<double> seconds, std::optional<double> next, int64_t samples, int rate) {
     Placement placement;
-    const double difference = this->difference(seconds);
+    const double difference = lateness(seconds);
     const double frame_seconds = static_cast<double>(samples) / rate;
     // An overlap of several frames is one.
     const bool goes_on = difference < 0 && !errors_.empty() && errors_.back().kind == TimeError::Kind::overlap &&

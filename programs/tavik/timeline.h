@@ -45,7 +45,7 @@ class Timeline {
     const std::vector<TimeError> &errors() const { return errors_; }
 
  private:
-    double difference(std::optional<double> seconds) const { return seconds ? *seconds + offset_ - position_ : 0; }
+    double lateness(std::optional<double> seconds) const { return seconds ? *seconds + offset_ - position_ : 0; }
     bool is_confirmed(double difference, std::optional<double> next, double frame_seconds) const;
     TimeError::Kind judge(double difference) const;
 
@@ -60,8 +60,8 @@ class Timeline {
 // As JSON names it: late_start, hole, overlap or jump.
 const char *name_of(TimeError::Kind kind);
 
-// In words, three lines at most of each kind and how many there are more; nothing about a late start of less than a
-// millisecond.
+// In words, three lines at most of each kind and how many there are more; nothing about a late start of less than
+// 10 milliseconds.
 std::vector<std::string> describe(const std::vector<TimeError> &errors, bool start_is_edit);
 
 }  // namespace tavik
