@@ -19,6 +19,7 @@ extern "C" {
 
 #include "ffmpeg_log.h"
 #include "file_names.h"
+#include "interruption.h"
 #include "program_error.h"
 
 namespace tavik {
@@ -307,6 +308,8 @@ bool AudioDecoder::feed() {
 
 // Reads the next packet of the chosen stream; the result is FFmpeg's.
 int AudioDecoder::read_packet() {
+    // What has come of a stream is used to its end.
+    if (!stream_ && input_is_ended()) return AVERROR_EOF;
     for (;;) {
         const int result = av_read_frame(format_.get(), packet_.get());
         if (result < 0 || packet_->stream_index == stream_index_) return result;
@@ -396,12 +399,13 @@ double AudioDecoder::tolerance() const {
 }
 
 bool AudioDecoder::is_truncated() const {
+    if (input_is_ended()) return false;
     return is_cut_off_ || (declared_seconds_ && timeline_.position() < *declared_seconds_ - tolerance());
 }
 
 // Behind the last sample, such as the tag of another format, or the trace of a cut that is reported as such.
 bool AudioDecoder::is_unimportant(const Damage &damage) const {
-    if (is_truncated()) return damage.seconds > seconds() - end_of_file_seconds;
+    if (is_truncated() || input_is_ended()) return damage.seconds > seconds() - end_of_file_seconds;
     return declared_seconds_ && damage.seconds >= *declared_seconds_ - tolerance();
 }
 

@@ -47,6 +47,7 @@ class Batch {
           loudness_(jobs_.size()),
           progress_(console, jobs_, choose_progress(options, console)) {
         summary_.files = jobs_.size();
+        if (options.live && jobs_.size() != 1) throw ProgramError(ExitCode::usage, "--live", "takes one input only");
         const bool is_for_tags = options.loudness && options.loudness_gain == LoudnessGain::none;
         const auto has_tags = [](const Job &job) { return job.format == Format::m4a; };
         if (is_for_tags && !std::ranges::all_of(jobs_, has_tags)) {

@@ -12,7 +12,9 @@
 #include "audio_reader.h"
 #include "bit_rates.h"
 #include "frame_writer.h"
+#include "interruption.h"
 #include "output_file.h"
+#include "recording.h"
 #include "stream_encoder.h"
 #include "verification.h"
 
@@ -89,31 +91,84 @@ void report_input(const Options &options, const AudioReader &reader, EncodedFile
     if (const auto warning = reader.level().warning()) result.warnings.push_back(*warning);
 }
 
-// What the stages of one file share.
+// What the work on one file needs.
 struct Work {
     const Options &options;
+    const Job &job;
     AudioReader &reader;
-    StreamEncoder &encoder;
-    FrameWriter &writer;
     const ReportProgress &report;
+
+    OutputFile::Existing existing() const {
+        const bool replaces = options.replace || options.update;
+        return replaces ? OutputFile::Existing::replace : OutputFile::Existing::refuse;
+    }
 };
 
 // Encodes everything from `block`, the first one, to the end of the input. What identifies each frame is kept if there
 // is a place for it.
-void encode_stream(const Work &work, Block &block, EncodedFile &result, std::vector<FrameMark> *marks) {
+void encode_stream(const Work &work, FrameWriter &writer, Block &block, EncodedFile &result,
+                   std::vector<FrameMark> *marks) {
+    StreamEncoder encoder(result.config);
     const uint32_t channels = channel_count(result.config);
-    while (!work.encoder.finished()) {
-        const std::span<const uint8_t> frame = work.encoder.encode(block.samples.data(), block.count);
+    while (!encoder.finished()) {
+        const std::span<const uint8_t> frame = encoder.encode(block.samples.data(), block.count);
+        result.samples += block.count;
         if (!frame.empty()) {
-            work.writer.write(frame);
+            writer.write(frame, result.samples);
             if (marks != nullptr) marks->push_back(mark_of(frame));
             result.frame_bytes += frame.size();
             ++result.frames;
         }
-        result.samples += block.count;
         work.report(progress_of(work.options, work.reader.decoder(), work.options.loudness ? 1 : 0));
         read_block(work.reader, channels, block);
     }
+    writer.finish();
+    report_input(work.options, work.reader, result);
+}
+
+void write_file(const Work &work, Block &block, EncodedFile &result) {
+    const bool verifies = work.options.verify;
+    OutputFile output(work.job.output, work.existing());
+    FrameWriter writer(output, result.format, result.config, work.reader.decoder(), work.options.live);
+    std::vector<FrameMark> marks;
+    encode_stream(work, writer, block, result, verifies ? &marks : nullptr);
+    result.bytes = output.size();
+    if (verifies) verify(output, result, marks);
+    result.verified = verifies;
+    output.commit();
+}
+
+// Gives a recording that is complete its final form and name.
+void finish_recording(const Work &work, OutputFile &draft, EncodedFile &result) {
+    if (result.format != Format::m4a) {
+        result.bytes = draft.size();
+        draft.commit();
+        return;
+    }
+    OutputFile output(work.job.output, work.existing());
+    copy_recording(draft, output, result.config, work.reader.decoder(), result.samples);
+    result.bytes = output.size();
+    output.commit();
+    draft.discard();
+}
+
+// Writes into a file that stays if anything goes wrong; messages then name it.
+void record(const Work &work, Block &block, EncodedFile &result) {
+    OutputFile draft(work.job.output, work.existing(), OutputFile::Draft::visible);
+    const std::string notice = draft.draft_name() + " has what was recorded";
+    set_interruption_notice(notice);
+    try {
+        FrameWriter writer(draft, result.format, result.config, work.reader.decoder(), true);
+        {
+            const DiskKeeper keeper(draft);
+            encode_stream(work, writer, block, result, nullptr);
+            keeper.check();
+        }
+        finish_recording(work, draft, result);
+    } catch (const ProgramError &error) {
+        throw ProgramError(error.exit_code(), std::string(error.what()) + "; " + notice);
+    }
+    set_interruption_notice("");
 }
 
 EncodedFile encode_opened(const Options &options, const Job &job, const Loudness &loudness, AudioReader &reader,
@@ -122,7 +177,6 @@ EncodedFile encode_opened(const Options &options, const Job &job, const Loudness
     result.format = job.format;
     result.source = reader.source();
     result.config = make_config_for(job, options, result.source);
-    StreamEncoder encoder(result.config);
 
     // The output is not touched before the input has shown that there is something to write.
     Block block;
@@ -137,18 +191,12 @@ EncodedFile encode_opened(const Options &options, const Job &job, const Loudness
         throw ProgramError(ExitCode::usage, output_name(job.output), "cannot be read back for --verify");
     }
     if (job.makes_directories) make_directories(job.output);
-    const bool replaces = options.replace || options.update;
-    OutputFile output(job.output, replaces ? OutputFile::Existing::replace : OutputFile::Existing::refuse);
-    FrameWriter writer(output, job.format, result.config, reader.decoder());
-    std::vector<FrameMark> marks;
-    encode_stream({options, reader, encoder, writer, report}, block, result, options.verify ? &marks : nullptr);
-    writer.finish(result.samples);
-    result.bytes = output.size();
-    report_input(options, reader, result);
+    if (options.live && !OutputFile::is_direct(job.output)) {
+        record({options, job, reader, report}, block, result);
+    } else {
+        write_file({options, job, reader, report}, block, result);
+    }
     if (options.loudness && !loudness.track) result.warnings.emplace_back("too quiet to measure its loudness");
-    if (options.verify) verify(output, result, marks);
-    result.verified = options.verify;
-    output.commit();
     return result;
 }
 

@@ -1,7 +1,7 @@
 // The coded frames on their way into a file of the chosen format.
 #pragma once
 
-#include <memory>
+#include <optional>
 #include <span>
 
 #include "mp4_muxer.h"
@@ -13,26 +13,34 @@ namespace tavik {
 // Writes frames into an MP4 file, or as they are, with the headers that the encoder has put in front of them.
 class FrameWriter {
  public:
-    // Keeps a reference to `output`. Tags and pictures are those of `source`.
-    FrameWriter(OutputFile &output, Format format, const EncoderConfig &config, const AudioDecoder &source)
-        : output_(output), muxer_(format == Format::m4a ? new Mp4Muxer(output, config, source) : nullptr) {}
+    // Keeps a reference to `output`. Tags and pictures are those of `source`. is_live: what is written is of use at
+    // once, as a stream frame by frame, in a file second by second.
+    FrameWriter(OutputFile &output, Format format, const EncoderConfig &config, const AudioDecoder &source,
+                bool is_live)
+        : output_(output) {
+        std::optional<int64_t> fragment;
+        if (!output.is_regular()) fragment = is_live ? 1 : config.sample_rate / 2;
+        if (output.is_regular() && is_live) fragment = config.sample_rate;
+        if (format == Format::m4a) muxer_.emplace(output, config, source, fragment);
+    }
 
-    void write(std::span<const uint8_t> frame) {
+    // As Mp4Muxer.
+    void write(std::span<const uint8_t> frame, uint64_t samples) {
         if (muxer_) {
-            muxer_->write(frame);
+            muxer_->write(frame, samples);
         } else {
             output_.write(frame);
         }
     }
 
-    // Ends the file, which is to play `samples` per channel where the format can tell.
-    void finish(uint64_t samples) {
-        if (muxer_) muxer_->finish(samples);
+    // Ends the file.
+    void finish() {
+        if (muxer_) muxer_->finish();
     }
 
  private:
     OutputFile &output_;
-    std::unique_ptr<Mp4Muxer> muxer_;
+    std::optional<Mp4Muxer> muxer_;
 };
 
 }  // namespace tavik

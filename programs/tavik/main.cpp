@@ -23,6 +23,7 @@ ExitCode run(const Options &options) {
         if (to_standard_output && ::isatty(STDOUT_FILENO) == 1) {
             throw ProgramError(ExitCode::usage, "standard output", "is a terminal, which is no place for audio");
         }
+        if (options.live) let_interruption_end_input();
         const ExitCode exit_code = run_batch(options, console);
         if (exit_code != ExitCode::ok || !console.failed()) return exit_code;
         throw ProgramError(ExitCode::output, "standard output", "cannot write the report");

@@ -7,7 +7,7 @@
 #include <cerrno>
 #include <cmath>
 #include <string>
-#include <utility>
+#include <system_error>
 
 #include "audio_specific_config.h"
 #include "bit_rates.h"
@@ -19,7 +19,6 @@ namespace tavik {
 namespace {
 
 constexpr int buffer_bytes = 32768;
-constexpr int64_t fragment_microseconds = 500'000;
 
 // Tags that tell about the source's file, not about the music.
 constexpr std::array foreign_tags{"encoder",       "encoded_by",        "encoding_tool", "major_brand",
@@ -88,16 +87,19 @@ bool is_made_by_tavik(const std::string &path) {
     return tool != nullptr && std::string(tool->value).starts_with(encoding_tool);
 }
 
-Mp4Muxer::Mp4Muxer(OutputFile &output, const EncoderConfig &config, const AudioDecoder &source)
+Mp4Muxer::Mp4Muxer(OutputFile &output, const EncoderConfig &config, const AudioDecoder &source,
+                   std::optional<int64_t> fragment_samples)
     : output_(output),
-      held_(own(av_packet_alloc())),
+      packet_(own(av_packet_alloc())),
+      fragment_samples_(fragment_samples),
       start_(std::llround(source.start() * config.sample_rate)),
-      next_time_(start_ - TAVIK_FRAME_LENGTH) {
+      next_time_(start_ - TAVIK_FRAME_LENGTH),
+      fragment_start_(next_time_) {
     take_ffmpeg_log();
     open_output();
     add_audio_stream(config, source.stream());
     copy_tags(&format_->metadata, source);
-    const bool has_extras = output_.is_temporary();
+    const bool has_extras = !fragment_samples_;
     if (has_extras) {
         add_pictures(source.container());
         copy_chapters(*format_, source.container());
@@ -109,13 +111,15 @@ Mp4Muxer::Mp4Muxer(OutputFile &output, const EncoderConfig &config, const AudioD
 void Mp4Muxer::open_output() {
     auto *buffer = static_cast<uint8_t *>(av_malloc(buffer_bytes));
     if (buffer == nullptr) throw std::bad_alloc();
-    const bool is_seekable = output_.is_temporary();
     io_ = own(avio_alloc_context(buffer, buffer_bytes, 1, this, nullptr, write_callback,
-                                 is_seekable ? seek_callback : nullptr));
+                                 fragment_samples_ ? nullptr : seek_callback));
     AVFormatContext *format = nullptr;
     check(avformat_alloc_output_context2(&format, nullptr, "ipod", nullptr));
     format_.reset(format);
     format->pb = io_.get();
+    format->opaque = this;
+    format->io_open = open_callback;
+    format->io_close2 = close_callback;
 }
 
 void Mp4Muxer::add_audio_stream(const EncoderConfig &config, const AVStream &source) {
@@ -153,11 +157,9 @@ void Mp4Muxer::write_header() {
     AVDictionary *options = nullptr;
     // Edits are counted in units of this, and have to be exact to the sample.
     av_dict_set_int(&options, "movie_timescale", format_->streams[0]->codecpar->sample_rate, 0);
-    if (!output_.is_temporary()) {
-        av_dict_set(&options, "movflags", "delay_moov+default_base_moof", 0);
-        av_dict_set_int(&options, "frag_duration", fragment_microseconds, 0);
-        format_->flush_packets = 1;
-    }
+    // The index of fragments at the end, which the flag skip_trailer leaves out, would grow in memory.
+    const char *flags = fragment_samples_ ? "frag_custom+delay_moov+default_base_moof+skip_trailer" : "faststart";
+    av_dict_set(&options, "movflags", flags, 0);
     const int result = avformat_write_header(format_.get(), &options);
     av_dict_free(&options);
     check(result);
@@ -174,24 +176,27 @@ void Mp4Muxer::write_pictures(const AVFormatContext &source) {
     }
 }
 
-void Mp4Muxer::write(std::span<const uint8_t> frame) {
-    write_held_packet(TAVIK_FRAME_LENGTH);
-    check(av_new_packet(held_.get(), static_cast<int>(frame.size())));
-    std::ranges::copy(frame, held_->data);
-    held_->pts = held_->dts = std::exchange(next_time_, next_time_ + TAVIK_FRAME_LENGTH);
-    held_->flags |= AV_PKT_FLAG_KEY;
+void Mp4Muxer::write(std::span<const uint8_t> frame, uint64_t samples) {
+    check(av_new_packet(packet_.get(), static_cast<int>(frame.size())));
+    std::ranges::copy(frame, packet_->data);
+    packet_->pts = packet_->dts = next_time_;
+    packet_->duration = std::min<int64_t>(TAVIK_FRAME_LENGTH, start_ + static_cast<int64_t>(samples) - next_time_);
+    packet_->flags |= AV_PKT_FLAG_KEY;
+    next_time_ += TAVIK_FRAME_LENGTH;
+    const int result = av_write_frame(format_.get(), packet_.get());
+    av_packet_unref(packet_.get());
+    check(result);
+    if (fragment_samples_ && next_time_ - fragment_start_ >= *fragment_samples_) end_fragment();
 }
 
-void Mp4Muxer::write_held_packet(int64_t duration) {
-    if (held_->size == 0) return;
-    held_->duration = duration;
-    check(av_write_frame(format_.get(), held_.get()));
-    av_packet_unref(held_.get());
+void Mp4Muxer::end_fragment() {
+    check(av_write_frame(format_.get(), nullptr));
+    avio_flush(io_.get());
+    check(io_->error);
+    fragment_start_ = next_time_;
 }
 
-void Mp4Muxer::finish(uint64_t samples) {
-    const int64_t last_start = next_time_ - TAVIK_FRAME_LENGTH;
-    write_held_packet(start_ + static_cast<int64_t>(samples) - last_start);
+void Mp4Muxer::finish() {
     check(av_write_trailer(format_.get()));
     avio_flush(io_.get());
     check(io_->error);
@@ -220,6 +225,39 @@ int64_t Mp4Muxer::seek_callback(void *muxer, int64_t offset, int whence) {
     if ((whence & AVSEEK_SIZE) != 0) return AVERROR(ENOSYS);
     const int64_t position = static_cast<Mp4Muxer *>(muxer)->output_.seek(offset, whence & ~AVSEEK_FORCE);
     return position < 0 ? AVERROR(errno) : position;
+}
+
+// To put the index in front, libavformat opens its output once more and reads what it has written.
+int Mp4Muxer::open_callback(AVFormatContext *format, AVIOContext **io, const char * /*url*/, int /*flags*/,
+                            AVDictionary ** /*options*/) {
+    auto *buffer = static_cast<uint8_t *>(av_malloc(buffer_bytes));
+    if (buffer == nullptr) return AVERROR(ENOMEM);
+    *io = avio_alloc_context(buffer, buffer_bytes, 0, format->opaque, read_callback, nullptr, read_seek_callback);
+    if (*io == nullptr) av_free(buffer);
+    return *io == nullptr ? AVERROR(ENOMEM) : 0;
+}
+
+int Mp4Muxer::close_callback(AVFormatContext * /*format*/, AVIOContext *io) {
+    const FfmpegHandle<AVIOContext> closed(io);
+    return 0;
+}
+
+int Mp4Muxer::read_callback(void *muxer, uint8_t *bytes, int room) {
+    auto &self = *static_cast<Mp4Muxer *>(muxer);
+    const int64_t count = self.output_.read_at(self.read_position_, {bytes, static_cast<size_t>(room)});
+    if (count < 0) {
+        const std::string reason = "cannot read back: " + std::generic_category().message(errno);
+        self.error_ = std::make_exception_ptr(ProgramError(ExitCode::output, self.output_.name(), reason));
+        return AVERROR(EIO);
+    }
+    self.read_position_ += static_cast<uint64_t>(count);
+    return count == 0 ? AVERROR_EOF : static_cast<int>(count);
+}
+
+int64_t Mp4Muxer::read_seek_callback(void *muxer, int64_t offset, int whence) {
+    if (whence != SEEK_SET) return AVERROR(ENOSYS);
+    static_cast<Mp4Muxer *>(muxer)->read_position_ = static_cast<uint64_t>(offset);
+    return offset;
 }
 
 }  // namespace tavik

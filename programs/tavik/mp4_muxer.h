@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <exception>
+#include <optional>
 #include <span>
 #include <string>
 
@@ -18,20 +19,24 @@ namespace tavik {
 bool is_made_by_tavik(const std::string &path);
 
 // Writes frames, the first of them the priming frame, into an MP4 file with the tags, cover pictures and chapters of
-// the source; what cannot be gone back over, such as a pipe, becomes a fragmented MP4 stream without pictures and
-// chapters. Errors throw ProgramError with ExitCode::output.
+// the source, and with its index in front; or as fragmented MP4 without pictures and chapters, which needs no index and
+// can be written into a pipe. Errors throw ProgramError with ExitCode::output.
 class Mp4Muxer {
  public:
-    // Keeps a reference to `output`.
-    Mp4Muxer(OutputFile &output, const EncoderConfig &config, const AudioDecoder &source);
+    // Keeps a reference to `output`. fragment_samples: how many per channel a fragment is to have, at least; without
+    // it there are none, and the output has to be a regular file.
+    Mp4Muxer(OutputFile &output, const EncoderConfig &config, const AudioDecoder &source,
+             std::optional<int64_t> fragment_samples);
     Mp4Muxer(const Mp4Muxer &) = delete;
     Mp4Muxer &operator=(const Mp4Muxer &) = delete;
     ~Mp4Muxer() = default;
 
-    void write(std::span<const uint8_t> frame);
+    // `samples` per channel, as far as they are known, are what a player is to play: of the last frame only those that
+    // there are.
+    void write(std::span<const uint8_t> frame, uint64_t samples);
 
-    // Ends the file; `samples` per channel are what a player is to play.
-    void finish(uint64_t samples);
+    // Ends the file.
+    void finish();
 
  private:
     void open_output();
@@ -39,20 +44,28 @@ class Mp4Muxer {
     void add_pictures(const AVFormatContext &source);
     void write_header();
     void write_pictures(const AVFormatContext &source);
-    void write_held_packet(int64_t duration);
+    void write_packet(AVPacket *packet);
+    void end_fragment();
     void check(int result);
 
     template <typename Byte>
     static int write_callback(void *muxer, Byte *bytes, int count);
     static int64_t seek_callback(void *muxer, int64_t offset, int whence);
+    static int open_callback(AVFormatContext *format, AVIOContext **io, const char *url, int flags, AVDictionary **);
+    static int close_callback(AVFormatContext *format, AVIOContext *io);
+    static int read_callback(void *muxer, uint8_t *bytes, int room);
+    static int64_t read_seek_callback(void *muxer, int64_t offset, int whence);
 
     OutputFile &output_;
     FfmpegHandle<AVIOContext> io_;
     FfmpegHandle<AVFormatContext> format_;
-    FfmpegHandle<AVPacket> held_;  // the latest frame: the duration of the last one is known only at the end
-    int64_t start_;                // when the first sample is to be heard, in samples; playing starts at 0
-    int64_t next_time_;            // of the next frame
-    std::exception_ptr error_;     // of the output, on its way through FFmpeg's functions
+    FfmpegHandle<AVPacket> packet_;
+    std::optional<int64_t> fragment_samples_;
+    int64_t start_;               // when the first sample is to be heard, in samples; playing starts at 0
+    int64_t next_time_;           // of the next frame
+    int64_t fragment_start_;      // of its first frame
+    uint64_t read_position_ = 0;  // while what is written is moved to make room for the index
+    std::exception_ptr error_;    // of the output, on its way through FFmpeg's functions
 };
 
 }  // namespace tavik

@@ -5,8 +5,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <filesystem>
@@ -15,6 +13,7 @@
 
 #include "interruption.h"
 #include "program_error.h"
+#include "temporary_files.h"
 #include "waiting.h"
 
 namespace tavik {
@@ -41,42 +40,51 @@ std::filesystem::path resolve_links(std::filesystem::path path) {
     return path;
 }
 
-// A short name beside `path`, so that it fits wherever `path` does; a new one at each call.
-std::string temporary_name(const std::filesystem::path &path) {
-    static std::atomic<unsigned> count = 0;
-    const std::string name = ".tavik-" + std::to_string(::getpid()) + "-" + std::to_string(++count) + ".tmp";
-    return path.parent_path() / name;
+std::string directory_of(const std::filesystem::path &path) {
+    return path.has_parent_path() ? path.parent_path().string() : ".";
 }
 
-// rename() that fails with EEXIST when there is something under the new name. Where the file system cannot do both in
+// The name by which the system knows an open file, also one that has no other.
+std::string descriptor_path(int descriptor) { return "/proc/self/fd/" + std::to_string(descriptor); }
+
+std::filesystem::path draft_path(std::filesystem::path path) {
+    const std::filesystem::path extension = path.extension();
+    path.replace_extension();
+    return path += ".unfinished" + extension.string();
+}
+
+// renameat() that fails with EEXIST when there is something under the new name. Where the file system cannot do both in
 // one step, it is tested before.
-int rename_to_new(const std::string &from, const std::string &to) {
-    if (::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0) return 0;
+int rename_to_new(int directory, const char *from, const char *to) {
+    if (::renameat2(directory, from, directory, to, RENAME_NOREPLACE) == 0) return 0;
     if (errno != EINVAL && errno != ENOSYS) return -1;
-    if (mode_of(to)) {
+    if (::faccessat(directory, to, F_OK, AT_SYMLINK_NOFOLLOW) == 0) {
         errno = EEXIST;
         return -1;
     }
-    return ::rename(from.c_str(), to.c_str());
+    return ::renameat(directory, from, directory, to);
 }
 
 // Makes a new name last through a power failure where the file system has a way to; not a reason to give up elsewhere.
-void sync_directory(const std::filesystem::path &file) {
-    const std::filesystem::path directory = file.has_parent_path() ? file.parent_path() : ".";
-    const int descriptor = ::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (descriptor < 0) return;
-    ::fsync(descriptor);
-    ::close(descriptor);
+void sync_directory(int directory) {
+    const Descriptor readable(::openat(directory, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (readable.get() >= 0) ::fsync(readable.get());
 }
 
 }  // namespace
+
+void Descriptor::reset(int number) {
+    if (number_ >= 0) ::close(number_);
+    number_ = number;
+}
 
 bool OutputFile::is_direct(const std::string &path) {
     const std::optional<mode_t> mode = mode_of(path);
     return path == standard_stream || (mode && !S_ISREG(*mode));
 }
 
-OutputFile::OutputFile(const std::string &path, Existing existing) : path_(path), existing_(existing) {
+OutputFile::OutputFile(const std::string &path, Existing existing, Draft draft)
+    : path_(path), existing_(existing), draft_(draft) {
     const std::optional<mode_t> old = mode_of(path);
     if (old && existing == Existing::refuse && (S_ISREG(*old) || S_ISBLK(*old)) && path != standard_stream) {
         errno = EEXIST;
@@ -88,31 +96,45 @@ OutputFile::OutputFile(const std::string &path, Existing existing) : path_(path)
     }
     final_path_ = resolve_links(path);
     if (old && ::faccessat(AT_FDCWD, final_path_.c_str(), W_OK, AT_EACCESS) != 0) fail("cannot replace");
-    create_temporary(old.value_or(new_file_permissions) & permission_bits);
-    if (old) ::fchmod(descriptor_, *old & permission_bits);  // what the umask took; where that is possible
+    // Nothing has to be read in the directory, which may be forbidden.
+    directory_.reset(::open(directory_of(final_path_).c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    if (directory_.get() < 0) fail("cannot create");
+    remove_abandoned_files(directory_.get());
+    create(old.value_or(new_file_permissions) & permission_bits);
+    if (old) ::fchmod(file_.get(), *old & permission_bits);  // what the umask took; where that is possible
 }
 
 OutputFile::~OutputFile() {
-    if (descriptor_ >= 0) ::close(descriptor_);
-    if (!is_temporary()) return;
-    const auto hold = hold_interruptions();
-    ::unlink(temporary_path_.c_str());
-    keep_on_interruption(temporary_path_);
+    if (draft_ == Draft::hidden) discard();
 }
 
 void OutputFile::open_directly() {
-    descriptor_ = path_ == standard_stream ? STDOUT_FILENO : ::open(path_.c_str(), O_WRONLY | O_CLOEXEC);
-    if (descriptor_ < 0) fail("cannot open");
+    file_.reset(path_ == standard_stream ? ::dup(STDOUT_FILENO) : ::open(path_.c_str(), O_WRONLY | O_CLOEXEC));
+    if (file_.get() < 0) fail("cannot open");
+}
+
+void OutputFile::create(unsigned permissions) {
+    if (draft_ == Draft::visible) {
+        create_visible(permissions);
+    } else if (!create_unnamed(permissions)) {
+        create_temporary(permissions);
+    }
+}
+
+// False where the system cannot do that or would not give the file a name later.
+bool OutputFile::create_unnamed(unsigned permissions) {
+    file_.reset(::openat(directory_.get(), ".", O_TMPFILE | O_RDWR | O_CLOEXEC, permissions));
+    if (file_.get() < 0 || ::access(descriptor_path(file_.get()).c_str(), F_OK) != 0) return false;
+    claim_file(file_.get());
+    return true;
 }
 
 void OutputFile::create_temporary(unsigned permissions) {
     const auto hold = hold_interruptions();
     for (int attempt = 0; attempt < max_name_attempts; ++attempt) {
-        std::string temporary = temporary_name(final_path_);
-        descriptor_ = ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, permissions);
-        if (descriptor_ >= 0) {
-            temporary_path_ = std::move(temporary);
-            remove_on_interruption(temporary_path_);
+        const std::string name = temporary_name();
+        if (create_named(name, permissions)) {
+            remove_on_interruption(directory_.get(), name);
             return;
         }
         if (errno != EEXIST) break;
@@ -120,48 +142,112 @@ void OutputFile::create_temporary(unsigned permissions) {
     fail("cannot create");
 }
 
+void OutputFile::create_visible(unsigned permissions) {
+    if (!create_named(draft_path(final_path_.filename()), permissions)) {
+        if (errno != EEXIST) fail("cannot create");
+        throw ProgramError(ExitCode::output, draft_name(), "exists already, an earlier recording: rename or remove it");
+    }
+    sync_directory(directory_.get());
+}
+
+// False, with an error number, when that name is not to be had.
+bool OutputFile::create_named(const std::string &name, unsigned permissions) {
+    file_.reset(::openat(directory_.get(), name.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, permissions));
+    if (file_.get() < 0) return false;
+    if (!claim_file(file_.get())) {
+        errno = EEXIST;
+        return false;
+    }
+    present_name_ = name;
+    return true;
+}
+
+std::string OutputFile::written_path() const {
+    const std::string path = descriptor_path(file_.get());
+    if (present_name_.empty() || ::access(path.c_str(), F_OK) == 0) return path;
+    return final_path_.parent_path() / present_name_;
+}
+
 void OutputFile::write(std::span<const uint8_t> bytes) {
     while (!bytes.empty()) {
-        const ssize_t written = ::write(descriptor_, bytes.data(), bytes.size());
-        if (written < 0 && can_go_on(descriptor_, POLLOUT)) continue;
-        if (written < 0) fail("cannot write");
-        bytes = bytes.subspan(static_cast<size_t>(written));
-        position_ += static_cast<uint64_t>(written);
+        const ssize_t count = ::write(file_.get(), bytes.data(), bytes.size());
+        if (count < 0 && can_go_on(file_.get(), POLLOUT)) continue;
+        if (count < 0) fail("cannot write");
+        bytes = bytes.subspan(static_cast<size_t>(count));
+        written_ += static_cast<uint64_t>(count);
     }
-    size_ = std::max(size_, position_);
 }
 
-int64_t OutputFile::seek(int64_t offset, int whence) {
-    const int64_t position = ::lseek(descriptor_, offset, whence);
-    if (position >= 0) position_ = static_cast<uint64_t>(position);
-    return position;
+int64_t OutputFile::seek(int64_t offset, int whence) { return ::lseek(file_.get(), offset, whence); }
+
+int64_t OutputFile::read_at(uint64_t position, std::span<uint8_t> bytes) const {
+    return ::pread(file_.get(), bytes.data(), bytes.size(), static_cast<off_t>(position));
 }
 
+int OutputFile::sync() const { return ::fdatasync(file_.get()) == 0 ? 0 : errno; }
+
+uint64_t OutputFile::size() const {
+    struct stat status {};
+    return is_regular() && ::fstat(file_.get(), &status) == 0 ? static_cast<uint64_t>(status.st_size) : written_;
+}
+
+// Some file systems tell only when a file is closed what they could not store. A second descriptor is closed for that:
+// the first one still stands for the file that has no name yet, and keeps others from taking it for abandoned.
 void OutputFile::commit() {
-    if (!is_temporary()) {
-        close();
-        return;
-    }
-    if (::fsync(descriptor_) != 0) fail("cannot write");
-    close();
-    take_final_name();
-    sync_directory(final_path_);
-}
-
-void OutputFile::close() {
-    const int descriptor = descriptor_;
-    descriptor_ = -1;
-    if (::close(descriptor) != 0) fail("cannot write");
+    if (is_regular() && ::fsync(file_.get()) != 0) fail("cannot write");
+    const int second = ::fcntl(file_.get(), F_DUPFD_CLOEXEC, 0);
+    if (second < 0 || ::close(second) != 0) fail("cannot write");
+    if (is_regular()) take_final_name();
 }
 
 void OutputFile::take_final_name() {
-    const auto hold = hold_interruptions();
-    const int result = existing_ == Existing::replace ? ::rename(temporary_path_.c_str(), final_path_.c_str())
-                                                      : rename_to_new(temporary_path_, final_path_);
-    if (result != 0) fail(existing_ == Existing::replace ? "cannot replace" : "cannot create");
-    keep_on_interruption(temporary_path_);
-    temporary_path_.clear();
+    {
+        const auto hold = hold_interruptions();
+        if (present_name_.empty()) {
+            link_final_name();
+        } else {
+            rename_to_final_name();
+        }
+    }
+    sync_directory(directory_.get());
 }
+
+bool OutputFile::link_as(const std::string &name) const {
+    return ::linkat(AT_FDCWD, descriptor_path(file_.get()).c_str(), directory_.get(), name.c_str(),
+                    AT_SYMLINK_FOLLOW) == 0;
+}
+
+// A link never replaces anything: where that is wanted, the file gets another name first.
+void OutputFile::link_final_name() {
+    if (link_as(final_path_.filename())) return;
+    if (errno != EEXIST || existing_ == Existing::refuse) fail("cannot create");
+    const std::string name = temporary_name();
+    if (!link_as(name)) fail("cannot replace");
+    present_name_ = name;
+    remove_on_interruption(directory_.get(), name);
+    rename_to_final_name();
+}
+
+void OutputFile::rename_to_final_name() {
+    const int directory = directory_.get();
+    const std::string name = final_path_.filename();
+    const int result = existing_ == Existing::replace
+                           ? ::renameat(directory, present_name_.c_str(), directory, name.c_str())
+                           : rename_to_new(directory, present_name_.c_str(), name.c_str());
+    if (result != 0) fail(existing_ == Existing::replace ? "cannot replace" : "cannot create");
+    keep_on_interruption(directory, present_name_);
+    present_name_.clear();
+}
+
+void OutputFile::discard() {
+    if (present_name_.empty()) return;
+    const auto hold = hold_interruptions();
+    ::unlinkat(directory_.get(), present_name_.c_str(), 0);
+    keep_on_interruption(directory_.get(), present_name_);
+    present_name_.clear();
+}
+
+std::string OutputFile::draft_name() const { return draft_path(final_path_); }
 
 void OutputFile::fail(const char *action) const {
     if (errno == EEXIST) throw ProgramError(ExitCode::output, name(), "exists already (-f replaces it)");

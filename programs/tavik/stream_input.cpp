@@ -1,14 +1,17 @@
 #include "stream_input.h"
 
 #include <fcntl.h>
+#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <system_error>
 
 #include "file_names.h"
+#include "interruption.h"
 #include "program_error.h"
 #include "waiting.h"
 
@@ -29,7 +32,9 @@ int64_t position_of(int descriptor) {
 
 bool StreamInput::suits(const std::string &path) {
     struct stat status {};
-    return path == standard_stream || (::stat(path.c_str(), &status) == 0 && S_ISFIFO(status.st_mode));
+    if (path == standard_stream) return true;
+    if (::stat(path.c_str(), &status) != 0) return false;
+    return !S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode) && !S_ISBLK(status.st_mode);
 }
 
 StreamInput::StreamInput(const std::string &path)
@@ -46,7 +51,27 @@ StreamInput::StreamInput(const std::string &path)
 
 StreamInput::~StreamInput() { ::close(descriptor_); }
 
+// Waits until there is something to read, and returns how much of it may be: at most `room`, and when an interruption
+// has ended the input no more than there was in the pipe by then.
+size_t StreamInput::wait(size_t room) {
+    const int end = end_of_input_event();
+    if (end < 0) return room;
+    std::array<pollfd, 2> events{{{.fd = end, .events = POLLIN, .revents = 0},  //
+                                  {.fd = descriptor_, .events = POLLIN, .revents = 0}}};
+    while (!bytes_to_come_ && ::poll(events.data(), events.size(), -1) < 0 && errno == EINTR) {
+    }
+    if (!bytes_to_come_ && events[0].revents != 0) {
+        int present = 0;
+        bytes_to_come_ = ::ioctl(descriptor_, FIONREAD, &present) == 0 ? static_cast<size_t>(present) : 0;
+    }
+    const size_t count = std::min(room, bytes_to_come_.value_or(room));
+    if (bytes_to_come_) *bytes_to_come_ -= count;
+    return count;
+}
+
 int StreamInput::read(uint8_t *bytes, size_t room) {
+    room = wait(room);
+    if (room == 0) return 0;
     ssize_t result = 0;
     do {
         result = ::read(descriptor_, bytes, room);

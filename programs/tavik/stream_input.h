@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <string>
 #include <vector>
@@ -31,6 +32,7 @@ class StreamInput {
     bool read_again(int64_t position, std::span<uint8_t> bytes) const;
 
  private:
+    size_t wait(size_t room);
     int read(uint8_t *bytes, size_t room);
     int64_t seek(int64_t offset, int whence) const;
 
@@ -38,8 +40,9 @@ class StreamInput {
     static int64_t seek_callback(void *input, int64_t offset, int whence);
 
     int descriptor_;
-    int64_t start_;              // position in the file when it was opened; -1 in a pipe
-    std::vector<uint8_t> head_;  // of a pipe
+    int64_t start_;                        // position in the file when it was opened; -1 in a pipe
+    std::vector<uint8_t> head_;            // of a pipe
+    std::optional<size_t> bytes_to_come_;  // once an interruption has ended the input
     FfmpegHandle<AVIOContext> io_;
 };
 

@@ -93,6 +93,13 @@ def sound(tmp_path_factory):
     return make
 
 
+def unfinished(process):
+    """Sizes of the files that the process, or one that it has started, writes before they have a name."""
+    processes = [process.pid, *map(int, Path(f"/proc/{process.pid}/task/{process.pid}/children").read_text().split())]
+    files = [file for pid in processes for file in Path(f"/proc/{pid}/fd").iterdir()]
+    return [file.stat().st_size for file in files if "/#" in os.readlink(file)]
+
+
 def snapshot(directory="."):
     """Names, contents and permissions of everything below the directory."""
     return {path: (path.lstat().st_mode, path.is_file() and path.read_bytes()) for path in Path(directory).rglob("*")}

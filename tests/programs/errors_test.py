@@ -8,7 +8,7 @@ from pathlib import Path
 
 import pytest
 from audio_files import decode, ffmpeg, write_noise
-from conftest import NOISE
+from conftest import NOISE, unfinished
 from waiting import PATIENCE, wait_until
 
 
@@ -184,7 +184,7 @@ def test_interruption(tavik, number, status, inputs):
     feed = "".join(f"cat /dev/urandom >{name} & " for name in names)
     process = tavik.start(*names, "--pcm", "s16le", "-o", "new/0.m4a" if inputs == 1 else "new", "-f", "-j", "4",
                           within=f'{feed} exec "$@"')
-    wait_until(lambda: sum(path.stat().st_size > 100000 for path in Path("new").glob(".tavik*")) == inputs)
+    wait_until(lambda: sum(size > 100000 for size in unfinished(process)) == inputs)
     process.send_signal(number)
     out, err = process.communicate(timeout=PATIENCE)
     assert (process.returncode, out, len(err.splitlines())) == (status, b"", 1), err

@@ -1,6 +1,9 @@
 /* Preloaded into the program under test: system calls with the fault that TAVIK_TEST_FAULT names. A disk that flips a
-   bit of what is written ("write"), and one that only notices later that something is wrong ("fsync", "close"). */
+   bit of what is written ("write"), one that only notices later that something is wrong ("fsync", "close"), and one
+   without files that have no name ("unnamed"). */
 #include <errno.h>
+#include <fcntl.h>
+#include <stdarg.h>
 #include <stdbool.h>
 #include <stdlib.h>
 #include <string.h>
@@ -24,6 +27,18 @@ ssize_t write(int file, const void *bytes, size_t count) {
         is_flipped = true;
     }
     return written;
+}
+
+int openat(int directory, const char *path, int flags, ...) {
+    if ((flags & O_TMPFILE) == O_TMPFILE && strcmp(getenv("TAVIK_TEST_FAULT"), "unnamed") == 0) {
+        errno = EOPNOTSUPP;
+        return -1;
+    }
+    va_list arguments;
+    va_start(arguments, flags);
+    const int mode = (flags & (O_CREAT | O_TMPFILE)) != 0 ? va_arg(arguments, int) : 0;
+    va_end(arguments);
+    return (int)syscall(SYS_openat, directory, path, flags, mode);
 }
 
 int fsync(int file) {

@@ -2,11 +2,13 @@
 import json
 import os
 import shutil
+import signal
 from pathlib import Path
 
 import pytest
 from audio_files import write_noise
-from conftest import NOISE, snapshot
+from conftest import NOISE, snapshot, unfinished
+from waiting import PATIENCE, wait_until
 
 
 def names(directory="."):
@@ -149,10 +151,50 @@ def test_existing_output(tavik, sound):
 
 def test_output_that_appears_while_its_file_is_encoded(tavik, sound):
     os.mkfifo("pipe")
-    pieces = f"head -c -9 {sound()}; until ls .tavik* >&2; do sleep 0.01; done; echo other >x.m4a; tail -c 9 {sound()}"
+    appears = 'until ls -l /proc/[0-9]*/fd 2>&1 | grep -q "$PWD/#"; do sleep 0.01; done; echo other >x.m4a'
+    pieces = f"head -c -9 {sound()}; {appears}; tail -c 9 {sound()}"
     run = tavik.run("pipe", "-o", "x.m4a", within=f'({pieces}) >pipe 2>/dev/null & "$@"')
     assert (run.status, len(run.err)) == (4, 1) and "exists" in run.err[0]
     assert (Path("x.m4a").read_text(), names()) == ("other\n", ["x.m4a"])
+
+
+def start_endless(tavik, request, name, fault="none"):
+    """A run in the middle of an input that does not end."""
+    environment = f"LD_PRELOAD={request.config.getoption('--faulty-io')} TAVIK_TEST_FAULT={fault}"
+    process = tavik.start("/dev/zero", "--pcm", "s16le", "-o", name, within=f'exec env {environment} "$@"')
+    named = f".tavik-{process.pid}-1.tmp"
+    wait_until(lambda: sum(unfinished(process)) + sum(file.stat().st_size for file in Path().rglob(named)) > 10000)
+    return process
+
+
+def kill(process):
+    process.kill()
+    process.wait()
+
+
+def test_a_killed_run_leaves_nothing(tavik, request, sound):
+    """Where the file system has no files without a name, for the next run to remove, unless it is in use."""
+    kill(start_endless(tavik, request, "x.m4a"))
+    assert names() == []
+    kill(start_endless(tavik, request, "x.m4a", "unnamed"))
+    Path(names()[0]).rename(".tavik-1-1.tmp")  # whatever its name says
+    running = start_endless(tavik, request, "y.m4a", "unnamed")
+    assert len(names()) == 1 and names() != [".tavik-1-1.tmp"]
+    tavik.encode(sound(), "-o", "z.m4a")
+    kill(running)
+    assert len(names()) == 2
+    tavik.encode(sound(), "-o", "z.m4a", "-f")
+    assert names() == ["z.m4a"]
+
+
+@pytest.mark.parametrize("fault", ["none", "unnamed"])
+def test_a_directory_that_is_renamed_meanwhile(tavik, request, fault):
+    Path("a").mkdir()
+    process = start_endless(tavik, request, "a/x.m4a", fault)
+    Path("a").rename("b")
+    process.send_signal(signal.SIGTERM)
+    process.communicate(timeout=PATIENCE)
+    assert (process.returncode, names()) == (143, [])
 
 
 def test_bad_files_among_good_ones_and_jobs(tavik, music):

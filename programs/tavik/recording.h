@@ -1,0 +1,38 @@
+// What an endless input is written into until it ends: files that outlive the program, however that ends.
+#pragma once
+
+#include <tavik.h>
+
+#include <atomic>
+#include <cstdint>
+#include <thread>
+
+#include "audio_decoder.h"
+#include "output_file.h"
+
+namespace tavik {
+
+// While it lives, a thread of its own brings what is written to the disk every two seconds, so that a power failure
+// costs no more than that, and nothing has to wait for the disk.
+class DiskKeeper {
+ public:
+    // Keeps a reference to `file`.
+    explicit DiskKeeper(const OutputFile &file);
+
+    // Throws ProgramError with ExitCode::output when the disk has failed so far.
+    void check() const;
+
+ private:
+    void work(const std::stop_token &stop);
+
+    const OutputFile &file_;
+    std::atomic<int> error_ = 0;
+    std::jthread thread_;  // the last one: it uses the others
+};
+
+// Copies the frames of a complete fragmented MP4 file into one with an index in front, which plays `samples` per
+// channel. Throws ProgramError with ExitCode::output.
+void copy_recording(const OutputFile &recording, OutputFile &output, const EncoderConfig &config,
+                    const AudioDecoder &source, uint64_t samples);
+
+}  // namespace tavik
