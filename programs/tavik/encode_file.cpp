@@ -1,5 +1,8 @@
 #include "encode_file.h"
 
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
 #include <algorithm>
 #include <array>
 #include <chrono>
@@ -16,6 +19,7 @@
 #include "output_file.h"
 #include "recording.h"
 #include "stream_encoder.h"
+#include "tag_writer.h"
 #include "verification.h"
 
 namespace tavik {
@@ -96,6 +100,7 @@ struct Work {
     const Options &options;
     const Job &job;
     AudioReader &reader;
+    const Tags &tags;
     const ReportProgress &report;
 
     OutputFile::Existing existing() const {
@@ -129,9 +134,11 @@ void encode_stream(const Work &work, FrameWriter &writer, Block &block, EncodedF
 void write_file(const Work &work, Block &block, EncodedFile &result) {
     const bool verifies = work.options.verify;
     OutputFile output(work.job.output, work.existing());
-    FrameWriter writer(output, result.format, result.config, work.reader.decoder(), work.options.live);
+    FrameWriter writer(output, result.format, result.config, work.reader.decoder(), work.tags, work.options.live);
     std::vector<FrameMark> marks;
     encode_stream(work, writer, block, result, verifies ? &marks : nullptr);
+    const bool is_file = result.format == Format::m4a && output.is_regular();
+    if (is_file) write_tags(output, work.tags, result.frames, result.samples);
     result.bytes = output.size();
     if (verifies) verify(output, result, marks);
     result.verified = verifies;
@@ -146,7 +153,8 @@ void finish_recording(const Work &work, OutputFile &draft, EncodedFile &result) 
         return;
     }
     OutputFile output(work.job.output, work.existing());
-    copy_recording(draft, output, result.config, work.reader.decoder(), result.samples);
+    copy_recording(draft, output, result.config, work.reader.decoder(), work.tags, result.samples);
+    write_tags(output, work.tags, result.frames, result.samples);
     result.bytes = output.size();
     output.commit();
     draft.discard();
@@ -158,7 +166,7 @@ void record(const Work &work, Block &block, EncodedFile &result) {
     const std::string notice = draft.draft_name() + " has what was recorded";
     set_interruption_notice(notice);
     try {
-        FrameWriter writer(draft, result.format, result.config, work.reader.decoder(), true);
+        FrameWriter writer(draft, result.format, result.config, work.reader.decoder(), work.tags, true);
         {
             const DiskKeeper keeper(draft);
             encode_stream(work, writer, block, result, nullptr);
@@ -169,6 +177,25 @@ void record(const Work &work, Block &block, EncodedFile &result) {
         throw ProgramError(error.exit_code(), std::string(error.what()) + "; " + notice);
     }
     set_interruption_notice("");
+}
+
+std::string join(const std::vector<std::string> &names) { return fmt::format("{}", fmt::join(names, ", ")); }
+
+// The tags of the output. What it has no place for goes into `result`, and into its warnings where one would not be
+// surprised by that.
+Tags tags_for(const Options &options, const AudioDecoder &source, bool has_chapters, EncodedFile &result) {
+    Tags tags = read_tags(source, options, result.gain);
+    set_replay_gain(tags, result.replay_gain);
+    const bool loses_chapters = !has_chapters && source.container().nb_chapters > 0;
+    if (result.format == Format::m4a) {
+        const std::vector<std::string> &names = tags.not_kept;
+        if (!names.empty()) result.warnings.push_back("tags that M4A cannot keep: " + join(names));
+        if (!tags.changes.empty()) result.warnings.push_back("tags changed: " + join(tags.changes));
+        if (loses_chapters) result.warnings.emplace_back("chapters cannot be written into a pipe");
+    }
+    result.not_kept = result.format == Format::m4a ? tags.not_kept : names_of(tags);
+    if (loses_chapters) result.not_kept.emplace_back("chapters");
+    return tags;
 }
 
 EncodedFile encode_opened(const Options &options, const Job &job, const Loudness &loudness, AudioReader &reader,
@@ -191,10 +218,12 @@ EncodedFile encode_opened(const Options &options, const Job &job, const Loudness
         throw ProgramError(ExitCode::usage, output_name(job.output), "cannot be read back for --verify");
     }
     if (job.makes_directories) make_directories(job.output);
+    const bool has_chapters = job.format == Format::m4a && !OutputFile::is_direct(job.output);
+    const Tags tags = tags_for(options, reader.decoder(), has_chapters, result);
     if (options.live && !OutputFile::is_direct(job.output)) {
-        record({options, job, reader, report}, block, result);
+        record({options, job, reader, tags, report}, block, result);
     } else {
-        write_file({options, job, reader, report}, block, result);
+        write_file({options, job, reader, tags, report}, block, result);
     }
     if (options.loudness && !loudness.track) result.warnings.emplace_back("too quiet to measure its loudness");
     return result;

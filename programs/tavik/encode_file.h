@@ -26,6 +26,7 @@ struct EncodedFile {
     double elapsed = 0;        // seconds that the work took
     bool verified = false;
     std::vector<std::string> warnings;  // what was lost or changed on the way
+    std::vector<std::string> not_kept;  // names of tags and the like that the output has no place for
     Track track;
     std::vector<TimeError> time_errors;
     uint64_t clipped = 0;  // samples

@@ -13,15 +13,15 @@ namespace tavik {
 // Writes frames into an MP4 file, or as they are, with the headers that the encoder has put in front of them.
 class FrameWriter {
  public:
-    // Keeps a reference to `output`. Tags and pictures are those of `source`. is_live: what is written is of use at
-    // once, as a stream frame by frame, in a file second by second.
+    // Keeps references to `output` and `tags`. Chapters and language are those of `source`. is_live: what is written is
+    // of use at once, as a stream frame by frame, in a file second by second.
     FrameWriter(OutputFile &output, Format format, const EncoderConfig &config, const AudioDecoder &source,
-                bool is_live)
+                const Tags &tags, bool is_live)
         : output_(output) {
         std::optional<int64_t> fragment;
         if (!output.is_regular()) fragment = is_live ? 1 : config.sample_rate / 2;
         if (output.is_regular() && is_live) fragment = config.sample_rate;
-        if (format == Format::m4a) muxer_.emplace(output, config, source, fragment);
+        if (format == Format::m4a) muxer_.emplace(output, config, source, tags, fragment);
     }
 
     // As Mp4Muxer.

@@ -20,35 +20,8 @@ namespace {
 
 constexpr int buffer_bytes = 32768;
 
-// Tags that tell about the source's file, not about the music.
-constexpr std::array foreign_tags{"encoder",       "encoded_by",        "encoding_tool", "major_brand",
-                                  "minor_version", "compatible_brands", "creation_time", "handler_name",
-                                  "vendor_id",     "duration",          "language"};
-
 // Begins the tag that tells what has made a file.
 constexpr const char *encoding_tool = "Tavik ";
-
-// The number of tracks or discs, which some formats keep apart, behind a slash.
-void join_total(AVDictionary **tags, const char *key, std::initializer_list<const char *> total_keys) {
-    const AVDictionaryEntry *number = av_dict_get(*tags, key, nullptr, 0);
-    if (number == nullptr || std::string(number->value).find('/') != std::string::npos) return;
-    for (const char *total_key : total_keys) {
-        if (const AVDictionaryEntry *total = av_dict_get(*tags, total_key, nullptr, 0)) {
-            av_dict_set(tags, key, (std::string(number->value) + "/" + total->value).c_str(), 0);
-            return;
-        }
-    }
-}
-
-// Tags stand in the file or, in some formats, in its audio stream.
-void copy_tags(AVDictionary **tags, const AudioDecoder &source) {
-    av_dict_copy(tags, source.stream().metadata, 0);
-    av_dict_copy(tags, source.container().metadata, 0);
-    join_total(tags, "track", {"tracktotal", "totaltracks"});
-    join_total(tags, "disc", {"disctotal", "totaldiscs"});
-    for (const char *key : foreign_tags) av_dict_set(tags, key, nullptr, 0);
-    av_dict_set(tags, "encoding_tool", (encoding_tool + version_text(TAVIK_get_version())).c_str(), 0);
-}
 
 void copy_chapters(AVFormatContext &format, const AVFormatContext &source) {
     if (source.nb_chapters == 0) return;
@@ -68,14 +41,6 @@ void copy_chapters(AVFormatContext &format, const AVFormatContext &source) {
     }
 }
 
-bool is_picture(const AVStream &stream) {
-    const AVCodecID codec = stream.codecpar->codec_id;
-    // Without a size it is none that can be decoded, whatever it is called.
-    return (stream.disposition & AV_DISPOSITION_ATTACHED_PIC) != 0 && stream.attached_pic.size > 0 &&
-           stream.codecpar->width > 0 && stream.codecpar->height > 0 &&
-           (codec == AV_CODEC_ID_MJPEG || codec == AV_CODEC_ID_PNG || codec == AV_CODEC_ID_BMP);
-}
-
 }  // namespace
 
 bool is_made_by_tavik(const std::string &path) {
@@ -87,7 +52,7 @@ bool is_made_by_tavik(const std::string &path) {
     return tool != nullptr && std::string(tool->value).starts_with(encoding_tool);
 }
 
-Mp4Muxer::Mp4Muxer(OutputFile &output, const EncoderConfig &config, const AudioDecoder &source,
+Mp4Muxer::Mp4Muxer(OutputFile &output, const EncoderConfig &config, const AudioDecoder &source, const Tags &tags,
                    std::optional<int64_t> fragment_samples)
     : output_(output),
       packet_(own(av_packet_alloc())),
@@ -98,14 +63,14 @@ Mp4Muxer::Mp4Muxer(OutputFile &output, const EncoderConfig &config, const AudioD
     take_ffmpeg_log();
     open_output();
     add_audio_stream(config, source.stream());
-    copy_tags(&format_->metadata, source);
-    const bool has_extras = !fragment_samples_;
-    if (has_extras) {
-        add_pictures(source.container());
+    const std::string tool = encoding_tool + version_text(TAVIK_get_version());
+    av_dict_set(&format_->metadata, "encoding_tool", tool.c_str(), 0);
+    if (!fragment_samples_) {
         copy_chapters(*format_, source.container());
+    } else {
+        tagger_.emplace(tags);
     }
     write_header();
-    if (has_extras) write_pictures(source.container());
 }
 
 void Mp4Muxer::open_output() {
@@ -140,40 +105,17 @@ void Mp4Muxer::add_audio_stream(const EncoderConfig &config, const AVStream &sou
     if (language != nullptr) av_dict_set(&stream->metadata, "language", language->value, 0);
 }
 
-void Mp4Muxer::add_pictures(const AVFormatContext &source) {
-    for (unsigned i = 0; i < source.nb_streams; ++i) {
-        const AVStream &picture = *source.streams[i];
-        if (!is_picture(picture)) continue;
-        AVStream *stream = avformat_new_stream(format_.get(), nullptr);
-        if (stream == nullptr) throw std::bad_alloc();
-        check(avcodec_parameters_copy(stream->codecpar, picture.codecpar));
-        stream->codecpar->codec_tag = 0;
-        stream->disposition = AV_DISPOSITION_ATTACHED_PIC;
-        stream->time_base = picture.time_base;
-    }
-}
-
 void Mp4Muxer::write_header() {
     AVDictionary *options = nullptr;
     // Edits are counted in units of this, and have to be exact to the sample.
     av_dict_set_int(&options, "movie_timescale", format_->streams[0]->codecpar->sample_rate, 0);
-    // The index of fragments at the end, which the flag skip_trailer leaves out, would grow in memory.
+    // The index of fragments at the end, which the flag skip_trailer leaves out, would grow in memory, and not know
+    // how long tags make the head.
     const char *flags = fragment_samples_ ? "frag_custom+delay_moov+default_base_moof+skip_trailer" : "faststart";
     av_dict_set(&options, "movflags", flags, 0);
     const int result = avformat_write_header(format_.get(), &options);
     av_dict_free(&options);
     check(result);
-}
-
-// A picture is the only packet of its stream; those follow the audio stream in the order of the source.
-void Mp4Muxer::write_pictures(const AVFormatContext &source) {
-    int stream_index = 0;
-    for (unsigned i = 0; i < source.nb_streams; ++i) {
-        if (!is_picture(*source.streams[i])) continue;
-        const auto packet = own(av_packet_clone(&source.streams[i]->attached_pic));
-        packet->stream_index = ++stream_index;
-        check(av_write_frame(format_.get(), packet.get()));
-    }
 }
 
 void Mp4Muxer::write(std::span<const uint8_t> frame, uint64_t samples) {
@@ -214,7 +156,9 @@ template <typename Byte>
 int Mp4Muxer::write_callback(void *muxer, Byte *bytes, int count) {
     auto &self = *static_cast<Mp4Muxer *>(muxer);
     try {
-        if (!self.error_) self.output_.write({bytes, static_cast<size_t>(count)});
+        std::span<const uint8_t> written(bytes, static_cast<size_t>(count));
+        if (self.tagger_) written = self.tagger_->pass(written);
+        if (!self.error_) self.output_.write(written);
     } catch (...) {
         self.error_ = std::current_exception();
     }

@@ -12,20 +12,22 @@
 #include "audio_decoder.h"
 #include "ffmpeg_handles.h"
 #include "output_file.h"
+#include "tag_writer.h"
+#include "tags.h"
 
 namespace tavik {
 
 // An MP4 file that this program has made before, by its tags.
 bool is_made_by_tavik(const std::string &path);
 
-// Writes frames, the first of them the priming frame, into an MP4 file with the tags, cover pictures and chapters of
-// the source, and with its index in front; or as fragmented MP4 without pictures and chapters, which needs no index and
-// can be written into a pipe. Errors throw ProgramError with ExitCode::output.
+// Writes frames, the first of them the priming frame, into an MP4 file with the chapters of the source and its index in
+// front, to which write_tags() adds tags in the end; or as fragmented MP4 with tags and without chapters, which needs
+// no index and can be written into a pipe. Errors throw ProgramError with ExitCode::output.
 class Mp4Muxer {
  public:
-    // Keeps a reference to `output`. fragment_samples: how many per channel a fragment is to have, at least; without
-    // it there are none, and the output has to be a regular file.
-    Mp4Muxer(OutputFile &output, const EncoderConfig &config, const AudioDecoder &source,
+    // Keeps references to `output` and `tags`. fragment_samples: how many per channel a fragment is to have, at least;
+    // without it there are none, and the output has to be a regular file.
+    Mp4Muxer(OutputFile &output, const EncoderConfig &config, const AudioDecoder &source, const Tags &tags,
              std::optional<int64_t> fragment_samples);
     Mp4Muxer(const Mp4Muxer &) = delete;
     Mp4Muxer &operator=(const Mp4Muxer &) = delete;
@@ -41,9 +43,7 @@ class Mp4Muxer {
  private:
     void open_output();
     void add_audio_stream(const EncoderConfig &config, const AVStream &source);
-    void add_pictures(const AVFormatContext &source);
     void write_header();
-    void write_pictures(const AVFormatContext &source);
     void write_packet(AVPacket *packet);
     void end_fragment();
     void check(int result);
@@ -65,7 +65,8 @@ class Mp4Muxer {
     int64_t next_time_;           // of the next frame
     int64_t fragment_start_;      // of its first frame
     uint64_t read_position_ = 0;  // while what is written is moved to make room for the index
-    std::exception_ptr error_;    // of the output, on its way through FFmpeg's functions
+    std::optional<StreamTagger> tagger_;
+    std::exception_ptr error_;  // of the output, on its way through FFmpeg's functions
 };
 
 }  // namespace tavik

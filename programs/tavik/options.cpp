@@ -2,6 +2,7 @@
 #include "options.h"
 
 #include <fmt/format.h>
+#include <taglib/tstring.h>
 
 #include <CLI/CLI.hpp>
 #include <cctype>
@@ -10,6 +11,7 @@
 #include <map>
 
 #include "file_names.h"
+#include "pictures.h"
 #include "program_error.h"
 #include "stream_encoder.h"
 
@@ -64,6 +66,7 @@ struct ArgumentTexts {
     std::string pcm;
     std::string loudness_gain;
     std::vector<std::string> tags;
+    std::string cover;
 };
 
 std::optional<uint32_t> to_number(std::string_view text) {
@@ -229,7 +232,7 @@ void add_tag_options(CLI::App &app, Options &options, ArgumentTexts &texts) {
     add("--tag", texts.tags, "KEY=VALUE", "Set a tag, or leave it out if there is no value;\nmay be repeated")
         ->check(check_tag);
     add_usual_tags(app, options, group);
-    add("--cover", options.cover, "FILE", "The picture for the front cover")->check(check_file_name);
+    add("--cover", texts.cover, "FILE", "The picture for the front cover")->check(check_file_name);
     app.add_flag("--no-tags", options.no_tags, "Leave out the tags of the input")->group(group);
     app.add_flag("--no-cover", options.no_cover, "Leave out the pictures of the input")->group(group);
 }
@@ -313,6 +316,11 @@ bool parse(CLI::App &app, int argc, const char *const *argv) {
 void check_together(const Options &options) {
     const auto standard_inputs = std::ranges::count(options.inputs, standard_stream);
     const bool to_standard_output = options.output == standard_stream;
+    for (const auto &[key, value] : options.tags) {
+        if (TagLib::String(key + value, TagLib::String::UTF8).isEmpty()) {
+            throw ProgramError(ExitCode::usage, "--tag", "text is not UTF-8");
+        }
+    }
     if (standard_inputs > 1) throw ProgramError(ExitCode::usage, "INPUT", "standard input can be read only once");
     if (standard_inputs == 1 && !options.output) {
         throw ProgramError(ExitCode::usage, "--output", "is needed for standard input");
@@ -352,6 +360,7 @@ std::optional<Options> parse_options(int argc, const char *const *argv) {
         options.loudness = true;
         options.loudness_gain = loudness_gain_names().at(texts.loudness_gain);
     }
+    if (!texts.cover.empty()) options.cover = read_picture_file(texts.cover);
     check_together(options);
     return options;
 }

@@ -1,6 +1,7 @@
 // The command line, the first thing that a run looks at.
 #pragma once
 
+#include <taglib/mp4coverart.h>
 #include <tavik.h>
 
 #include <array>
@@ -85,7 +86,7 @@ struct Options {
     LoudnessGain loudness_gain = LoudnessGain::none;  // with `loudness` only
 
     std::vector<std::pair<std::string, std::string>> tags;  // names in capitals, values; an empty value: no such tag
-    std::string cover;                                      // file name
+    std::optional<TagLib::MP4::CoverArt> cover;
     bool no_tags = false;
     bool no_cover = false;
 

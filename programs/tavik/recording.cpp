@@ -47,9 +47,9 @@ void DiskKeeper::check() const {
 }
 
 void copy_recording(const OutputFile &recording, OutputFile &output, const EncoderConfig &config,
-                    const AudioDecoder &source, uint64_t samples) {
+                    const AudioDecoder &source, const Tags &tags, uint64_t samples) {
     const auto format = open_recording(recording);
-    Mp4Muxer muxer(output, config, source, std::nullopt);
+    Mp4Muxer muxer(output, config, source, tags, std::nullopt);
     const auto packet = own(av_packet_alloc());
     for (;;) {
         const int result = av_read_frame(format.get(), packet.get());

@@ -9,6 +9,7 @@
 
 #include "audio_decoder.h"
 #include "output_file.h"
+#include "tags.h"
 
 namespace tavik {
 
@@ -33,6 +34,6 @@ class DiskKeeper {
 // Copies the frames of a complete fragmented MP4 file into one with an index in front, which plays `samples` per
 // channel. Throws ProgramError with ExitCode::output.
 void copy_recording(const OutputFile &recording, OutputFile &output, const EncoderConfig &config,
-                    const AudioDecoder &source, uint64_t samples);
+                    const AudioDecoder &source, const Tags &tags, uint64_t samples);
 
 }  // namespace tavik

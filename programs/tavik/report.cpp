@@ -169,6 +169,7 @@ std::string encoded_json(const Job &job, const EncodedFile &file) {
     json["speed"] = rounded(speed(file.duration(), file.elapsed));
     json["verified"] = file.verified;
     json["warnings"] = file.warnings;
+    json["not_kept"] = file.not_kept;
     return to_line(json);
 }
 
