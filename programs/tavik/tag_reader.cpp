@@ -257,7 +257,16 @@ String field_name(const std::string &key) {
                                                             {"network", "TVNETWORK"},
                                                             {"title-sort", "TITLESORT"},
                                                             {"artist-sort", "ARTISTSORT"},
-                                                            {"album-sort", "ALBUMSORT"}};
+                                                            {"album-sort", "ALBUMSORT"},
+                                                            {"tbpm", "BPM"},
+                                                            {"tsrc", "ISRC"},
+                                                            {"tmoo", "MOOD"},
+                                                            {"tpe3", "CONDUCTOR"},
+                                                            {"tpe4", "REMIXER"},
+                                                            {"text", "LYRICIST"},
+                                                            {"tkey", "INITIALKEY"},
+                                                            {"tmed", "MEDIA"},
+                                                            {"tlen", "LENGTH"}};
     const auto other = others.find(key);
     return other != others.end() ? String(other->second) : String(key, String::UTF8).upper();
 }
@@ -281,6 +290,10 @@ void read_dictionary(const AVDictionary *dictionary, Tags &tags) {
         if (is_repeated(dictionary, entry->key)) continue;
         std::string key = entry->key;
         std::ranges::transform(key, key.begin(), [](unsigned char c) { return std::tolower(c); });
+        if (key.starts_with("id3v2_priv")) {
+            tags.note_not_kept("PRIV");
+            continue;
+        }
         const String name = field_name(key);
         if (name == "LANGUAGE") continue;  // that of the audio track, where it is kept
         if (!tags.fields.contains(name)) tags.fields.insert(name, text_of(entry->value));

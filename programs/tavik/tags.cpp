@@ -20,33 +20,12 @@ using TagLib::String;
 using TagLib::StringList;
 
 // Fields that tell about the source's file, not about the music.
-constexpr std::array foreign_fields{"ENCODER",
-                                    "ENCODEDBY",
-                                    "ENCODED_BY",
-                                    "ENCODING",
-                                    "ENCODING_TOOL",
-                                    "ENCODERSETTINGS",
-                                    "MAJOR_BRAND",
-                                    "MINOR_VERSION",
-                                    "COMPATIBLE_BRANDS",
-                                    "CREATION_TIME",
-                                    "HANDLER_NAME",
-                                    "VENDOR_ID",
-                                    "DURATION",
-                                    "LENGTH",
-                                    "FILETYPE",
-                                    "ENCODINGTIME",
-                                    "TAGGINGDATE",
-                                    "ORIGINALFILENAME",
-                                    "BPS",
-                                    "NUMBER_OF_FRAMES",
-                                    "NUMBER_OF_BYTES",
-                                    "ENCODER_OPTIONS",
-                                    "ENCODEROPTIONS",
-                                    "COMMENT:ITUNSMPB",
-                                    "COMMENT:ITUNPGAP",
-                                    "CODING_HISTORY",
-                                    "TIME_REFERENCE"};
+constexpr std::array foreign_fields{
+    "ENCODER",     "ENCODEDBY",        "ENCODED_BY",        "ENCODING",        "ENCODING_TOOL",  "ENCODERSETTINGS",
+    "MAJOR_BRAND", "MINOR_VERSION",    "COMPATIBLE_BRANDS", "CREATION_TIME",   "HANDLER_NAME",   "VENDOR_ID",
+    "DURATION",    "LENGTH",           "FILETYPE",          "ENCODINGTIME",    "TAGGINGDATE",    "ORIGINALFILENAME",
+    "BPS",         "NUMBER_OF_FRAMES", "NUMBER_OF_BYTES",   "ENCODER_OPTIONS", "ENCODEROPTIONS", "COMMENT:ITUNSMPB",
+    "ITUNSMPB",    "ITUNPGAP",         "COMMENT:ITUNPGAP",  "CODING_HISTORY",  "TIME_REFERENCE"};
 constexpr const char *foreign_start = "_STATISTICS";
 
 // The same of the atoms of an MP4 file; the last is the level of the song.
