@@ -176,9 +176,9 @@ void AudioDecoder::find_stream_information() {
 std::vector<std::optional<double>> AudioDecoder::declared_lengths() const {
     std::vector<std::optional<double>> lengths;
     for (unsigned i = 0; i < format_->nb_streams; ++i) {
-        const AVStream &stream = *format_->streams[i];
-        const bool is_known = stream.duration > 0;
-        lengths.push_back(is_known ? std::optional(static_cast<double>(stream.duration) * av_q2d(stream.time_base))
+        const AVStream &media = *format_->streams[i];
+        const bool is_known = media.duration > 0;
+        lengths.push_back(is_known ? std::optional(static_cast<double>(media.duration) * av_q2d(media.time_base))
                                    : std::nullopt);
     }
     if (!is_wav() || format_->nb_streams == 0) return lengths;
@@ -187,7 +187,8 @@ std::vector<std::optional<double>> AudioDecoder::declared_lengths() const {
     std::array<uint8_t, 4> size{};
     if (!read_before_samples(size)) return lengths;
     const auto bytes = declared_wav_bytes(size);
-    if (bytes) lengths[0] = static_cast<double>(*bytes / first.block_align) / first.sample_rate;
+    const int64_t samples = bytes.value_or(0) / first.block_align;
+    if (bytes) lengths[0] = static_cast<double>(samples) / first.sample_rate;
     return lengths;
 }
 
@@ -330,9 +331,9 @@ bool AudioDecoder::complete_frame() {
 
 void AudioDecoder::place_frame() {
     const bool is_first = timeline_.position() == 0;
-    const std::optional<double> seconds = frame_seconds();
-    const std::optional<double> next = timeline_.doubts(seconds) ? next_frame_seconds() : std::nullopt;
-    const Placement placement = timeline_.place(seconds, next, frame_->nb_samples, frame_->sample_rate);
+    const std::optional<double> time = frame_seconds();
+    const std::optional<double> next_time = timeline_.doubts(time) ? next_frame_seconds() : std::nullopt;
+    const Placement placement = timeline_.place(time, next_time, frame_->nb_samples, frame_->sample_rate);
     if (is_first) late_start_ = static_cast<double>(placement.silence) / frame_->sample_rate;
     if (!is_first || !source_.keeps_start) silence_left_ = placement.silence;
     cut_frame(placement.cut);
@@ -342,20 +343,20 @@ void AudioDecoder::place_frame() {
 std::optional<double> AudioDecoder::next_frame_seconds() {
     std::swap(frame_, next_frame_);
     has_next_frame_ = receive();
-    const auto seconds = has_next_frame_ ? frame_seconds() : std::nullopt;
+    const auto time = has_next_frame_ ? frame_seconds() : std::nullopt;
     std::swap(frame_, next_frame_);
-    return seconds;
+    return time;
 }
 
 // The frame's time stamp. It counts from the start of the file, which is that of the audio where there is nothing else.
 std::optional<double> AudioDecoder::frame_seconds() {
     if (frame_->best_effort_timestamp == AV_NOPTS_VALUE) return std::nullopt;
-    const double seconds = static_cast<double>(frame_->best_effort_timestamp) * av_q2d(stream().time_base);
+    const double time = static_cast<double>(frame_->best_effort_timestamp) * av_q2d(stream().time_base);
     if (!file_start_) {
         const bool is_alone = count_media(*format_) == 1 || format_->start_time == AV_NOPTS_VALUE;
-        file_start_ = is_alone ? seconds : static_cast<double>(format_->start_time) / AV_TIME_BASE;
+        file_start_ = is_alone ? time : static_cast<double>(format_->start_time) / AV_TIME_BASE;
     }
-    return seconds - *file_start_;
+    return time - *file_start_;
 }
 
 // Leaves so many samples out at the start of the frame.

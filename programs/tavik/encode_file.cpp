@@ -103,6 +103,12 @@ struct Work {
     const Tags &tags;
     const ReportProgress &report;
 
+    // Nothing where playing starts with a pause.
+    std::optional<PlayedPart> played_part(const EncodedFile &result) const {
+        if (reader.decoder().start() > 0) return std::nullopt;
+        return PlayedPart{result.frames, result.samples};
+    }
+
     OutputFile::Existing existing() const {
         const bool replaces = options.replace || options.update;
         return replaces ? OutputFile::Existing::replace : OutputFile::Existing::refuse;
@@ -138,8 +144,9 @@ void write_file(const Work &work, Block &block, EncodedFile &result) {
     std::vector<FrameMark> marks;
     encode_stream(work, writer, block, result, verifies ? &marks : nullptr);
     const bool is_file = result.format == Format::m4a && output.is_regular();
-    if (is_file) write_tags(output, work.tags, result.frames, result.samples);
+    if (is_file) write_tags(output, work.tags, work.played_part(result));
     result.bytes = output.size();
+    result.start = static_cast<uint64_t>(std::llround(work.reader.decoder().start() * result.config.sample_rate));
     if (verifies) verify(output, result, marks);
     result.verified = verifies;
     output.commit();
@@ -154,7 +161,7 @@ void finish_recording(const Work &work, OutputFile &draft, EncodedFile &result) 
     }
     OutputFile output(work.job.output, work.existing());
     copy_recording(draft, output, result.config, work.reader.decoder(), work.tags, result.samples);
-    write_tags(output, work.tags, result.frames, result.samples);
+    write_tags(output, work.tags, work.played_part(result));
     result.bytes = output.size();
     output.commit();
     draft.discard();

@@ -20,6 +20,7 @@ struct EncodedFile {
     EncoderConfig config{};
     AudioFormat source{};
     uint64_t samples = 0;  // per channel, at the rate of the output
+    uint64_t start = 0;    // samples that an edit puts before them
     uint64_t frames = 0;
     uint64_t frame_bytes = 0;  // of all frames
     uint64_t bytes = 0;        // of the file

@@ -51,7 +51,8 @@ class Mp4Muxer {
     template <typename Byte>
     static int write_callback(void *muxer, Byte *bytes, int count);
     static int64_t seek_callback(void *muxer, int64_t offset, int whence);
-    static int open_callback(AVFormatContext *format, AVIOContext **io, const char *url, int flags, AVDictionary **);
+    static int open_callback(AVFormatContext *format, AVIOContext **io, const char *url, int flags,
+                             AVDictionary **options);
     static int close_callback(AVFormatContext *format, AVIOContext *io);
     static int read_callback(void *muxer, uint8_t *bytes, int room);
     static int64_t read_seek_callback(void *muxer, int64_t offset, int whence);

@@ -132,9 +132,9 @@ bool OutputFile::create_unnamed(unsigned permissions) {
 void OutputFile::create_temporary(unsigned permissions) {
     const auto hold = hold_interruptions();
     for (int attempt = 0; attempt < max_name_attempts; ++attempt) {
-        const std::string name = temporary_name();
-        if (create_named(name, permissions)) {
-            remove_on_interruption(directory_.get(), name);
+        const std::string temporary = temporary_name();
+        if (create_named(temporary, permissions)) {
+            remove_on_interruption(directory_.get(), temporary);
             return;
         }
         if (errno != EEXIST) break;
@@ -163,7 +163,7 @@ bool OutputFile::create_named(const std::string &name, unsigned permissions) {
 }
 
 std::string OutputFile::written_path() const {
-    const std::string path = descriptor_path(file_.get());
+    std::string path = descriptor_path(file_.get());
     if (present_name_.empty() || ::access(path.c_str(), F_OK) == 0) return path;
     return final_path_.parent_path() / present_name_;
 }
@@ -221,19 +221,19 @@ bool OutputFile::link_as(const std::string &name) const {
 void OutputFile::link_final_name() {
     if (link_as(final_path_.filename())) return;
     if (errno != EEXIST || existing_ == Existing::refuse) fail("cannot create");
-    const std::string name = temporary_name();
-    if (!link_as(name)) fail("cannot replace");
-    present_name_ = name;
-    remove_on_interruption(directory_.get(), name);
+    const std::string temporary = temporary_name();
+    if (!link_as(temporary)) fail("cannot replace");
+    present_name_ = temporary;
+    remove_on_interruption(directory_.get(), temporary);
     rename_to_final_name();
 }
 
 void OutputFile::rename_to_final_name() {
     const int directory = directory_.get();
-    const std::string name = final_path_.filename();
+    const std::string final_name = final_path_.filename();
     const int result = existing_ == Existing::replace
-                           ? ::renameat(directory, present_name_.c_str(), directory, name.c_str())
-                           : rename_to_new(directory, present_name_.c_str(), name.c_str());
+                           ? ::renameat(directory, present_name_.c_str(), directory, final_name.c_str())
+                           : rename_to_new(directory, present_name_.c_str(), final_name.c_str());
     if (result != 0) fail(existing_ == Existing::replace ? "cannot replace" : "cannot create");
     keep_on_interruption(directory, present_name_);
     present_name_.clear();

@@ -2,7 +2,6 @@
 
 #include <chrono>
 #include <condition_variable>
-#include <mutex>
 #include <system_error>
 
 #include "mp4_muxer.h"
@@ -33,9 +32,8 @@ DiskKeeper::DiskKeeper(const OutputFile &file)
     : file_(file), thread_([this](const std::stop_token &stop) { work(stop); }) {}
 
 void DiskKeeper::work(const std::stop_token &stop) {
-    std::mutex mutex;
     std::condition_variable_any wait;
-    std::unique_lock lock(mutex);
+    std::unique_lock lock(mutex_);
     while (!wait.wait_for(lock, stop, interval, [&stop] { return stop.stop_requested(); })) {
         if (const int error = file_.sync(); error != 0) error_ = error;
     }

@@ -5,6 +5,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <mutex>
 #include <thread>
 
 #include "audio_decoder.h"
@@ -28,6 +29,7 @@ class DiskKeeper {
 
     const OutputFile &file_;
     std::atomic<int> error_ = 0;
+    std::mutex mutex_;     // of the thread alone, for its waiting
     std::jthread thread_;  // the last one: it uses the others
 };
 

@@ -2,6 +2,10 @@
 // many bytes as their bits need. libavcodec gives them at the top of 16 or 32 bits.
 #include "sample_checksum.h"
 
+extern "C" {
+#include <libavutil/intreadwrite.h>
+}
+
 #include <algorithm>
 #include <span>
 
@@ -36,16 +40,19 @@ std::optional<SampleChecksum> SampleChecksum::of(const AVStream &stream) {
     std::copy_n(streaminfo.begin() + md5_at, expected.size(), expected.begin());
     if (expected == Md5{}) return std::nullopt;
     const int bits = ((streaminfo[bits_at] & 1) << 4 | streaminfo[bits_at + 1] >> 4) + 1;
-    return SampleChecksum(expected, bits);
+    const int64_t total = static_cast<int64_t>(streaminfo[bits_at + 1] & 15) << 32 | AV_RB32(&streaminfo[bits_at + 2]);
+    return SampleChecksum(expected, bits, total);
 }
 
-SampleChecksum::SampleChecksum(const Md5 &expected, int bits) : expected_(expected), bits_(bits), md5_(av_md5_alloc()) {
+SampleChecksum::SampleChecksum(const Md5 &expected, int bits, int64_t total)
+    : expected_(expected), bits_(bits), total_(total), md5_(av_md5_alloc()) {
     if (!md5_) throw std::bad_alloc();
     av_md5_init(md5_.get());
 }
 
 void SampleChecksum::add(const AVFrame &frame) {
     const auto count = static_cast<size_t>(frame.nb_samples) * static_cast<size_t>(frame.ch_layout.nb_channels);
+    count_ += frame.nb_samples;
     if (frame.format == AV_SAMPLE_FMT_S16 && bits_ == 16) {
         av_md5_update(md5_.get(), frame.data[0], count * sizeof(int16_t));
         return;
@@ -59,7 +66,7 @@ void SampleChecksum::add(const AVFrame &frame) {
 bool SampleChecksum::holds() {
     Md5 actual{};
     av_md5_final(md5_.get(), actual.data());
-    return actual == expected_;
+    return count_ != total_ || actual == expected_;
 }
 
 }  // namespace tavik

@@ -23,7 +23,8 @@ class SampleChecksum {
     // Takes the next decoded frame.
     void add(const AVFrame &frame);
 
-    // Behind the last frame, once: the samples are those that were coded.
+    // Behind the last frame, once: the samples are those that were coded. A part of them, cut out of a file without
+    // coding it anew, is not in contradiction either.
     bool holds();
 
  private:
@@ -32,10 +33,12 @@ class SampleChecksum {
         void operator()(AVMD5 *md5) const { av_free(md5); }
     };
 
-    SampleChecksum(const Md5 &expected, int bits);
+    SampleChecksum(const Md5 &expected, int bits, int64_t total);
 
     Md5 expected_;
-    int bits_;  // of a sample
+    int bits_;       // of a sample
+    int64_t total_;  // samples per channel of which the checksum is
+    int64_t count_ = 0;
     std::unique_ptr<AVMD5, Free> md5_;
     std::vector<uint8_t> bytes_;
 };

@@ -167,8 +167,17 @@ void set_fields(MP4::Tag &tag, PropertyMap fields) {
     if (!encoded_by.isEmpty()) tag.setItem(freeform_name("ENCODEDBY"), encoded_by);
 }
 
+// In the form of iTunes: samples to leave out at the start and at the end, and those between.
+String text_of(const PlayedPart &part) {
+    const uint64_t padding = (part.frames - 1) * TAVIK_FRAME_LENGTH - part.samples;
+    return fmt::format(
+        " 00000000 {:08X} {:08X} {:016X} 00000000 00000000 00000000 00000000 00000000 00000000 00000000"
+        " 00000000",
+        TAVIK_FRAME_LENGTH, padding, part.samples);
+}
+
 // Returns whether that was possible.
-bool write_tags(TagLib::IOStream &stream, const Tags &tags, const std::optional<String> &played_part) {
+bool write_tags_into(TagLib::IOStream &stream, const Tags &tags, const std::optional<PlayedPart> &played_part) {
     MP4::File file(&stream, false);
     if (!file.isValid() || file.tag() == nullptr) return false;
     MP4::Tag &tag = *file.tag();
@@ -178,19 +187,9 @@ bool write_tags(TagLib::IOStream &stream, const Tags &tags, const std::optional<
         if (!tag.contains(name)) tag.setItem(name, item);
     }
     if (!tags.pictures.isEmpty()) tag.setItem("covr", tags.pictures);
-    if (played_part) tag.setItem("----:com.apple.iTunes:iTunSMPB", StringList(*played_part));
+    if (played_part) tag.setItem("----:com.apple.iTunes:iTunSMPB", StringList(text_of(*played_part)));
     tag.setItem("\251too", encoding_tool);
     return tag.save();
-}
-
-// For players that look here instead of into the edit list, in the form of iTunes: samples to leave out at the start
-// and at the end, and those between.
-String played_part_of(uint64_t frames, uint64_t samples) {
-    const uint64_t padding = (frames - 1) * TAVIK_FRAME_LENGTH - samples;
-    return fmt::format(
-        " 00000000 {:08X} {:08X} {:016X} 00000000 00000000 00000000 00000000 00000000 00000000 00000000"
-        " 00000000",
-        TAVIK_FRAME_LENGTH, padding, samples);
 }
 
 // Bytes of the head of a stream, the atoms up to the end of `moov`; nothing while it is not complete.
@@ -209,9 +208,9 @@ std::optional<size_t> head_size(std::span<const uint8_t> bytes) {
 
 }  // namespace
 
-void write_tags(OutputFile &output, const Tags &tags, uint64_t frames, uint64_t samples) {
+void write_tags(OutputFile &output, const Tags &tags, const std::optional<PlayedPart> &played_part) {
     OutputStream stream(output);
-    if (!write_tags(stream, tags, played_part_of(frames, samples))) {
+    if (!write_tags_into(stream, tags, played_part)) {
         throw ProgramError(ExitCode::output, output.name(), "cannot write its tags");
     }
 }
@@ -224,7 +223,9 @@ std::span<const uint8_t> StreamTagger::pass(std::span<const uint8_t> bytes) {
     is_done_ = true;
     const auto *data = reinterpret_cast<const char *>(head_.data());  // NOLINT(*-reinterpret-cast): TagLib's bytes
     TagLib::ByteVectorStream stream(ByteVector(data, static_cast<unsigned>(*size)));
-    if (!write_tags(stream, tags_, std::nullopt)) throw std::logic_error("head of a stream without a place for tags");
+    if (!write_tags_into(stream, tags_, std::nullopt)) {
+        throw std::logic_error("head of a stream without a place for tags");
+    }
     std::vector<uint8_t> tagged(stream.data()->begin(), stream.data()->end());
     tagged.insert(tagged.end(), head_.begin() + static_cast<std::ptrdiff_t>(*size), head_.end());
     head_ = std::move(tagged);

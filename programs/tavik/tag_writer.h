@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <vector>
 
@@ -10,9 +11,15 @@
 
 namespace tavik {
 
-// Puts tags into the complete MP4 file `output`, a regular file of `frames` frames, the first of them the priming
-// frame, of which `samples` per channel are to be played. Throws ProgramError with ExitCode::output.
-void write_tags(OutputFile &output, const Tags &tags, uint64_t frames, uint64_t samples);
+// The part of a file that is to be played: `samples` per channel behind the priming frame, the first of `frames`.
+struct PlayedPart {
+    uint64_t frames;
+    uint64_t samples;
+};
+
+// Puts tags into the complete MP4 file `output`, a regular file, and the played part for players that look for it there
+// instead of into the edit list; not where the edit list tells more. Throws ProgramError with ExitCode::output.
+void write_tags(OutputFile &output, const Tags &tags, const std::optional<PlayedPart> &played_part);
 
 // Puts tags into the head of a fragmented MP4 stream while that passes.
 class StreamTagger {

@@ -59,6 +59,7 @@ void remove_abandoned_files(int directory) {
     const std::unique_ptr<DIR, decltype(close)> stream(
         ::fdopendir(::openat(directory, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC)), close);
     if (!stream) return;
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): no other thread has this stream
     while (const dirent *entry = ::readdir(stream.get())) {
         const std::string_view name = entry->d_name;
         if (name.starts_with(prefix) && name.ends_with(suffix)) remove_if_abandoned(directory, entry->d_name);
