@@ -68,7 +68,7 @@ double Level::peak_dbfs() const { return 20 * std::log10(static_cast<double>(pea
 std::optional<std::string> Level::warning() const {
     if (clipped_ == 0) return std::nullopt;
     const double safe_gain = std::floor((gain_db_ - peak_dbfs()) * 10) / 10;
-    return fmt::format("{} sample{} clipped, peak {:+.1f} dBFS; --gain {:.1f} would avoid it", grouped(clipped_),
+    return fmt::format("{} sample{} clipped, peak {:+.1f} dBFS; use --gain {:.1f}", grouped(clipped_),
                        clipped_ == 1 ? "" : "s", peak_dbfs(), safe_gain);
 }
 

@@ -10,9 +10,10 @@ namespace tavik {
 namespace {
 
 // What overlaps for longer is other audio with a clock of its own, and so is what comes much later in a format whose
-// clock may jump.
-constexpr double longest_overlap = 1;  // seconds
-constexpr double longest_hole = 600;   // seconds
+// clock may jump. Nothing is as late as a day: such time stamps are wrong.
+constexpr double longest_overlap = 1;         // seconds
+constexpr double longest_hole = 86400;        // seconds
+constexpr double longest_hole_by_jump = 600;  // seconds
 
 constexpr double least_late_start = 0.01;  // seconds that are worth a word
 
@@ -34,7 +35,8 @@ std::string text_of(const TimeError &error, bool start_is_edit) {
 }  // namespace
 
 TimeError::Kind Timeline::judge(double difference) const {
-    if (difference < -longest_overlap || (may_jump_ && difference > longest_hole)) return TimeError::Kind::jump;
+    const double longest = may_jump_ ? longest_hole_by_jump : longest_hole;
+    if (difference < -longest_overlap || difference > longest) return TimeError::Kind::jump;
     return difference > 0 ? TimeError::Kind::hole : TimeError::Kind::overlap;
 }
 
@@ -56,7 +58,10 @@ Placement Timeline::place(std::optional<double> seconds, std::optional<double> n
     // An overlap of several frames is one.
     const bool goes_on = difference < 0 && !errors_.empty() && errors_.back().kind == TimeError::Kind::overlap &&
                          errors_.back().at == position_;
-    if (!is_begun_) {
+    if (!is_begun_ && judge(difference) == TimeError::Kind::jump) {
+        errors_.push_back({TimeError::Kind::jump, 0, difference});
+        offset_ -= difference;
+    } else if (!is_begun_) {
         placement.silence = std::max<int64_t>(std::llround(difference * rate), 0);
         if (placement.silence > 0) errors_.push_back({TimeError::Kind::late_start, 0, difference});
     } else if (goes_on || (doubts(seconds) && is_confirmed(difference, next, frame_seconds))) {

@@ -50,9 +50,9 @@ def test_what_is_above_full_scale(tavik, sound):
     samples[3000] = numpy.nan
     Path("x.pcm").write_bytes(samples.tobytes())
     pcm = ("x.pcm", "--pcm", "f32le:44100:1", "-f")
-    assert warnings(tavik.run(*pcm)) == ["1,000 samples clipped, peak +6.0 dBFS; --gain -6.1 would avoid it"]
+    assert warnings(tavik.run(*pcm)) == ["1,000 samples clipped, peak +6.0 dBFS; use --gain -6.1"]
     tavik.encode(*pcm, "--gain", "-6.1")
-    assert warnings(tavik.run(*pcm, "--gain", "6.1"))[0].startswith("39,999 samples clipped, peak +12.1 dBFS; --gain -6")
+    assert warnings(tavik.run(*pcm, "--gain", "6.1"))[0].startswith("39,999 samples clipped, peak +12.1 dBFS; use --gain -6")
     tone = sound("tone.flac", "0.25*sin(2*PI*440*t)")
     for gain, level in (("0", -15), ("6.0206", -9), ("-20", -35)):
         tavik.encode(tone, "-o", "x.m4a", "-f", "--gain", gain)
