@@ -5,11 +5,11 @@ extern "C" {
 #include <libavutil/intreadwrite.h>
 }
 
-#include <fileref.h>
 #include <fmt/format.h>
-#include <oggfile.h>
-#include <oggpageheader.h>
 #include <strings.h>
+#include <taglib/fileref.h>
+#include <taglib/oggfile.h>
+#include <taglib/oggpageheader.h>
 
 #include <algorithm>
 #include <array>
