@@ -6,6 +6,7 @@
 #include <array>
 #include <cerrno>
 #include <cmath>
+#include <cstring>
 #include <string>
 #include <system_error>
 
@@ -120,7 +121,7 @@ void Mp4Muxer::write_header() {
 
 void Mp4Muxer::write(std::span<const uint8_t> frame, uint64_t samples) {
     check(av_new_packet(packet_.get(), static_cast<int>(frame.size())));
-    std::ranges::copy(frame, packet_->data);
+    std::memcpy(packet_->data, frame.data(), frame.size());
     packet_->pts = packet_->dts = next_time_;
     packet_->duration = std::min<int64_t>(TAVIK_FRAME_LENGTH, start_ + static_cast<int64_t>(samples) - next_time_);
     packet_->flags |= AV_PKT_FLAG_KEY;

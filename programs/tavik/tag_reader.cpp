@@ -67,7 +67,8 @@ unsigned per_cent(int rating) {
     const auto *const above = std::ranges::lower_bound(stars, rating);
     if (above == stars.begin()) return 0;
     const auto number = static_cast<int>(above - stars.begin());
-    return static_cast<unsigned>(20 * number - 20 * (*above - rating) / (*above - stars.at(number - 1)));
+    return static_cast<unsigned>(20 * number -
+                                 20 * (*above - rating) / (*above - stars.at(static_cast<size_t>(number - 1))));
 }
 
 void read_rating(const TagLib::ID3v2::Tag &tag, Tags &tags) {
