@@ -66,7 +66,7 @@ def test_an_interrupt_finishes_the_file(tavik, number):
 ])
 def test_a_killed_recording_is_there_but_for_its_end(tavik, arguments, name):
     process, noise = start_recording(tavik, *arguments.split(), seconds=5)
-    wait_until(lambda: size(name) > 50000)
+    wait_until(lambda: size(name) > 55000)
     process.kill()
     process.wait()
     rate, samples = decode(name)
