@@ -160,7 +160,8 @@ void finish_recording(const Work &work, OutputFile &draft, EncodedFile &result) 
         return;
     }
     OutputFile output(work.job.output, work.existing());
-    copy_recording(draft, output, result.config, work.reader.decoder(), work.tags, result.samples);
+    copy_recording(draft, output, result.config, work.reader.decoder(), work.tags,
+                   {.frames = result.frames, .samples = result.samples});
     write_tags(output, work.tags, work.played_part(result));
     result.bytes = output.size();
     output.commit();

@@ -9,6 +9,7 @@
 #include <cstring>
 #include <string>
 #include <system_error>
+#include <utility>
 
 #include "audio_specific_config.h"
 #include "bit_rates.h"
@@ -133,6 +134,8 @@ void Mp4Muxer::write(std::span<const uint8_t> frame, uint64_t samples) {
 }
 
 void Mp4Muxer::end_fragment() {
+    // The first call writes only the header of the file, because of delay_moov.
+    if (std::exchange(is_first_fragment_, false)) check(av_write_frame(format_.get(), nullptr));
     check(av_write_frame(format_.get(), nullptr));
     avio_flush(io_.get());
     check(io_->error);

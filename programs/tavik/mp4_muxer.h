@@ -62,9 +62,10 @@ class Mp4Muxer {
     FfmpegHandle<AVFormatContext> format_;
     FfmpegHandle<AVPacket> packet_;
     std::optional<int64_t> fragment_samples_;
-    int64_t start_;               // when the first sample is to be heard, in samples; playing starts at 0
-    int64_t next_time_;           // of the next frame
-    int64_t fragment_start_;      // of its first frame
+    int64_t start_;           // when the first sample is to be heard, in samples; playing starts at 0
+    int64_t next_time_;       // of the next frame
+    int64_t fragment_start_;  // of its first frame
+    bool is_first_fragment_ = true;
     uint64_t read_position_ = 0;  // while what is written is moved to make room for the index
     std::optional<StreamTagger> tagger_;
     std::exception_ptr error_;  // of the output, on its way through FFmpeg's functions

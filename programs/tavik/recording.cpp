@@ -45,15 +45,16 @@ void DiskKeeper::check() const {
 }
 
 void copy_recording(const OutputFile &recording, OutputFile &output, const EncoderConfig &config,
-                    const AudioDecoder &source, const Tags &tags, uint64_t samples) {
+                    const AudioDecoder &source, const Tags &tags, const Recorded &recorded) {
     const auto format = open_recording(recording);
     Mp4Muxer muxer(output, config, source, tags, std::nullopt);
     const auto packet = own(av_packet_alloc());
-    for (;;) {
+    for (uint64_t frames = 0;; ++frames) {
         const int result = av_read_frame(format.get(), packet.get());
-        if (result == AVERROR_EOF) break;
-        if (result < 0) throw ProgramError(ExitCode::output, recording.draft_name(), ffmpeg_error_text(result));
-        muxer.write({packet->data, static_cast<size_t>(packet->size)}, samples);
+        if (result == AVERROR_EOF && frames == recorded.frames) break;
+        // A disk that fails can look like the end of the file.
+        if (result < 0) throw ProgramError(ExitCode::output, recording.draft_name(), "cannot read back");
+        muxer.write({packet->data, static_cast<size_t>(packet->size)}, recorded.samples);
         av_packet_unref(packet.get());
     }
     muxer.finish();

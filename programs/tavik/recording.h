@@ -33,9 +33,15 @@ class DiskKeeper {
     std::jthread thread_;  // the last one: it uses the others
 };
 
-// Copies the frames of a complete fragmented MP4 file into one with an index in front, which plays `samples` per
-// channel. Throws ProgramError with ExitCode::output.
+// What a recording has in the end.
+struct Recorded {
+    uint64_t frames;
+    uint64_t samples;  // per channel
+};
+
+// Copies the frames of a complete fragmented MP4 file into one with an index in front. Throws ProgramError with
+// ExitCode::output, also when they are not all to be found.
 void copy_recording(const OutputFile &recording, OutputFile &output, const EncoderConfig &config,
-                    const AudioDecoder &source, const Tags &tags, uint64_t samples);
+                    const AudioDecoder &source, const Tags &tags, const Recorded &recorded);
 
 }  // namespace tavik

@@ -28,6 +28,13 @@ int64_t position_of(int descriptor) {
     return is_file ? ::lseek(descriptor, 0, SEEK_CUR) : -1;
 }
 
+// A FIFO is waited for in open(), until somebody writes to it; where an interruption is to end the input also then,
+// that is left to wait().
+int open_stream(const std::string &path) {
+    if (path == standard_stream) return ::dup(STDIN_FILENO);
+    return ::open(path.c_str(), O_RDONLY | O_CLOEXEC | (end_of_input_event() >= 0 ? O_NONBLOCK : 0));
+}
+
 }  // namespace
 
 bool StreamInput::suits(const std::string &path) {
@@ -37,8 +44,7 @@ bool StreamInput::suits(const std::string &path) {
     return !S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode) && !S_ISBLK(status.st_mode);
 }
 
-StreamInput::StreamInput(const std::string &path)
-    : descriptor_(path == standard_stream ? ::dup(STDIN_FILENO) : ::open(path.c_str(), O_RDONLY | O_CLOEXEC)) {
+StreamInput::StreamInput(const std::string &path) : descriptor_(open_stream(path)) {
     if (descriptor_ < 0) {
         throw ProgramError(ExitCode::input, input_name(path), "cannot open: " + std::generic_category().message(errno));
     }

@@ -96,8 +96,14 @@ def sound(tmp_path_factory):
 def unfinished(process):
     """Sizes of the files that the process, or one that it has started, writes before they have a name."""
     processes = [process.pid, *map(int, Path(f"/proc/{process.pid}/task/{process.pid}/children").read_text().split())]
-    files = [file for pid in processes for file in Path(f"/proc/{pid}/fd").iterdir()]
-    return [file.stat().st_size for file in files if "/#" in os.readlink(file)]
+    return [size for pid in processes for target, size in open_files(pid) if "/#" in target]
+
+
+def open_files(pid):
+    """What each descriptor of a process is open on, and the size of that."""
+    for file in Path(f"/proc/{pid}/fd").iterdir():
+        with contextlib.suppress(FileNotFoundError):  # closed meanwhile
+            yield os.readlink(file), file.stat().st_size
 
 
 def snapshot(directory="."):

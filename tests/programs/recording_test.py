@@ -11,7 +11,7 @@ from pathlib import Path
 
 import pytest
 from audio_files import decode, lag, write_noise
-from conftest import snapshot
+from conftest import open_files, snapshot
 from waiting import PATIENCE, wait_until
 
 
@@ -95,19 +95,36 @@ def test_a_recording_that_fails_is_named(tavik):
     assert size("x.unfinished.aac") == 16384
 
 
+def test_a_recording_that_cannot_be_read_back_is_kept(tavik):
+    process, _ = start_recording(tavik, "-o", "x.m4a")
+    wait_until(lambda: size("x.unfinished.m4a") > 30000)
+    os.truncate("x.unfinished.m4a", 800)  # behind the header; what comes is written behind a hole
+    status, _, err = end(process, signal.SIGINT)
+    assert (status, err) == (4, "tavik: x.unfinished.m4a: cannot read back; x.unfinished.m4a has what was recorded\n")
+    assert (Path("x.m4a").exists(), size("x.unfinished.m4a") > 0) == (False, True)
+
+
+def test_an_interrupt_before_anybody_writes(tavik):
+    os.mkfifo("pipe")
+    process = tavik.start("pipe", "--pcm", "s16le", "--live", "-o", "x.m4a")
+    wait_until(lambda: any("eventfd" in target for target, _ in open_files(process.pid)))
+    status, _, err = end(process, signal.SIGINT)
+    assert status == 3 and err.startswith("tavik: pipe: "), err
+
+
 def test_mp4_frames_leave_at_once(tavik):
     process, _ = start_recording(tavik, "-o", "-", seconds=1)
     timer = threading.Timer(PATIENCE, process.kill)
     timer.start()
     data = b""
-    while data.count(b"moof") < 44100 // 1024 - 2:
+    while data.count(b"moof") < 44100 // 1024 - 1:
         piece = os.read(process.stdout.fileno(), 65536)
         assert piece
         data += piece
     timer.cancel()
     process.stdin.close()
-    rest = process.stdout.read()  # the first frame shares a fragment with the second
-    assert (process.wait(timeout=PATIENCE), (data + rest).count(b"moof")) == (0, 44)
+    rest = process.stdout.read()
+    assert (process.wait(timeout=PATIENCE), (data + rest).count(b"moof")) == (0, 45)
 
 
 def test_an_ignored_interrupt_stays_ignored(tavik):
