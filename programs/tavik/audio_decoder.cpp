@@ -7,7 +7,6 @@ extern "C" {
 
 #include <fmt/format.h>
 #include <strings.h>
-#include <taglib/fileref.h>
 #include <taglib/oggfile.h>
 #include <taglib/oggpageheader.h>
 
@@ -73,15 +72,22 @@ std::optional<int64_t> declared_wav_bytes(std::span<const uint8_t> size) {
     return is_placeholder ? std::nullopt : std::optional(bytes);
 }
 
+// An Ogg file of whatever kind, for its pages alone.
+class OggFile : public TagLib::Ogg::File {
+ public:
+    explicit OggFile(const std::string &path) : File(path.c_str()) {}
+    TagLib::Tag *tag() const override { return nullptr; }
+    TagLib::AudioProperties *audioProperties() const override { return nullptr; }
+    bool save() override { return false; }
+};
+
 // The last page of an Ogg file is not complete, or does not say that it is the last of its stream (RFC 3533).
 bool lacks_ogg_end(const std::string &path) {
-    const TagLib::FileRef reference(path.c_str(), false);
-    auto *file = dynamic_cast<TagLib::Ogg::File *>(reference.file());
-    if (file == nullptr) return false;
-    const auto last = file->rfind("OggS");
-    const TagLib::Ogg::PageHeader page(file, last);
+    OggFile file(path);
+    const auto last = file.rfind("OggS");
+    const TagLib::Ogg::PageHeader page(&file, last);
     return last < 0 || !page.isValid() || !page.lastPageOfStream() ||
-           last + page.size() + page.dataSize() > file->length();
+           last + page.size() + page.dataSize() > file.length();
 }
 
 std::string language_of(const AVStream &stream) {
@@ -181,24 +187,27 @@ std::vector<std::optional<double>> AudioDecoder::declared_lengths() const {
         lengths.push_back(is_known ? std::optional(static_cast<double>(media.duration) * av_q2d(media.time_base))
                                    : std::nullopt);
     }
-    if (!is_wav() || format_->nb_streams == 0) return lengths;
-    const AVCodecParameters &first = *format_->streams[0]->codecpar;
-    if (!is_pcm(first) || first.block_align <= 0) return lengths;
-    std::array<uint8_t, 4> size{};
-    if (!read_before_samples(size)) return lengths;
-    const auto bytes = declared_wav_bytes(size);
-    const int64_t samples = bytes.value_or(0) / first.block_align;
-    if (bytes) lengths[0] = static_cast<double>(samples) / first.sample_rate;
+    if (const auto length = declared_wav_length()) lengths[0] = length;
     return lengths;
+}
+
+std::optional<double> AudioDecoder::declared_wav_length() const {
+    if (!is_wav() || format_->nb_streams == 0) return std::nullopt;
+    const AVCodecParameters &parameters = *format_->streams[0]->codecpar;
+    std::array<uint8_t, 4> size{};
+    if (!is_pcm(parameters) || parameters.block_align <= 0 || !read_before_samples(size)) return std::nullopt;
+    const auto bytes = declared_wav_bytes(size);
+    if (!bytes) return std::nullopt;
+    const int64_t samples = *bytes / parameters.block_align;
+    return static_cast<double>(samples) / parameters.sample_rate;
 }
 
 // The bytes in front of the first packet, where the header has been read only.
 bool AudioDecoder::read_before_samples(std::span<uint8_t> bytes) const {
     const int64_t position = avio_tell(format_->pb) - std::ssize(bytes);
     if (is_pipe()) return stream_->read_again(position, bytes);
-    const bool is_read = avio_seek(format_->pb, position, SEEK_SET) >= 0 &&
-                         avio_read(format_->pb, bytes.data(), static_cast<int>(bytes.size())) == std::ssize(bytes);
-    return is_read;
+    return avio_seek(format_->pb, position, SEEK_SET) >= 0 &&
+           avio_read(format_->pb, bytes.data(), static_cast<int>(bytes.size())) == std::ssize(bytes);
 }
 
 bool AudioDecoder::is_pipe() const { return stream_ && !stream_->is_seekable(); }

@@ -1,6 +1,7 @@
 // The input side of the program, first step: from a file to decoded samples in whatever format they come.
 #pragma once
 
+#include <cmath>
 #include <optional>
 #include <span>
 #include <string>
@@ -51,8 +52,8 @@ class AudioDecoder {
     std::optional<double> duration() const;
     double seconds() const { return timeline_.position() - start(); }
 
-    // Seconds from the start of the file to that of the audio, where no silence stands for them.
-    double start() const { return source_.keeps_start ? late_start_ : 0; }
+    // From the start of the file to that of the audio, where no silence stands for that; in samples at `rate` Hz.
+    int64_t start_samples(uint32_t rate) const { return std::llround(start() * rate); }
 
     // In words, after the end: the first place where the input could not be decoded as it stands, or how much of it is
     // missing.
@@ -70,6 +71,7 @@ class AudioDecoder {
         std::string reason;
     };
 
+    double start() const { return source_.keeps_start ? late_start_ : 0; }  // seconds
     void check_file() const;
     void open_format();
     void find_stream_information();
@@ -77,6 +79,7 @@ class AudioDecoder {
     bool is_pipe() const;
     bool is_ogg() const;
     bool is_wav() const;
+    std::optional<double> declared_wav_length() const;
     bool read_before_samples(std::span<uint8_t> bytes) const;
     void note_end();
     void choose_stream();

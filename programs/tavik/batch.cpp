@@ -47,12 +47,6 @@ class Batch {
           loudness_(jobs_.size()),
           progress_(console, jobs_, choose_progress(options, console)) {
         summary_.files = jobs_.size();
-        if (options.live && jobs_.size() != 1) throw ProgramError(ExitCode::usage, "--live", "takes one input only");
-        const bool is_for_tags = options.loudness && options.loudness_gain == LoudnessGain::none;
-        const auto has_tags = [](const Job &job) { return job.format == Format::m4a; };
-        if (is_for_tags && !std::ranges::all_of(jobs_, has_tags)) {
-            throw ProgramError(ExitCode::usage, "--loudness", "only M4A has a place for it (--apply-loudness works)");
-        }
     }
 
     ExitCode run() {
@@ -99,7 +93,8 @@ class Batch {
             const auto report = [this, i](const FileProgress &progress) { progress_.update(i, progress); };
             try {
                 states[i] = measure_file(options_, jobs_[i], report);
-            } catch (const ProgramError &) {  // NOLINT(bugprone-empty-catch): found again, and told, when it is encoded
+            } catch (
+                const std::exception &) {  // NOLINT(bugprone-empty-catch): found again, and told, when it is encoded
             }
         });
         std::map<fs::path, std::vector<ebur128_state *>> albums;

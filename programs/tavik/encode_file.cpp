@@ -1,7 +1,6 @@
 #include "encode_file.h"
 
 #include <fmt/format.h>
-#include <fmt/ranges.h>
 
 #include <algorithm>
 #include <array>
@@ -105,7 +104,7 @@ struct Work {
 
     // Nothing where playing starts with a pause.
     std::optional<PlayedPart> played_part(const EncodedFile &result) const {
-        if (reader.decoder().start() > 0) return std::nullopt;
+        if (result.start > 0) return std::nullopt;
         return PlayedPart{result.frames, result.samples};
     }
 
@@ -146,7 +145,6 @@ void write_file(const Work &work, Block &block, EncodedFile &result) {
     const bool is_file = result.format == Format::m4a && output.is_regular();
     if (is_file) write_tags(output, work.tags, work.played_part(result));
     result.bytes = output.size();
-    result.start = static_cast<uint64_t>(std::llround(work.reader.decoder().start() * result.config.sample_rate));
     if (verifies) verify(output, result, marks);
     result.verified = verifies;
     output.commit();
@@ -160,8 +158,7 @@ void finish_recording(const Work &work, OutputFile &draft, EncodedFile &result) 
         return;
     }
     OutputFile output(work.job.output, work.existing());
-    copy_recording(draft, output, result.config, work.reader.decoder(), work.tags,
-                   {.frames = result.frames, .samples = result.samples});
+    copy_recording(draft, output, result.config, work.reader.decoder(), work.tags, {result.frames, result.samples});
     write_tags(output, work.tags, work.played_part(result));
     result.bytes = output.size();
     output.commit();
@@ -187,7 +184,7 @@ void record(const Work &work, Block &block, EncodedFile &result) {
     set_interruption_notice("");
 }
 
-std::string join(const std::vector<std::string> &names) { return fmt::format("{}", fmt::join(names, ", ")); }
+std::string join(const std::vector<std::string> &names) { return fmt::to_string(fmt::join(names, ", ")); }
 
 // The tags of the output. What it has no place for goes into `result`, and into its warnings where one would not be
 // surprised by that.
@@ -212,6 +209,7 @@ EncodedFile encode_opened(const Options &options, const Job &job, const Loudness
     result.format = job.format;
     result.source = reader.source();
     result.config = make_config_for(job, options, result.source);
+    result.start = static_cast<uint64_t>(reader.decoder().start_samples(result.config.sample_rate));
 
     // The output is not touched before the input has shown that there is something to write.
     Block block;

@@ -11,7 +11,9 @@ extern "C" {
 
 #include <algorithm>
 #include <array>
+#include <cstring>
 #include <memory>
+#include <new>
 #include <span>
 #include <string>
 
@@ -43,6 +45,14 @@ template <typename T>
 FfmpegHandle<T> own(T *pointer) {
     if (pointer == nullptr) throw std::bad_alloc();
     return FfmpegHandle<T>(pointer);
+}
+
+// A packet with a copy of these bytes, and zeros behind them.
+inline FfmpegHandle<AVPacket> new_packet(std::span<const uint8_t> bytes) {
+    auto packet = own(av_packet_alloc());
+    if (av_new_packet(packet.get(), static_cast<int>(bytes.size())) < 0) throw std::bad_alloc();
+    if (!bytes.empty()) std::memcpy(packet->data, bytes.data(), bytes.size());
+    return packet;
 }
 
 // Gives codec parameters a copy of a decoder configuration.

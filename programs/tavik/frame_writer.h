@@ -19,8 +19,11 @@ class FrameWriter {
                 const Tags &tags, bool is_live)
         : output_(output) {
         std::optional<int64_t> fragment;
-        if (!output.is_regular()) fragment = is_live ? 1 : config.sample_rate / 2;
-        if (output.is_regular() && is_live) fragment = config.sample_rate;
+        if (!output.is_regular()) {
+            fragment = is_live ? 1 : config.sample_rate / 2;
+        } else if (is_live) {
+            fragment = config.sample_rate;
+        }
         if (format == Format::m4a) muxer_.emplace(output, config, source, tags, fragment);
     }
 

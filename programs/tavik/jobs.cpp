@@ -136,6 +136,16 @@ void check_outputs(std::vector<Job> &jobs, bool replaces) {
     }
 }
 
+// What options ask of all inputs together.
+void check_options(const Options &options, const std::vector<Job> &jobs) {
+    if (options.live && jobs.size() != 1) throw ProgramError(ExitCode::usage, "--live", "takes one input only");
+    const bool is_for_tags = options.loudness && options.loudness_gain == LoudnessGain::none;
+    const auto has_tags = [](const Job &job) { return job.format == Format::m4a; };
+    if (is_for_tags && !std::ranges::all_of(jobs, has_tags)) {
+        throw ProgramError(ExitCode::usage, "--loudness", "only M4A has a place for it (--apply-loudness works)");
+    }
+}
+
 }  // namespace
 
 std::vector<Job> plan_jobs(const Options &options) {
@@ -147,6 +157,7 @@ std::vector<Job> plan_jobs(const Options &options) {
     std::vector<Job> jobs;
     jobs.reserve(found.size());
     for (const Found &input : found) jobs.push_back(make_job(input, options, into_directory));
+    check_options(options, jobs);
     sort_out_results(jobs);
     skip_existing(jobs, options);
     check_outputs(jobs, options.replace || options.update);

@@ -5,8 +5,6 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <cmath>
-#include <cstring>
 #include <string>
 #include <system_error>
 #include <utility>
@@ -57,14 +55,13 @@ bool is_made_by_tavik(const std::string &path) {
 Mp4Muxer::Mp4Muxer(OutputFile &output, const EncoderConfig &config, const AudioDecoder &source, const Tags &tags,
                    std::optional<int64_t> fragment_samples)
     : output_(output),
-      packet_(own(av_packet_alloc())),
       fragment_samples_(fragment_samples),
-      start_(std::llround(source.start() * config.sample_rate)),
+      start_(source.start_samples(config.sample_rate)),
       next_time_(start_ - TAVIK_FRAME_LENGTH),
       fragment_start_(next_time_) {
     take_ffmpeg_log();
     open_output();
-    add_audio_stream(config, source.stream());
+    add_audio_stream(config, source.track().language);
     const std::string tool = encoding_tool + version_text(TAVIK_get_version());
     av_dict_set(&format_->metadata, "encoding_tool", tool.c_str(), 0);
     if (!fragment_samples_) {
@@ -89,7 +86,7 @@ void Mp4Muxer::open_output() {
     format->io_close2 = close_callback;
 }
 
-void Mp4Muxer::add_audio_stream(const EncoderConfig &config, const AVStream &source) {
+void Mp4Muxer::add_audio_stream(const EncoderConfig &config, const std::string &language) {
     AVStream *stream = avformat_new_stream(format_.get(), nullptr);
     if (stream == nullptr) throw std::bad_alloc();
     AVCodecParameters &parameters = *stream->codecpar;
@@ -103,8 +100,7 @@ void Mp4Muxer::add_audio_stream(const EncoderConfig &config, const AVStream &sou
     parameters.initial_padding = TAVIK_FRAME_LENGTH;
     av_channel_layout_default(&parameters.ch_layout, static_cast<int>(channel_count(config)));
     stream->time_base = {1, parameters.sample_rate};
-    const AVDictionaryEntry *language = av_dict_get(source.metadata, "language", nullptr, 0);
-    if (language != nullptr) av_dict_set(&stream->metadata, "language", language->value, 0);
+    if (!language.empty()) av_dict_set(&stream->metadata, "language", language.c_str(), 0);
 }
 
 void Mp4Muxer::write_header() {
@@ -121,15 +117,12 @@ void Mp4Muxer::write_header() {
 }
 
 void Mp4Muxer::write(std::span<const uint8_t> frame, uint64_t samples) {
-    check(av_new_packet(packet_.get(), static_cast<int>(frame.size())));
-    std::memcpy(packet_->data, frame.data(), frame.size());
-    packet_->pts = packet_->dts = next_time_;
-    packet_->duration = std::min<int64_t>(TAVIK_FRAME_LENGTH, start_ + static_cast<int64_t>(samples) - next_time_);
-    packet_->flags |= AV_PKT_FLAG_KEY;
+    const auto packet = new_packet(frame);
+    packet->pts = packet->dts = next_time_;
+    packet->duration = std::min<int64_t>(TAVIK_FRAME_LENGTH, start_ + static_cast<int64_t>(samples) - next_time_);
+    packet->flags |= AV_PKT_FLAG_KEY;
     next_time_ += TAVIK_FRAME_LENGTH;
-    const int result = av_write_frame(format_.get(), packet_.get());
-    av_packet_unref(packet_.get());
-    check(result);
+    check(av_write_frame(format_.get(), packet.get()));
     if (fragment_samples_ && next_time_ - fragment_start_ >= *fragment_samples_) end_fragment();
 }
 

@@ -42,9 +42,8 @@ class Mp4Muxer {
 
  private:
     void open_output();
-    void add_audio_stream(const EncoderConfig &config, const AVStream &source);
+    void add_audio_stream(const EncoderConfig &config, const std::string &language);
     void write_header();
-    void write_packet(AVPacket *packet);
     void end_fragment();
     void check(int result);
 
@@ -60,7 +59,6 @@ class Mp4Muxer {
     OutputFile &output_;
     FfmpegHandle<AVIOContext> io_;
     FfmpegHandle<AVFormatContext> format_;
-    FfmpegHandle<AVPacket> packet_;
     std::optional<int64_t> fragment_samples_;
     int64_t start_;           // when the first sample is to be heard, in samples; playing starts at 0
     int64_t next_time_;       // of the next frame

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <functional>
 #include <string_view>
 #include <system_error>
 #include <utility>
@@ -36,15 +37,21 @@ bool may_hold_anything(const fs::path &path) {
     return is_special || path == standard_stream || lower_case_extension(path).empty();
 }
 
+// With a space in front of each.
+std::string list_of_extensions(const std::function<bool(Format)> &is_listed) {
+    std::string list;
+    for (const auto &[extension, format] : extensions) {
+        if (is_listed(format)) list.append(" ").append(extension);
+    }
+    return list;
+}
+
 void check_name(const std::string &output, Format format) {
     const std::optional<Format> named = format_by_name(output);
     const bool fits = named ? *named == format : kind_by_name(output) == FileKind::other;
     if (fits) return;
-    std::string problem = std::string("with --") + names_of(format).option + " use";
-    for (const auto &[extension, its_format] : extensions) {
-        if (its_format == format) problem.append(" ").append(extension);
-    }
-    throw ProgramError(ExitCode::usage, output, problem);
+    const std::string list = list_of_extensions([format](Format its_format) { return its_format == format; });
+    throw ProgramError(ExitCode::usage, output, std::string("with --") + names_of(format).option + " use" + list);
 }
 
 }  // namespace
@@ -75,7 +82,8 @@ Format format_of_output(const Options &options) {
     const std::optional<Format> named = format_by_name(output);
     if (named && *named != Format::raw_frames) return *named;
     if (takes_any) return Format::m4a;
-    throw ProgramError(ExitCode::usage, output, "use .m4a .mp4 .m4b .aac .adts .adif (.raw with --raw-frames)");
+    const std::string list = list_of_extensions([](Format format) { return format != Format::raw_frames; });
+    throw ProgramError(ExitCode::usage, output, "use" + list + " (.raw with --raw-frames)");
 }
 
 std::string with_extension(fs::path path, const char *extension) {

@@ -96,13 +96,6 @@ std::string name_of(AVCodecID codec) {
     return name;
 }
 
-FfmpegHandle<AVPacket> packet_of(std::span<const uint8_t> bytes) {
-    auto packet = own(av_packet_alloc());
-    if (av_new_packet(packet.get(), static_cast<int>(bytes.size())) < 0) throw std::bad_alloc();
-    std::ranges::copy(bytes, packet->data);
-    return packet;
-}
-
 // The codec of a picture, by what libavformat makes of its bytes: it calls the demuxer of the codec x x_pipe. The
 // packet has zeros behind them, as is needed for that.
 AVCodecID codec_of(const AVPacket &packet) {
@@ -139,7 +132,7 @@ void add_attached_pictures(std::span<const AVStream *const> streams, Tags &tags)
 void add_source_pictures(std::span<const SourcePicture> pictures, Tags &tags) {
     for (const SourcePicture &picture : pictures) {
         const auto *data = reinterpret_cast<const uint8_t *>(picture.bytes.data());  // NOLINT(*-reinterpret-cast)
-        const auto packet = packet_of({data, picture.bytes.size()});
+        const auto packet = new_packet({data, picture.bytes.size()});
         add_picture(codec_of(*packet), *packet, tags);
     }
 }
@@ -179,7 +172,7 @@ CoverArt read_picture_file(const std::string &path) {
     std::ifstream file(path, std::ios::binary);
     if (!file) throw ProgramError(ExitCode::usage, path, "cannot open it as a cover");
     const std::vector<uint8_t> bytes{std::istreambuf_iterator<char>(file), {}};
-    const auto packet = packet_of(bytes);
+    const auto packet = new_packet(bytes);
     const AVCodecID codec = codec_of(*packet);
     const auto picture = decode(codec, *packet);
     take_ffmpeg_log();

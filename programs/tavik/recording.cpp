@@ -45,7 +45,7 @@ void DiskKeeper::check() const {
 }
 
 void copy_recording(const OutputFile &recording, OutputFile &output, const EncoderConfig &config,
-                    const AudioDecoder &source, const Tags &tags, const Recorded &recorded) {
+                    const AudioDecoder &source, const Tags &tags, const PlayedPart &recorded) {
     const auto format = open_recording(recording);
     Mp4Muxer muxer(output, config, source, tags, std::nullopt);
     const auto packet = own(av_packet_alloc());

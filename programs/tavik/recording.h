@@ -4,13 +4,12 @@
 #include <tavik.h>
 
 #include <atomic>
-#include <cstdint>
 #include <mutex>
 #include <thread>
 
 #include "audio_decoder.h"
 #include "output_file.h"
-#include "tags.h"
+#include "tag_writer.h"
 
 namespace tavik {
 
@@ -33,15 +32,9 @@ class DiskKeeper {
     std::jthread thread_;  // the last one: it uses the others
 };
 
-// What a recording has in the end.
-struct Recorded {
-    uint64_t frames;
-    uint64_t samples;  // per channel
-};
-
-// Copies the frames of a complete fragmented MP4 file into one with an index in front. Throws ProgramError with
-// ExitCode::output, also when they are not all to be found.
+// Copies the frames of a complete fragmented MP4 file, of which there are so many, into one with an index in front.
+// Throws ProgramError with ExitCode::output, also when they are not all to be found.
 void copy_recording(const OutputFile &recording, OutputFile &output, const EncoderConfig &config,
-                    const AudioDecoder &source, const Tags &tags, const Recorded &recorded);
+                    const AudioDecoder &source, const Tags &tags, const PlayedPart &recorded);
 
 }  // namespace tavik

@@ -37,7 +37,8 @@ std::string text_of(const TimeError &error, bool start_is_edit) {
 TimeError::Kind Timeline::judge(double difference) const {
     const double longest = may_jump_ ? longest_hole_by_jump : longest_hole;
     if (difference < -longest_overlap || difference > longest) return TimeError::Kind::jump;
-    return difference > 0 ? TimeError::Kind::hole : TimeError::Kind::overlap;
+    if (difference < 0) return TimeError::Kind::overlap;
+    return is_begun_ ? TimeError::Kind::hole : TimeError::Kind::late_start;
 }
 
 bool Timeline::doubts(std::optional<double> seconds) const {
@@ -51,29 +52,27 @@ bool Timeline::is_confirmed(double difference, std::optional<double> next, doubl
     return std::abs(next_difference) > tolerance_ && std::signbit(next_difference) == std::signbit(difference);
 }
 
+// The frame is part of the same overlap as the one before it, of which nothing was left.
+bool Timeline::continues(TimeError::Kind kind) const {
+    return kind == TimeError::Kind::overlap && !errors_.empty() && errors_.back().kind == kind &&
+           errors_.back().at == position_;
+}
+
 Placement Timeline::place(std::optional<double> seconds, std::optional<double> next, int64_t samples, int rate) {
     Placement placement;
     const double difference = lateness(seconds);
-    const double frame_seconds = static_cast<double>(samples) / rate;
-    // An overlap of several frames is one.
-    const bool goes_on = difference < 0 && !errors_.empty() && errors_.back().kind == TimeError::Kind::overlap &&
-                         errors_.back().at == position_;
-    if (!is_begun_ && judge(difference) == TimeError::Kind::jump) {
-        errors_.push_back({TimeError::Kind::jump, 0, difference});
+    const int64_t late_samples = std::llround(difference * rate);
+    const TimeError::Kind kind = judge(difference);
+    const bool goes_on = continues(kind);
+    const bool is_error = is_begun_
+                              ? doubts(seconds) && is_confirmed(difference, next, static_cast<double>(samples) / rate)
+                              : kind == TimeError::Kind::jump || late_samples > 0;
+    if (is_error && !goes_on) errors_.push_back({kind, position_, difference});
+    if (is_error && kind == TimeError::Kind::jump) {
         offset_ -= difference;
-    } else if (!is_begun_) {
-        placement.silence = std::max<int64_t>(std::llround(difference * rate), 0);
-        if (placement.silence > 0) errors_.push_back({TimeError::Kind::late_start, 0, difference});
-    } else if (goes_on || (doubts(seconds) && is_confirmed(difference, next, frame_seconds))) {
-        const TimeError::Kind kind = goes_on ? TimeError::Kind::overlap : judge(difference);
-        if (!goes_on) errors_.push_back({kind, position_, difference});
-        switch (kind) {
-            case TimeError::Kind::hole: placement.silence = std::llround(difference * rate); break;
-            case TimeError::Kind::overlap:
-                placement.cut = std::min<int64_t>(std::llround(-difference * rate), samples);
-                break;
-            default: offset_ -= difference;
-        }
+    } else if (is_error || goes_on) {
+        placement = {.silence = std::max<int64_t>(late_samples, 0),
+                     .cut = std::clamp<int64_t>(-late_samples, 0, samples)};
     }
     is_begun_ = true;
     position_ += static_cast<double>(placement.silence + samples - placement.cut) / rate;

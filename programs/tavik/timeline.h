@@ -48,6 +48,7 @@ class Timeline {
     double lateness(std::optional<double> seconds) const { return seconds ? *seconds + offset_ - position_ : 0; }
     bool is_confirmed(double difference, std::optional<double> next, double frame_seconds) const;
     TimeError::Kind judge(double difference) const;
+    bool continues(TimeError::Kind kind) const;
 
     double tolerance_;
     bool may_jump_;

@@ -117,10 +117,7 @@ Decoded decode_frames(const std::string &path, const EncoderConfig &config, size
         if (!file) fail("the file is too short");
         marks.push_back(mark_of(frame));
         const auto block = std::span(frame).subspan(std::exchange(header, 0));
-        const auto packet = own(av_packet_alloc());
-        check(av_new_packet(packet.get(), static_cast<int>(block.size())));
-        std::ranges::copy(block, packet->data);
-        checker.decode(packet.get());
+        checker.decode(new_packet(block).get());
     }
     if (file.peek() != std::ifstream::traits_type::eof()) fail("the file is too long");
     checker.decode(nullptr);

@@ -4,7 +4,7 @@ import struct
 from pathlib import Path
 
 import pytest
-from audio_files import decode, ffmpeg, lag, levels, probe, write_noise
+from audio_files import atom, decode, ffmpeg, lag, levels, probe, write_noise
 from conftest import TONE
 
 MONO = "0.5*sin(2*PI*440*t)"
@@ -54,16 +54,6 @@ def test_mp4_has_the_samples_of_the_source_in_their_place(tavik, rate, samples, 
     assert abs(start + declared - samples * decoded_rate / rate) <= (decoded_rate != rate)
     assert 0 <= len(decoded) - start - declared < 1024
     assert lag(decoded, reference) == 0
-
-
-def atom(data, path):
-    """Contents of the atom of an MP4 file at the path."""
-    for kind in path.split("/"):
-        while data[4:8] != kind.encode():
-            assert data, f"no {kind}"
-            data = data[int.from_bytes(data[:4], "big"):]
-        data = data[8:int.from_bytes(data[:4], "big")]
-    return data
 
 
 def test_mp4_declares_priming_and_holds_the_frames_of_a_raw_stream(tavik):

@@ -1,5 +1,6 @@
 """What becomes of tags and pictures, as mutagen writes and reads them."""
 import json
+import re
 from pathlib import Path
 
 import mutagen
@@ -46,14 +47,8 @@ PAIRS = {"TRACKNUMBER": (3, 12), "DISCNUMBER": (1, 2)}
 def table():
     """Field, atom, frame, values as text, values as mutagen has them in MP4 files."""
     for cell in FIELDS.replace("\n", "|").strip("|").split("|"):
-        words = [part.strip() for part in cell.replace("[", "|[").replace("]", "]|").split("|") if part.strip()]
-        if "[" not in cell:
-            words = [cell] if cell.strip("+") == "MY OWN" else cell.split()
-        elif " " in words[0]:
-            words[:1] = words[0].split()
-        field, atom, frame = (words + [None, None])[:3]
-        values = [f"{field.strip('+')} ä"] + ["second"] * field.endswith("+")
-        field = field.strip("+")
+        field, several, atom, frame = re.fullmatch(r"(MY OWN|\w+)(\+?) ?(\[.*?\]|\S*) ?(\[.*\]|\S*)", cell).groups()
+        values = [f"{field} ä"] + ["second"] * bool(several)
         atom = atom or f"[{field}]"
         atom = f"----:com.apple.iTunes:{atom[1:-1]}" if atom[0] == "[" else atom
         held = [value.encode() for value in values] if atom[0] == "-" else values

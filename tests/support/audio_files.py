@@ -54,3 +54,13 @@ def lag(decoded, source):
     spectrum = numpy.fft.rfft(decoded[:, 0], size) * numpy.conj(numpy.fft.rfft(source[:, 0], size))
     peak = int(numpy.argmax(numpy.fft.irfft(spectrum, size)))
     return peak - size if peak > size // 2 else peak
+
+
+def atom(data, path):
+    """Contents of the atom of an MP4 file at the path."""
+    for kind in path.split("/"):
+        while data[4:8] != kind.encode():
+            assert data, f"no {kind}"
+            data = data[int.from_bytes(data[:4], "big"):]
+        data = data[8:int.from_bytes(data[:4], "big")]
+    return data
