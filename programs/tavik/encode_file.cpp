@@ -94,6 +94,11 @@ void report_input(const Options &options, const AudioReader &reader, EncodedFile
     if (const auto warning = reader.level().warning()) result.warnings.push_back(*warning);
 }
 
+// Nothing where playing starts with a pause.
+std::optional<PlayedPart> played_part(const EncodedFile &result) {
+    return result.start > 0 ? std::nullopt : std::optional(PlayedPart{result.frames, result.samples});
+}
+
 // What the work on one file needs.
 struct Work {
     const Options &options;
@@ -101,12 +106,6 @@ struct Work {
     AudioReader &reader;
     const Tags &tags;
     const ReportProgress &report;
-
-    // Nothing where playing starts with a pause.
-    std::optional<PlayedPart> played_part(const EncodedFile &result) const {
-        if (result.start > 0) return std::nullopt;
-        return PlayedPart{result.frames, result.samples};
-    }
 
     OutputFile::Existing existing() const {
         const bool replaces = options.replace || options.update;
@@ -143,7 +142,7 @@ void write_file(const Work &work, Block &block, EncodedFile &result) {
     std::vector<FrameMark> marks;
     encode_stream(work, writer, block, result, verifies ? &marks : nullptr);
     const bool is_file = result.format == Format::m4a && output.is_regular();
-    if (is_file) write_tags(output, work.tags, work.played_part(result));
+    if (is_file) write_tags(output, work.tags, played_part(result));
     result.bytes = output.size();
     if (verifies) verify(output, result, marks);
     result.verified = verifies;
@@ -159,7 +158,7 @@ void finish_recording(const Work &work, OutputFile &draft, EncodedFile &result) 
     }
     OutputFile output(work.job.output, work.existing());
     copy_recording(draft, output, result.config, work.reader.decoder(), work.tags, {result.frames, result.samples});
-    write_tags(output, work.tags, work.played_part(result));
+    write_tags(output, work.tags, played_part(result));
     result.bytes = output.size();
     output.commit();
     draft.discard();
