@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "clip.h"
-#include "interface/encoder_context.h"
+#include "common/encoder_context.h"
 
 namespace {
 

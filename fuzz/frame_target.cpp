@@ -4,8 +4,8 @@
 #include <array>
 #include <cmath>
 
+#include "common/encoder_context.h"
 #include "draw_config.h"
-#include "interface/encoder_context.h"
 #include "support/guarded_memory.h"
 #include "support/require.h"
 #include "support/standard_tables.h"

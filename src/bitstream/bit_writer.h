@@ -1,7 +1,7 @@
 // Bit writer: appends fields to a frame, most significant bit first.
 #pragma once
 
-#include "quant/fixed_point.h"
+#include "common/fixed_point.h"
 #include "tavik.h"
 
 namespace tavik {

@@ -1,11 +1,11 @@
 // Writes exactly what the bit counter counted, after the frame's side information.
 #include "bitstream/channel_stream.h"
 
-#include "bitstream/escape_sequence.h"
 #include "bitstream/fields.h"
 #include "quant/coded_bands.h"
-#include "quant/sections.h"
+#include "tables/escape_sequence.h"
 #include "tables/huffman_tables.h"
+#include "tables/sections.h"
 
 namespace tavik {
 namespace {

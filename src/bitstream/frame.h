@@ -3,7 +3,7 @@
 #pragma once
 
 #include "bitstream/bit_writer.h"
-#include "interface/encoder_context.h"
+#include "common/encoder_context.h"
 
 namespace tavik {
 

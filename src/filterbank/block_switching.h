@@ -5,7 +5,7 @@
 #include <array>
 #include <span>
 
-#include "interface/encoder_context.h"
+#include "common/encoder_context.h"
 #include "interface/kernels.h"
 
 namespace tavik {

@@ -1,7 +1,7 @@
 // Windowing filter bank: 2048 samples of one channel to the 1024 coefficients of a frame; and the low-pass after it.
 #pragma once
 
-#include "interface/encoder_context.h"
+#include "common/encoder_context.h"
 
 namespace tavik {
 

@@ -5,8 +5,8 @@
 #include <array>
 #include <span>
 
+#include "common/encoder_context.h"
 #include "filterbank/vector_product.h"
-#include "interface/encoder_context.h"
 #include "interface/kernels.h"
 
 namespace tavik {

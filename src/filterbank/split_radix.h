@@ -3,7 +3,7 @@
 
 #include <bit>
 
-#include "quant/fixed_point.h"
+#include "common/fixed_point.h"
 
 namespace tavik {
 

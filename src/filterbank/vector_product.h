@@ -1,7 +1,7 @@
 // mulhi() for loops, in a shape that compilers vectorise.
 #pragma once
 
-#include "quant/fixed_point.h"
+#include "common/fixed_point.h"
 
 namespace tavik {
 

@@ -1,7 +1,7 @@
 // The bits that each channel of a frame may spend, and the reservoir of a variable-rate stream.
 #pragma once
 
-#include "interface/encoder_context.h"
+#include "common/encoder_context.h"
 
 namespace tavik {
 

@@ -2,7 +2,6 @@
 // inside the library the stages call each other directly. The exported tables are defined in tables/.
 #include "bitstream/bit_writer.h"
 #include "bitstream/channel_stream.h"
-#include "bitstream/escape_sequence.h"
 #include "bitstream/frame.h"
 #include "bitstream/headers.h"
 #include "filterbank/block_switching.h"
@@ -13,6 +12,7 @@
 #include "interface/stream_control.h"
 #include "quant/rate_loop.h"
 #include "quant/scale_factors.h"
+#include "tables/escape_sequence.h"
 #include "tools/ms_stereo.h"
 #include "tools/tns.h"
 

@@ -1,7 +1,7 @@
 // The per-frame pipeline: which stages run, in what order, with what.
 #pragma once
 
-#include "interface/encoder_context.h"
+#include "common/encoder_context.h"
 
 namespace tavik {
 

@@ -1,7 +1,7 @@
 // Configuration checks and the values of a stream that follow from its configuration.
 #pragma once
 
-#include "interface/encoder_context.h"
+#include "common/encoder_context.h"
 
 namespace tavik {
 

@@ -1,7 +1,7 @@
 // One call of TAVIK_Encode around the coding of a frame: input staging, the end-of-stream protocol and start-up.
 #pragma once
 
-#include "interface/encoder_context.h"
+#include "common/encoder_context.h"
 
 namespace tavik {
 

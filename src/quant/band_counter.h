@@ -2,9 +2,9 @@
 // pair of codebooks (ISO/IEC 14496-3), since the pairs differ in tuple size, range and sign convention.
 #pragma once
 
-#include "bitstream/escape_sequence.h"
 #include "interface/kernels.h"
 #include "quant/power34.h"
+#include "tables/escape_sequence.h"
 #include "tables/huffman_tables.h"
 #include "tables/packed_lengths.h"
 

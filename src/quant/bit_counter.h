@@ -2,7 +2,7 @@
 #pragma once
 
 #include "quant/rate_bands.h"
-#include "quant/sections.h"
+#include "tables/sections.h"
 
 namespace tavik {
 

@@ -1,7 +1,7 @@
 // The coded scale-factor bands of a channel, in coding order: group by group, band by band.
 #pragma once
 
-#include "interface/encoder_context.h"
+#include "common/encoder_context.h"
 
 namespace tavik {
 

@@ -4,7 +4,7 @@
 
 #include <algorithm>
 
-#include "quant/fixed_point.h"
+#include "common/fixed_point.h"
 
 namespace tavik {
 

@@ -1,7 +1,7 @@
 // Scale-factor estimation: 3/4 powers of the spectrum and the starting offset of each band.
 #pragma once
 
-#include "interface/encoder_context.h"
+#include "common/encoder_context.h"
 
 namespace tavik {
 

@@ -1,7 +1,7 @@
 // How tuples of quantized values index the public Huffman tables; shared by the bit counter and the spectral writer.
 #pragma once
 
-#include "quant/fixed_point.h"
+#include "common/fixed_point.h"
 
 namespace tavik::tables {
 

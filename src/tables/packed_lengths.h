@@ -4,7 +4,7 @@
 
 #include <array>
 
-#include "quant/fixed_point.h"
+#include "common/fixed_point.h"
 
 namespace tavik::tables {
 

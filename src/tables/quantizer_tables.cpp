@@ -1,7 +1,7 @@
 // Quantizer gains and the codebook that a band's largest magnitude calls for.
 #include <array>
 
-#include "quant/fixed_point.h"
+#include "common/fixed_point.h"
 #include "tavik.h"
 
 namespace tavik::tables {

@@ -3,7 +3,7 @@
 
 #include <array>
 
-#include "quant/fixed_point.h"
+#include "common/fixed_point.h"
 
 namespace tavik::tables {
 

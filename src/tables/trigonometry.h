@@ -2,7 +2,7 @@
 // constexpr and not consteval because Clang 14 does not let a template call a consteval function.
 #pragma once
 
-#include "quant/fixed_point.h"
+#include "common/fixed_point.h"
 
 namespace tavik::tables {
 

@@ -5,8 +5,8 @@
 #include <array>
 #include <span>
 
+#include "common/fixed_point.h"
 #include "interface/kernels.h"
-#include "quant/fixed_point.h"
 #include "tables/tns_tables.h"
 
 namespace tavik {

@@ -1,7 +1,7 @@
 // Kernels of mid/side stereo, over whole bands of long blocks: multiples of 4 lines.
 #pragma once
 
-#include "interface/encoder_context.h"
+#include "common/encoder_context.h"
 #include "interface/kernels.h"
 
 namespace tavik {

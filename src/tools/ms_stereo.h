@@ -1,7 +1,7 @@
 // Mid/side stereo of a channel pair that shares one long window.
 #pragma once
 
-#include "interface/encoder_context.h"
+#include "common/encoder_context.h"
 
 namespace tavik {
 

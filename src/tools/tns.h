@@ -1,7 +1,7 @@
 // Temporal noise shaping of long blocks: linear prediction across frequency.
 #pragma once
 
-#include "interface/encoder_context.h"
+#include "common/encoder_context.h"
 #include "tools/linear_prediction.h"
 
 namespace tavik {

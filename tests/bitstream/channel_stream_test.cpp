@@ -4,7 +4,7 @@
 #include <numeric>
 #include <vector>
 
-#include "interface/encoder_context.h"
+#include "common/encoder_context.h"
 #include "support/bit_reader.h"
 
 namespace {

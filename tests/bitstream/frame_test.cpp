@@ -3,7 +3,7 @@
 
 #include <vector>
 
-#include "interface/encoder_context.h"
+#include "common/encoder_context.h"
 #include "support/full_count.h"
 #include "support/signals.h"
 #include "support/stream_harness.h"

@@ -4,7 +4,7 @@
 #include <cstring>
 #include <vector>
 
-#include "interface/encoder_context.h"
+#include "common/encoder_context.h"
 
 namespace {
 

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "interface/encoder_context.h"
+#include "common/encoder_context.h"
 #include "support/checked_encoder.h"
 
 namespace {

@@ -8,7 +8,7 @@
 #include <memory>
 #include <span>
 
-#include "interface/encoder_context.h"
+#include "common/encoder_context.h"
 #include "support/checked_encoder.h"
 #include "support/golden_streams.h"
 #include "tavik.h"

@@ -5,10 +5,10 @@
 
 #include <random>
 
-#include "bitstream/escape_sequence.h"
 #include "quant/power34.h"
 #include "support/full_count.h"
 #include "support/standard_tables.h"
+#include "tables/escape_sequence.h"
 #include "tables/huffman_tables.h"
 
 namespace {

@@ -3,7 +3,7 @@
 
 #include <vector>
 
-#include "interface/encoder_context.h"
+#include "common/encoder_context.h"
 
 namespace {
 

@@ -5,7 +5,7 @@
 #include <array>
 #include <vector>
 
-#include "interface/encoder_context.h"
+#include "common/encoder_context.h"
 #include "support/digest.h"
 #include "support/stream_harness.h"
 

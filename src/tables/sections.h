@@ -1,7 +1,7 @@
 // Sections: maximal runs of bands with the same codebook within a window group, as section_data sends them.
 #pragma once
 
-#include "interface/encoder_context.h"
+#include "common/encoder_context.h"
 
 namespace tavik {
 

@@ -7,7 +7,7 @@
 #include <span>
 #include <type_traits>
 
-#include "quant/fixed_point.h"
+#include "common/fixed_point.h"
 #include "tavik.h"
 
 namespace tavik {
