@@ -117,7 +117,7 @@ template <bool LengthIncludesSigns>
 }
 
 // Pairs of magnitudes below the radix; the lengths include the sign bits.
-void write_pairs(BitSink &sink, const CodedLines &lines, const HuffmanTable &table, u32 radix) {
+void write_pairs(BitSink &sink, const CodedLines &lines, const HuffmanTable &table, i32 radix) {
     const i32 *x = lines.spectrum;
     const i32 *const end = lines.end;
     for (const i32 *q = lines.quantized; q != end; q += 2, x += 2) {

@@ -39,7 +39,9 @@ void code_channel(BitOutput out, CodingBlock &block, const FrameData &data, Code
     const ConstSpectrum spectrum(data.spectrum + channel * history_length, frame_length);
     const ConstPow34 pow34(data.pow34 + channel * frame_length, frame_length);
     const ConstBandArray band_sf_offset = block.band_sf_offset[channel];
-    const u32 global_gain = run_rate_loop(block, {spectrum, pow34, band_sf_offset, codebooks, data.quantized}, channel);
+    const i32 *band_peaks = data.band_peaks != nullptr ? data.band_peaks + channel * max_bands : nullptr;
+    const u32 global_gain =
+        run_rate_loop(block, {spectrum, pow34, band_sf_offset, codebooks, data.quantized, band_peaks}, channel);
     const CodedChannel coded{global_gain, codebooks, band_sf_offset, data.quantized, spectrum};
     write_channel_stream(out, block, coded, block.scale_factor_grouping[channel], channel);
 }

@@ -12,6 +12,7 @@ struct FrameData {
     const i32 *spectrum;  // 2048 per channel
     const u32 *pow34;     // 1024 per channel
     std::span<i32, frame_length> quantized;
+    const i32 *band_peaks = nullptr;  // max_bands per channel: largest 3/4 power of each band; or nullptr
 };
 
 // single_channel_element of a channel (its number is also the tag), without the element identifier. `share`: bits

@@ -112,15 +112,6 @@ u32 find_attack(u32 sampling_rate_index, std::span<const i32, 2 * subblocks> pea
 
 }  // namespace
 
-void portable::measure_peaks(std::span<const i32, frame_length> block, std::span<i32, subblocks> peaks) {
-    constexpr u32 length = frame_length / subblocks;
-    for (u32 b = 0; b < subblocks; ++b) {
-        i32 peak = 0;
-        for (u32 n = b * length; n < (b + 1) * length; ++n) peak = std::max(peak, wrap_abs(block[n]));
-        peaks[b] = peak;
-    }
-}
-
 WindowSequence decide_window(u32 sampling_rate_index, std::span<const i32, 2 * subblocks> peaks, u32 &short_run_active,
                              u32 &attack_index, TavikAttackDetectorState &previous) {
     const u32 attack = find_attack(sampling_rate_index, peaks, previous);

@@ -1,44 +1,32 @@
 // Attack detection and the window decision of one channel.
 #pragma once
 
-#include <algorithm>
 #include <array>
 #include <span>
 
 #include "common/encoder_context.h"
-#include "interface/kernels.h"
+#include "common/lanes.h"
 
 namespace tavik {
 
 inline constexpr u32 subblocks = 8;  // per frame, of 128 samples each
 
-namespace portable {
-
-// peaks[b] = the largest magnitude of the b-th 128 samples of block.
-void measure_peaks(std::span<const i32, frame_length> block, std::span<i32, subblocks> peaks);
-
-}  // namespace portable
-
-#if defined(__aarch64__)
-namespace neon {
-
-void measure_peaks(std::span<const i32, frame_length> block, std::span<i32, subblocks> peaks);
-
-}  // namespace neon
-
-#if defined(TAVIK_CHECK_KERNELS)
-namespace checked {
-
+// peaks[b] = the largest magnitude of the b-th 128 samples of block. That of -2^31 counts as negative, so never.
+template <u32 N>
 inline void measure_peaks(std::span<const i32, frame_length> block, std::span<i32, subblocks> peaks) {
-    std::array<i32, subblocks> expected;
-    portable::measure_peaks(block, expected);
-    neon::measure_peaks(block, peaks);
-    require_equal(std::ranges::equal(peaks, expected));
+    constexpr u32 length = frame_length / subblocks;
+    const i32 *from = block.data();
+    for (i32 &peak : peaks) {
+        I32<N> most{};
+        for (const i32 *end = from + length; from != end; from += 4 * N) {
+            I32<N> a, b, c, d;
+            load_two(from, a, b);
+            load_two(from + 2 * N, c, d);
+            most = max(most, max(max(abs(a), abs(b)), max(abs(c), abs(d))));
+        }
+        peak = largest(most);
+    }
 }
-
-}  // namespace checked
-#endif
-#endif
 
 // Looks for an attack in the newer half of the block to be coded (peaks 0 to 7; 8 to 15 belong to the lookahead) and
 // moves the channel's window sequence on. `short_run_active`: between LONG_START and LONG_STOP. `attack_index`:

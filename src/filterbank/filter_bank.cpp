@@ -1,6 +1,7 @@
 // Windows of the four window sequences, and the transform of each.
 #include "filterbank/filter_bank.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include "filterbank/mdct.h"
@@ -8,6 +9,7 @@
 namespace tavik {
 namespace {
 
+using History = std::span<const i32, history_length>;
 using Block = std::span<i32, history_length>;
 
 // The short windows of a frame, and the slopes of its transition windows, lie in the middle of each half.
@@ -15,29 +17,27 @@ constexpr u32 flat_length = (frame_length - short_length) / 2;  // 448 samples b
 
 constexpr i32 window_one_q23 = 1 << 23;
 
+// A short transform of 64 complex values has room for four lanes.
+constexpr u32 short_lanes = std::min(native_lanes, 4u);
+
 // The half window with a short slope: silence, slope, window value 1.
-HalfWindow short_slope(std::span<i32, frame_length> half) {
+const i32 *short_slope(std::span<i32, frame_length> half) {
     for (u32 p = 0; p < flat_length; ++p) {
         half[p] = 0;
         half[frame_length - 1 - p] = window_one_q23;
     }
-    for (u32 p = 0; p < short_length; ++p) half[flat_length + p] = TAVIK_SSW[p];
-    return half;
-}
-
-// The samples of a block under a window of two halves.
-void apply_window(std::span<const i32> x, std::span<const i32> rise, std::span<const i32> fall, std::span<i32> out) {
-    const std::size_t n = rise.size();
-    for (std::size_t p = 0; p < n; ++p) {
-        out[p] = windowed(x[p], rise[p]);
-        out[n + p] = windowed(x[n + p], fall[n - 1 - p]);
-    }
+    copy_elements(TAVIK_SSW, short_length, &half[flat_length]);
+    return half.data();
 }
 
 // A long block with the flat part of a transition window shifted, which the encoder does not ask for.
-void transform_shifted(History x, const LongWindow &window, Block out, WindowSequence sequence,
+void transform_shifted(History x, const Window &window, Block out, WindowSequence sequence,
                        std::span<i32, frame_length> scratch, u32 flat_shift) {
-    apply_window(x, window.rise, window.fall, out);
+    constexpr ApplyWindow apply;
+    for (u32 p = 0; p < frame_length; ++p) {
+        out[p] = apply(I32<1>{x[p]}, I32<1>{window.rise[p]}).v;
+        out[frame_length + p] = apply(I32<1>{x[frame_length + p]}, I32<1>{window.fall[frame_length - 1 - p]}).v;
+    }
     if (sequence != WindowSequence::only_long) {
         i32 *flat = &out[sequence == WindowSequence::long_start ? frame_length : frame_length - flat_length];
         for (u32 p = 0; p < flat_length; ++p) flat[p] = shift_left(flat[p], flat_shift);
@@ -45,13 +45,11 @@ void transform_shifted(History x, const LongWindow &window, Block out, WindowSeq
     mdct(out, scratch);
 }
 
-// Short block w covers x[448 + 128 w ... 703 + 128 w] and is staged at out[128 w]: over the upper half of the block
-// before, which its transform left alone.
-void transform_short_blocks(History x, Block out, std::span<i32, short_length> scratch) {
+// Short block w covers x[448 + 128 w ... 703 + 128 w].
+void transform_short_blocks(History x, Block out, std::span<i32, frame_length> scratch) {
     for (u32 w = 0; w < short_windows; ++w) {
-        const auto block = out.subspan(w * short_length).first<2 * short_length>();
-        apply_window(x.subspan(flat_length + w * short_length), TAVIK_SSW, TAVIK_SSW, block);
-        mdct(block, scratch);
+        windowed_mdct<short_lanes>(&x[flat_length + w * short_length], {TAVIK_SSW, TAVIK_SSW}, &out[w * short_length],
+                                   scratch.data(), short_length);
     }
 }
 
@@ -59,14 +57,14 @@ void transform_short_blocks(History x, Block out, std::span<i32, short_length> s
 
 // A slope is kept in scratch where the windowed block needs all of `out`.
 void filter_bank(History x, Block out, WindowSequence sequence, std::span<i32, frame_length> scratch, u32 flat_shift) {
-    if (sequence == WindowSequence::eight_short) return transform_short_blocks(x, out, scratch.first<short_length>());
-    LongWindow window{TAVIK_SLW, TAVIK_SLW};
+    if (sequence == WindowSequence::eight_short) return transform_short_blocks(x, out, scratch);
+    Window window{TAVIK_SLW, TAVIK_SLW};
     if (sequence != WindowSequence::only_long) {
-        const HalfWindow slope = short_slope(flat_shift == 0 ? out.last<frame_length>() : scratch);
+        const i32 *slope = short_slope(flat_shift == 0 ? out.last<frame_length>() : scratch);
         (sequence == WindowSequence::long_start ? window.fall : window.rise) = slope;
     }
     if (flat_shift == 0) {
-        kernels::long_mdct(x, window, out.first<frame_length>(), scratch);
+        windowed_mdct<native_lanes>(x.data(), window, out.data(), scratch.data(), frame_length);
     } else {
         transform_shifted(x, window, out, sequence, scratch, flat_shift);
     }

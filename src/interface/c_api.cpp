@@ -49,7 +49,7 @@ class ScatteredBitWriter {
 };
 
 FrameData frame_data(const i32 *spectrum, const u32 *pow34_spectrum, i32 *quantized) {
-    return {spectrum, pow34_spectrum, std::span<i32, frame_length>(quantized, frame_length)};
+    return {spectrum, pow34_spectrum, std::span<i32, frame_length>(quantized, frame_length), nullptr};
 }
 
 // The bits that `write` appends to an output.
@@ -116,8 +116,8 @@ void TAVIK_FilterBank(const int32_t *history, int32_t *out, int32_t window_seque
 void TAVIK_LowPass(int32_t *spectrum, uint32_t limit) { low_pass(Spectrum(spectrum, frame_length), limit); }
 
 void TAVIK_CalcAttack(const int32_t *block, int32_t *peaks) {
-    kernels::measure_peaks(std::span<const i32, frame_length>(block, frame_length),
-                           std::span<i32, subblocks>(peaks, subblocks));
+    measure_peaks<native_lanes>(std::span<const i32, frame_length>(block, frame_length),
+                                std::span<i32, subblocks>(peaks, subblocks));
 }
 
 uint32_t TAVIK_BlockSwitch(uint32_t sampling_rate_index, const int32_t *peaks, uint32_t *short_run_active,
@@ -149,8 +149,9 @@ int32_t TAVIK_q47exp4(int64_t x) { return q47_exponent(x); }
 
 void TAVIK_PreQuant(TavikCodingBlock *block, uint32_t *pow34_out, const int32_t *spectrum, uint32_t *band_sf_offset_out,
                     uint32_t channel) {
+    std::array<i32, max_bands> band_peaks;
     estimate_scale_factors(*block, Pow34(pow34_out, frame_length), ConstSpectrum(spectrum, frame_length),
-                           BandArray(band_sf_offset_out, band_array_size), channel);
+                           BandArray(band_sf_offset_out, band_array_size), band_peaks, channel);
 }
 
 void TAVIK_Quantize(TavikCodingBlock *block, const int32_t *spectrum, uint32_t *global_gain,

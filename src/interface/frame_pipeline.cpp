@@ -127,7 +127,7 @@ PerChannel<WindowSequence> decide_windows(EncoderState &state) {
     for (u32 channel = 0; channel < block.num_channels; ++channel) {
         const auto peaks = std::span(block.subblock_peak[channel]);
         copy_elements(peaks.data() + subblocks, subblocks, peaks.data());
-        kernels::measure_peaks(state.lookahead_input[channel], peaks.last<subblocks>());
+        measure_peaks<native_lanes>(state.lookahead_input[channel], peaks.last<subblocks>());
         if (block.block_switching_active == 0) continue;
         previous[channel] = block.window_sequence[channel];
         block.window_sequence[channel] =
@@ -148,17 +148,19 @@ u32 encode_frame(EncoderState &state, const PerChannel<WindowSequence> &previous
     reset_bit_targets(block);
     code_mid_side(state);
     i32 pool = set_bit_tolerances(block);
+    const std::span<i32> band_peaks = state.work_buffer;
     for (u32 channel = 0; channel < channels; ++channel) {
         seed_common_sf(block, previous_window_sequence[channel], channel);
         estimate_scale_factors(block, state.pow34_spectrum[channel], first_half(state.spectrum[channel]),
-                               block.band_sf_offset[channel], channel);
+                               block.band_sf_offset[channel],
+                               band_peaks.subspan(channel * max_bands).first<max_bands>(), channel);
         if (state.config.constant_rate == 0) {
             lend_reservoir_bits(state, pool, previous_window_sequence[channel], channel);
         }
     }
     const auto quantized = std::span(state.time_history[0]).first<frame_length>();
-    const u32 frame_bits =
-        write_frame(state, output, {state.spectrum[0].data(), state.pow34_spectrum[0].data(), quantized});
+    const u32 frame_bits = write_frame(
+        state, output, {state.spectrum[0].data(), state.pow34_spectrum[0].data(), quantized, band_peaks.data()});
     const u32 frame_bytes = (frame_bits + 7) / 8;
     update_reservoir(block, frame_bytes);
     return frame_bytes;

@@ -1,12 +1,10 @@
-// Where samples enter a stream: 16-bit PCM to the newest input frame of each channel, and the delay line behind it.
+// Where samples enter a stream: 16-bit PCM to the newest input frame of each channel, and the delay line after it.
 #pragma once
 
 #include <algorithm>
-#include <array>
-#include <span>
 
 #include "common/encoder_context.h"
-#include "interface/kernels.h"
+#include "common/lanes.h"
 
 namespace tavik {
 
@@ -14,53 +12,34 @@ namespace tavik {
 // older. The new lookahead is the first `count` <= 1024 samples of each channel in pcm, then silence.
 void stage_input(EncoderState &state, const i16 *pcm, u32 count);
 
-using Frame = std::span<i32, frame_length>;
-using ConstFrame = std::span<const i32, frame_length>;
-
-namespace portable {
-
-void copy_frame(ConstFrame from, Frame to);
-
-// The first `count` samples of a frame, a multiple of 8, from as many values of mono, or pairs of stereo.
-void read_mono(const i16 *pcm, u32 count, Frame samples);
-void read_stereo(const i16 *pcm, u32 count, Frame left, Frame right);
-
-}  // namespace portable
-
-#if defined(__aarch64__)
-namespace neon {
-
-void copy_frame(ConstFrame from, Frame to);
-void read_mono(const i16 *pcm, u32 count, Frame samples);
-void read_stereo(const i16 *pcm, u32 count, Frame left, Frame right);
-
-}  // namespace neon
-
-#if defined(TAVIK_CHECK_KERNELS)
-namespace checked {
-
-inline void copy_frame(ConstFrame from, Frame to) {
-    neon::copy_frame(from, to);
-    require_equal(std::ranges::equal(from, to));
+template <u32 N>
+inline void copy_frame(const i32 *from, i32 *to) {
+    for (const i32 *end = from + frame_length; from != end; from += 4 * N, to += 4 * N) {
+        I32<N> a, b, c, d;
+        load_two(from, a, b);
+        load_two(from + 2 * N, c, d);
+        store_two(to, a, b);
+        store_two(to + 2 * N, c, d);
+    }
 }
 
-inline void read_mono(const i16 *pcm, u32 count, Frame samples) {
-    std::array<i32, frame_length> expected;
-    portable::read_mono(pcm, count, expected);
-    neon::read_mono(pcm, count, samples);
-    require_equal(std::equal(expected.begin(), expected.begin() + count, samples.begin()));
+// The first `count` pairs of a stereo frame, a multiple of 8.
+template <u32 N>
+inline void read_stereo(const i16 *pcm, u32 count, i32 *left, i32 *right) {
+    for (const i32 *end = left + count; left != end; left += N, right += N, pcm += 2 * N) {
+        const Pairs<N> samples = load_pairs<N>(pcm);
+        samples.first.store(left);
+        samples.second.store(right);
+    }
 }
 
-inline void read_stereo(const i16 *pcm, u32 count, Frame left, Frame right) {
-    std::array<i32, frame_length> expected_left, expected_right;
-    portable::read_stereo(pcm, count, expected_left, expected_right);
-    neon::read_stereo(pcm, count, left, right);
-    require_equal(std::equal(expected_left.begin(), expected_left.begin() + count, left.begin()));
-    require_equal(std::equal(expected_right.begin(), expected_right.begin() + count, right.begin()));
+// As many samples of a mono frame.
+template <u32 N>
+inline void read_mono(const i16 *pcm, u32 count, i32 *samples) {
+    constexpr u32 step = std::min(N, 4u);  // pairs, of eight samples at most
+    for (const i32 *end = samples + count; samples != end; samples += 2 * step, pcm += 2 * step) {
+        store_pairs(samples, load_pairs<step>(pcm));
+    }
 }
-
-}  // namespace checked
-#endif
-#endif
 
 }  // namespace tavik

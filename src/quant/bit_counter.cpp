@@ -26,14 +26,16 @@ BandCost count_band(const BandLines &band, u32 gain, u32 largest) {
     using namespace tables;
     const u32 higher = largest < std::size(TAVIK_codebook) ? TAVIK_codebook[largest] : escape_codebook;
     switch (higher) {
-        case 2: return cheaper_of_pair(kernels::count_signed_quads(band, gain), higher);
-        case 4: return cheaper_of_pair(kernels::count_quads(band, gain), higher);
-        case 6: return cheaper_of_pair(kernels::count_signed_pairs(band, gain), higher);
-        case escape_codebook: return {higher, kernels::count_escape_pairs(band, gain)};
+        case 2: return cheaper_of_pair(count_signed_quads(band, gain), higher);
+        case 4: return cheaper_of_pair(count_quads(band, gain), higher);
+        case 6: return cheaper_of_pair(count_signed_pairs(band, gain), higher);
+        case escape_codebook:
+            return {higher, largest < u32{escape_flag} ? count_escape_pairs<false>(band, gain)
+                                                       : count_escape_pairs<true>(band, gain)};
         default:
             const bool radix_8 = higher == 8;
             const PackedLength *lengths = radix_8 ? pair_8_lengths.data() : pair_13_lengths.data();
-            return cheaper_of_pair(kernels::count_pairs(band, gain, lengths, radix_8 ? 8 : 13), higher);
+            return cheaper_of_pair(count_pairs(band, gain, lengths, radix_8 ? 8 : 13), higher);
     }
 }
 
@@ -81,7 +83,7 @@ u32 count_bits(const RateBands &bands, const ChannelData &data, Trial trial) {
         const u32 gain_index = (gain_base + band.sf_offset) % 256;
         const u32 gain = TAVIK_ZOLF_ipow20[gain_index];
         u64 largest = (u64{band.peak} * gain + q20_rounding) >> 20;
-        u32 counted_by_kernels = largest_of_32_bit_products;
+        u32 counted_by_kernels = max_of_32_bit_products;
         if (gain_index < first_q20_gain) {
             largest = gain_rule(gain_index)(band.peak);
             counted_by_kernels = 0;

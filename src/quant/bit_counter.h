@@ -16,6 +16,7 @@ struct ChannelData {
     ConstBandArray band_sf_offset;
     Codebooks codebooks;                     // out, per coded band
     std::span<i32, frame_length> quantized;  // out: signed in bands of codebooks 1, 2, 5, 6; magnitudes elsewhere
+    const i32 *band_peaks = nullptr;         // largest 3/4 power of each band, in coding order; or nullptr
 };
 
 // What one trial asks for.

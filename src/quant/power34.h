@@ -5,8 +5,7 @@
 #include <array>
 #include <span>
 
-#include "common/fixed_point.h"
-#include "interface/kernels.h"
+#include "common/lanes.h"
 #include "tables/pow34_table.h"
 #include "tavik.h"
 
@@ -28,46 +27,76 @@ inline u32 pow34(u32 a) {
     return a < tables::small_pow34_entries ? tables::small_pow34[a] : large_pow34(std::min(a, largest));
 }
 
-namespace portable {
+// The same in lanes, for magnitudes below 2^23. The table holds the powers of small magnitudes too, in the same Q
+// format; they have j = 0 like those up to 4096, and of both indices below theirs is the larger.
+template <u32 N>
+inline U32<N> pow34_in_lanes(U32<N> a) {
+    constexpr u32 first_index = tables::pow34_table_begin - tables::small_pow34_entries;
+    const auto all = [](u32 value) { return U32<N>::all(value); };
+    const U32<N> j = all(32 - 12) - min(leading_zeros(a), all(32 - 12));
+    const U32<N> n = (a << 3) >> j;
+    const I32<N> small_index = min(a, all(tables::small_pow34_entries - 1)).template as<i32>();
+    const I32<N> index = max(small_index, (n - all(first_index)).template as<i32>());
+    const U32<N> power_q11 = look_up(tables::pow34_q11.data(), index.template as<u32>());
+    // Bytes 2 j and 2 j + 1 of the scales; the other indices lie beyond the table.
+    const U32<N> scale = look_up_bytes(tables::pow34_scale_bytes, all(0xFFFF0100) + all(0x0202) * j);
+    const U32<N> dropped = look_up_bytes(tables::pow34_dropped_bits, j);  // none for the upper bytes, j = 0
+    return ((power_q11 >> dropped) * scale) >> (all(15) - dropped);
+}
 
-// out[k] = (8 |spectrum[k]|)^(3/4), as pow34() has it; a multiple of 4 lines.
-void raise_to_three_quarters(std::span<const i32> spectrum, u32 *out);
-
-// Of a multiple of 4 values; 0 for an empty span.
-u32 largest(std::span<const u32> values);
-
-}  // namespace portable
-
-#if defined(__aarch64__)
-namespace neon {
-
-void raise_to_three_quarters(std::span<const i32> spectrum, u32 *out);
-
-u32 largest(std::span<const u32> values);
-
-}  // namespace neon
-#endif
-
-#if defined(TAVIK_CHECK_KERNELS)
-namespace checked {
-
-inline void raise_to_three_quarters(std::span<const i32> spectrum, u32 *out) {
-    neon::raise_to_three_quarters(spectrum, out);
-    for (std::size_t k = 0; k < spectrum.size(); k += 4) {
-        std::array<u32, 4> expected;
-        portable::raise_to_three_quarters(spectrum.subspan(k, 4), expected.data());
-        require_equal(std::equal(expected.begin(), expected.end(), out + k));
+// The largest of f(values), a multiple of 4 of them.
+template <u32 N, typename T, typename F>
+inline u32 largest_of(const T *values, u32 count, F f) {
+    const T *const end = values + count;
+    U32<N> most{};
+    if constexpr (N == 8) {
+        if (count % 8 != 0) {
+            most = f(load_first_four(values));
+            values += 4;
+        }
     }
+    for (; values != end; values += N) most = max(most, f(Lanes<T, N>::load(values)));
+    return largest(most);
 }
 
-inline u32 largest(std::span<const u32> values) {
-    const u32 result = neon::largest(values);
-    require_equal(result == portable::largest(values));
-    return result;
+template <u32 N>
+inline U32<N> magnitudes(I32<N> x) {
+    return abs(x).template as<u32>();
 }
 
-}  // namespace checked
-#endif
+// out[k] = (8 |x[k]|)^(3/4), as pow34() has it, of a band: a multiple of 4 lines. Returns the largest. Most bands have
+// small lines only, which take one look-up each.
+template <u32 N>
+inline u32 raise_to_three_quarters(const i32 *x, u32 count, u32 *out) {
+    constexpr u32 M = std::min(N, 4u);
+    const u32 magnitude_of_band = largest_of<N>(x, count, [](auto lanes) { return magnitudes(lanes); });
+    const i32 *const end = x + count;
+    if (magnitude_of_band < tables::small_pow34_entries) {
+        for (; x != end; x += M, out += M) {
+            look_up(tables::small_pow34.data(), magnitudes(I32<M>::load(x))).store(out);
+        }
+        return tables::small_pow34[magnitude_of_band];
+    }
+    U32<M> most{};
+    for (; x != end; x += M, out += M) {
+        const U32<M> a = min(magnitudes(I32<M>::load(x)), U32<M>::all((1u << 23) - 1));
+        U32<M> power;
+        if constexpr (shifts_lane_by_lane && M > 1) {
+            power = pow34_in_lanes(a);
+        } else {
+            power = lane_by_lane<u32, M>([=](u32 lane) { return pow34(a[lane]); });
+        }
+        most = max(most, power);
+        power.store(out);
+    }
+    return largest(most);
+}
+
+// Of a multiple of 4 values.
+template <u32 N>
+inline u32 largest_value(std::span<const u32> values) {
+    return largest_of<N>(values.data(), static_cast<u32>(values.size()), [](auto lanes) { return lanes; });
+}
 
 // Gain indices from here on quantize everything to zero.
 inline constexpr u32 first_silencing_gain = 212;

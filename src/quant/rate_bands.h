@@ -26,6 +26,8 @@ struct RateBands {
     const RateBand *end() const { return bands.data() + count; }
 };
 
-RateBands gather_rate_bands(const CodingBlock &block, ConstPow34 pow34, ConstBandArray band_sf_offset, u32 channel);
+// band_peaks: the largest 3/4 power of each band, in coding order; without them they are looked for in pow34.
+RateBands gather_rate_bands(const CodingBlock &block, ConstPow34 pow34, const i32 *band_peaks,
+                            ConstBandArray band_sf_offset, u32 channel);
 
 }  // namespace tavik

@@ -94,7 +94,7 @@ u32 silence(CodingBlock &block, const ChannelData &data, u32 channel) {
 u32 run_rate_loop(CodingBlock &block, const ChannelData &data, u32 channel) {
     if (block.has_signal[channel] != 1) return silence(block, data, channel);
 
-    const RateBands bands = gather_rate_bands(block, data.pow34, data.band_sf_offset, channel);
+    const RateBands bands = gather_rate_bands(block, data.pow34, data.band_peaks, data.band_sf_offset, channel);
     const RateTarget target{block.bits_target[channel], block.bits_tolerance[channel]};
     Trials trials(bands, data, section_length_field(block.num_window_groups[channel] == 1),
                   bits_that_are_enough(target));

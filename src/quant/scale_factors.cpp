@@ -129,20 +129,17 @@ bool is_fine_transition(const CodingBlock &block, u32 channel) {
 }  // namespace
 
 void estimate_scale_factors(CodingBlock &block, Pow34 pow34_out, ConstSpectrum spectrum, BandArray band_sf_offset,
-                            u32 channel) {
-    u32 group_begin = 0;
-    for (u32 g = 0; g < block.num_window_groups[channel]; ++g) {
-        const u32 lines = block.sfb_offset[channel][g * short_offset_row + block.max_sfb[channel]];
-        kernels::raise_to_three_quarters(spectrum.subspan(group_begin, lines), &pow34_out[group_begin]);
-        group_begin += block.window_group_length[channel][g] * short_length;
-    }
+                            std::span<i32, max_bands> band_peaks, u32 channel) {
     block.has_signal[channel] = 0;
     const i32 transition = is_fine_transition(block, channel) ? 1 : 0;
     const OffsetRule *rule = offset_rules;
+    i32 *band_peak = band_peaks.data();
     for (const Band band : coded_bands(block, channel)) {
         if (band.number == 0) rule = first_rule(block, channel, band.group);
         if (band.number > rule->last_band) ++rule;
-        const u32 peak = kernels::largest(pow34_out.subspan(band.begin, band.width));
+        const u32 peak =
+            raise_to_three_quarters<native_lanes>(&spectrum[band.begin], band.width, &pow34_out[band.begin]);
+        *band_peak++ = static_cast<i32>(peak);
         if (peak != 0) block.has_signal[channel] = 1;
         band_sf_offset[band.entry()] = peak == 0 ? 0 : (*rule)(starting_offset(peak) - transition);
     }

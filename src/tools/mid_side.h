@@ -2,7 +2,7 @@
 #pragma once
 
 #include "common/encoder_context.h"
-#include "interface/kernels.h"
+#include "common/lanes.h"
 
 namespace tavik {
 
@@ -13,44 +13,65 @@ struct BandSums {
     bool operator==(const BandSums &) const = default;
 };
 
-namespace portable {
+// A band's sums in every lane. A difference of halved lines fits 32 bits.
+template <u32 N>
+struct LaneSums {
+    I32<N> both{};
+    I32<N> side{};
+
+    void add(const i32 *left, const i32 *right) {
+        const I32<N> l = I32<N>::load(left) >> 1;
+        const I32<N> r = I32<N>::load(right) >> 1;
+        both += abs(l) + abs(r);
+        side += abs(l - r);
+    }
+};
 
 // The sums of each band; band b has the lines offsets[b] ... offsets[b + 1] - 1.
-void band_sums(ConstSpectrum left, ConstSpectrum right, const u32 *offsets, std::span<BandSums> sums);
+template <u32 N>
+inline void band_sums(ConstSpectrum left, ConstSpectrum right, const u32 *offsets, std::span<BandSums> sums) {
+    const i32 *l = left.data() + offsets[0];
+    const i32 *r = right.data() + offsets[0];
+    for (BandSums &sum_of_band : sums) {
+        const i32 *const end = left.data() + *++offsets;
+        i32 both = 0;
+        i32 side = 0;
+        if constexpr (N == 8) {
+            if ((end - l) % 8 != 0) {
+                LaneSums<4> four;
+                four.add(l, r);
+                l += 4, r += 4;
+                both = sum(four.both);
+                side = sum(four.side);
+            }
+        }
+        LaneSums<N> lanes;
+        for (; l != end; l += N, r += N) lanes.add(l, r);
+        sum_of_band = {wrap_add(both, sum(lanes.both)) >> 5, wrap_add(side, sum(lanes.side)) >> 5};
+    }
+}
+
+template <u32 N>
+inline void store_mid_side(i32 *left, i32 *right) {
+    const auto l = I32<N>::load(left);
+    const auto r = I32<N>::load(right);
+    ((l + r) >> 1).store(left);
+    ((l - r) >> 1).store(right);
+}
 
 // (l + r) / 2 and (l - r) / 2, rounded down, in place of l and r.
-void transform(std::span<i32> left, std::span<i32> right);
-
-}  // namespace portable
-
-#if defined(__aarch64__)
-namespace neon {
-void band_sums(ConstSpectrum left, ConstSpectrum right, const u32 *offsets, std::span<BandSums> sums);
-void transform(std::span<i32> left, std::span<i32> right);
-}  // namespace neon
-
-#if defined(TAVIK_CHECK_KERNELS)
-namespace checked {
-
-inline void band_sums(ConstSpectrum left, ConstSpectrum right, const u32 *offsets, std::span<BandSums> sums) {
-    std::array<BandSums, max_bands> expected{};
-    portable::band_sums(left, right, offsets, std::span(expected).first(sums.size()));
-    neon::band_sums(left, right, offsets, sums);
-    for (std::size_t b = 0; b < sums.size(); ++b) require_equal(sums[b] == expected[b]);
+template <u32 N>
+inline void to_mid_side(std::span<i32> left, std::span<i32> right) {
+    i32 *l = left.data();
+    i32 *r = right.data();
+    const i32 *const end = l + left.size();
+    if constexpr (N == 8) {
+        if (left.size() % 8 != 0) {
+            store_mid_side<4>(l, r);
+            l += 4, r += 4;
+        }
+    }
+    for (; l != end; l += N, r += N) store_mid_side<N>(l, r);
 }
-
-inline void transform(std::span<i32> left, std::span<i32> right) {
-    std::array<i32, frame_length> mid;
-    std::array<i32, frame_length> side;
-    copy_elements(left.data(), left.size(), mid.data());
-    copy_elements(right.data(), right.size(), side.data());
-    portable::transform(std::span(mid).first(left.size()), std::span(side).first(left.size()));
-    neon::transform(left, right);
-    for (std::size_t k = 0; k < left.size(); ++k) require_equal(left[k] == mid[k] && right[k] == side[k]);
-}
-
-}  // namespace checked
-#endif
-#endif
 
 }  // namespace tavik

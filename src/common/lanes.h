@@ -1,0 +1,530 @@
+// Values in SIMD lanes: kernels are written once, as templates over the number of lanes. One lane is the reference,
+// which reads as the mathematics; four are a register of NEON, SSE2 and SSE4.1, eight one of AVX2. Every number of
+// lanes gives the same results on every machine: what a machine has no instruction for is done lane by lane.
+//
+// Here, and nowhere else, are the instructions of a machine: the operations that compilers do not make of plain vector
+// code by themselves.
+#pragma once
+
+#include <array>
+#include <bit>
+#include <type_traits>
+#include <utility>
+
+#include "common/fixed_point.h"
+
+#if defined(__aarch64__)
+#include <arm_neon.h>
+#elif defined(__SSE2__)
+#include <immintrin.h>
+#endif
+
+namespace tavik {
+
+// The lanes of 32 bits that kernels use on this machine.
+#if defined(__AVX2__)
+inline constexpr u32 native_lanes = 8;
+#elif defined(__aarch64__) || defined(__SSE2__)
+inline constexpr u32 native_lanes = 4;
+#else
+inline constexpr u32 native_lanes = 1;
+#endif
+
+template <typename T, u32 N>
+struct VectorOf {
+    using Type [[gnu::vector_size(N * sizeof(T))]] = T;
+};
+template <typename T>
+struct VectorOf<T, 1> {
+    using Type = T;
+};
+
+// N values of 32 bits. Arithmetic wraps; shifts to the right are those of T.
+template <typename T, u32 N>
+struct Lanes {
+    using Vector = typename VectorOf<T, N>::Type;
+    using Unsigned = typename VectorOf<u32, N>::Type;
+
+    Vector v;
+
+    static Lanes load(const T *from) {
+        Lanes lanes;
+        __builtin_memcpy(&lanes.v, from, sizeof lanes.v);
+        return lanes;
+    }
+    static Lanes all(T value) { return {Vector{} + value}; }
+    void store(T *to) const { __builtin_memcpy(to, &v, sizeof v); }
+
+    T operator[](u32 lane) const {
+        if constexpr (N == 1) {
+            return v;
+        } else {
+            return v[lane];
+        }
+    }
+    void set(u32 lane, T value) {
+        if constexpr (N == 1) {
+            v = value;
+        } else {
+            v[lane] = value;
+        }
+    }
+
+    // The same bits as values of another type.
+    template <typename U>
+    Lanes<U, N> as() const {
+        return {std::bit_cast<typename VectorOf<U, N>::Type>(v)};
+    }
+    Unsigned bits() const { return std::bit_cast<Unsigned>(v); }
+    static Lanes of_bits(Unsigned bits) { return {std::bit_cast<Vector>(bits)}; }
+
+    friend Lanes operator+(Lanes a, Lanes b) { return of_bits(a.bits() + b.bits()); }
+    friend Lanes operator-(Lanes a, Lanes b) { return of_bits(a.bits() - b.bits()); }
+    friend Lanes operator*(Lanes a, Lanes b) { return of_bits(a.bits() * b.bits()); }
+    friend Lanes operator&(Lanes a, Lanes b) { return of_bits(a.bits() & b.bits()); }
+    friend Lanes operator|(Lanes a, Lanes b) { return of_bits(a.bits() | b.bits()); }
+    friend Lanes operator^(Lanes a, Lanes b) { return of_bits(a.bits() ^ b.bits()); }
+    friend Lanes operator<<(Lanes a, u32 count) { return of_bits(a.bits() << count); }
+    friend Lanes operator>>(Lanes a, u32 count) { return {a.v >> count}; }
+    friend Lanes operator>>(Lanes a, Lanes<u32, N> counts) { return {a.v >> counts.v}; }  // below 32
+    Lanes &operator+=(Lanes other) { return *this = *this + other; }
+
+    // -1 in lanes where it holds, 0 in others.
+    friend Lanes<i32, N> operator<(Lanes a, Lanes b) { return mask(a.v < b.v); }
+    friend Lanes<i32, N> operator==(Lanes a, Lanes b) { return mask(a.v == b.v); }
+
+ private:
+    template <typename M>
+    static Lanes<i32, N> mask(M holds) {
+        if constexpr (N == 1) {
+            return {holds ? -1 : 0};
+        } else {
+            return {std::bit_cast<typename VectorOf<i32, N>::Type>(holds)};
+        }
+    }
+};
+
+// Where every lane can be shifted by a count of its own.
+#if defined(__aarch64__) || defined(__AVX2__)
+inline constexpr bool shifts_lane_by_lane = true;
+#else
+inline constexpr bool shifts_lane_by_lane = false;
+#endif
+
+template <u32 N>
+using I32 = Lanes<i32, N>;
+template <u32 N>
+using U32 = Lanes<u32, N>;
+
+// f(lane) in every lane.
+template <typename T, u32 N, typename F>
+inline Lanes<T, N> lane_by_lane(F f) {
+    Lanes<T, N> result{};
+    for (u32 lane = 0; lane < N; ++lane) result.set(lane, f(lane));
+    return result;
+}
+
+// Four values in the first of eight lanes, 0 in the others: bands are multiples of 4 lines.
+template <typename T>
+inline Lanes<T, 8> load_first_four(const T *from) {
+    Lanes<T, 8> lanes{};
+    __builtin_memcpy(&lanes.v, from, 4 * sizeof(T));
+    return lanes;
+}
+
+// f(0), f(1) ... f(Count - 1) with the numbers as constants, whatever the optimisation.
+template <u32 Count, typename F>
+inline void unrolled(F f) {
+    [&]<u32... I>(std::integer_sequence<u32, I...>) { (f(std::integral_constant<u32, I>()), ...); }
+    (std::make_integer_sequence<u32, Count>());
+}
+
+// Where the mask is -1 the lanes of a, where it is 0 those of b.
+template <typename T, u32 N>
+inline Lanes<T, N> select(I32<N> mask, Lanes<T, N> a, Lanes<T, N> b) {
+    return Lanes<T, N>::of_bits((a.bits() & mask.bits()) | (b.bits() & ~mask.bits()));
+}
+
+template <typename T, u32 N>
+inline Lanes<T, N> min(Lanes<T, N> a, Lanes<T, N> b) {
+    return {a.v < b.v ? a.v : b.v};
+}
+template <typename T, u32 N>
+inline Lanes<T, N> max(Lanes<T, N> a, Lanes<T, N> b) {
+    return {a.v < b.v ? b.v : a.v};
+}
+
+// Magnitudes; that of -2^31 wraps to itself.
+template <u32 N>
+inline I32<N> abs(I32<N> x) {
+    return max(x, I32<N>{} - x);
+}
+
+// a b / 2^Shift, rounded toward minus infinity; has to fit 32 bits. a 2^(31 - Shift) has to fit them too.
+template <u32 Shift, u32 N>
+inline I32<N> product(I32<N> a, I32<N> b) {
+    return lane_by_lane<i32, N>([=](u32 lane) { return static_cast<i32>((i64{a[lane]} * b[lane]) >> Shift); });
+}
+
+// a b / 2^31, rounded to nearest, a half up.
+template <u32 N>
+inline I32<N> rounded_product_q31(I32<N> a, I32<N> b) {
+    return lane_by_lane<i32, N>([=](u32 lane) { return static_cast<i32>((i64{a[lane]} * b[lane] + (1 << 30)) >> 31); });
+}
+
+// Sums of products in 64 bits, one for each lane.
+template <u32 N>
+struct WideLanes {
+    std::array<i64, N> sums{};
+
+    void add_product(I32<N> a, I32<N> b) {
+        for (u32 lane = 0; lane < N; ++lane) sums[lane] = wrap_add(sums[lane], i64{a[lane]} * b[lane]);
+    }
+    // The low words of sums / 2^Shift, rounded toward minus infinity.
+    template <u32 Shift>
+    I32<N> shifted_down() const {
+        return lane_by_lane<i32, N>([this](u32 lane) { return static_cast<i32>(sums[lane] >> Shift); });
+    }
+    i64 total() const {
+        i64 total = 0;
+        for (const i64 sum : sums) total = wrap_add(total, sum);
+        return total;
+    }
+};
+
+// The sum of all lanes, and the largest.
+template <typename T, u32 N>
+inline T sum(Lanes<T, N> x) {
+    u32 total = 0;
+    for (u32 lane = 0; lane < N; ++lane) total += static_cast<u32>(x[lane]);
+    return static_cast<T>(total);
+}
+template <typename T, u32 N>
+inline T largest(Lanes<T, N> x) {
+    T result = x[0];
+    for (u32 lane = 1; lane < N; ++lane) result = result < x[lane] ? x[lane] : result;
+    return result;
+}
+
+template <u32 N>
+inline U32<N> leading_zeros(U32<N> x) {
+    return lane_by_lane<u32, N>([=](u32 lane) { return static_cast<u32>(std::countl_zero(x[lane])); });
+}
+
+// table[index]
+template <typename T, u32 N>
+inline Lanes<u32, N> look_up(const T *table, U32<N> index) {
+    return lane_by_lane<u32, N>([=](u32 lane) { return static_cast<u32>(table[index[lane]]); });
+}
+
+// The number of which four lanes are the digits in the given radix; the two numbers of which pairs of lanes are.
+inline i32 quad_number(I32<4> x, i32 radix);
+inline std::array<i32, 2> pair_numbers(I32<4> x, i32 radix);
+
+// Every byte of the index selects one of the table's bytes; 0 where the index is no place in it.
+template <u32 N, std::size_t Size>
+inline U32<N> look_up_bytes(const std::array<u8, Size> &table, U32<N> index) {
+    return lane_by_lane<u32, N>([&](u32 lane) {
+        u32 word = 0;
+        for (u32 shift = 0; shift < 32; shift += 8) {
+            const u32 i = index[lane] >> shift & 0xFF;
+            if (i < Size) word |= u32{table[i]} << shift;
+        }
+        return word;
+    });
+}
+
+// Lanes of a and b in a new order: the numbers count the lanes of a, then those of b.
+template <typename T, u32 N, std::size_t... Lane>
+inline Lanes<T, N> shuffled([[maybe_unused]] Lanes<T, N> a, [[maybe_unused]] Lanes<T, N> b,
+                            std::index_sequence<Lane...>) {
+    if constexpr (N == 1) {
+        return {(Lane == 0 ? a.v : b.v)...};
+    } else {
+        return {__builtin_shufflevector(a.v, b.v, Lane...)};
+    }
+}
+template <typename T, u32 N>
+inline Lanes<T, N> reversed(Lanes<T, N> x) {
+    return [&]<std::size_t... L>(std::index_sequence<L...>) {
+        return shuffled(x, x, std::index_sequence<(N - 1 - L)...>{});
+    }
+    (std::make_index_sequence<N>{});
+}
+
+// The lanes of a but the first, then the first one of b.
+template <typename T, u32 N>
+inline Lanes<T, N> without_first(Lanes<T, N> a, Lanes<T, N> b) {
+    return [&]<std::size_t... L>(std::index_sequence<L...>) {
+        return shuffled(a, b, std::index_sequence<(L + 1)...>());
+    }
+    (std::make_index_sequence<N>());
+}
+
+// 2 N words: the first N, then the others.
+template <u32 N>
+inline void load_two(const i32 *from, I32<N> &first, I32<N> &second) {
+    first = I32<N>::load(from);
+    second = I32<N>::load(from + N);
+}
+template <u32 N>
+inline void store_two(i32 *to, I32<N> first, I32<N> second) {
+    first.store(to);
+    second.store(to + N);
+}
+
+// 2 N words in pairs: the first of each pair, and the second.
+template <u32 N>
+struct Pairs {
+    I32<N> first;
+    I32<N> second;
+};
+
+template <u32 N>
+inline Pairs<N> load_pairs(const i32 *from) {
+    const auto low = I32<N>::load(from);
+    const auto high = I32<N>::load(from + N);
+    return [&]<std::size_t... L>(std::index_sequence<L...>)->Pairs<N> {
+        return {shuffled(low, high, std::index_sequence<2 * L...>{}),
+                shuffled(low, high, std::index_sequence<(2 * L + 1)...>{})};
+    }
+    (std::make_index_sequence<N>{});
+}
+// The same of pairs of 16 bits. In little-endian order a pair is a word whose low half is the first.
+template <u32 N>
+inline Pairs<N> load_pairs(const i16 *from) {
+    if constexpr (std::endian::native == std::endian::little) {
+        I32<N> pairs;
+        __builtin_memcpy(&pairs.v, from, sizeof pairs.v);
+        return {(pairs << 16) >> 16, pairs >> 16};
+    } else {
+        return {lane_by_lane<i32, N>([=](u32 lane) { return i32{from[2 * lane]}; }),
+                lane_by_lane<i32, N>([=](u32 lane) { return i32{from[2 * lane + 1]}; })};
+    }
+}
+template <u32 N>
+inline void store_pairs(i32 *to, Pairs<N> x) {
+    [&]<std::size_t... L>(std::index_sequence<L...>) {
+        shuffled(x.first, x.second, std::index_sequence<(L / 2 + L % 2 * N)...>{}).store(to);
+        shuffled(x.first, x.second, std::index_sequence<((N + L) / 2 + (N + L) % 2 * N)...>{}).store(to + N);
+    }
+    (std::make_index_sequence<N>{});
+}
+
+// Makes rows of columns: lane j of x[i] goes to lane i of x[j]. For each power of two the lanes whose number has it
+// change places with those, in the vector as far away, whose number lacks it.
+template <u32 Bit = 1, u32 N, std::size_t Rows>
+inline void transpose(std::array<I32<N>, Rows> &x) {
+    static_assert(Rows == N);
+    if constexpr (Bit < N) {
+        unrolled<N>([&x](auto i) {
+            if constexpr ((i & Bit) == 0) {
+                const I32<N> a = x[i];
+                const I32<N> b = x[i + Bit];
+                [&]<std::size_t... L>(std::index_sequence<L...>) {
+                    x[i] = shuffled(a, b, std::index_sequence<((L & Bit) == 0 ? L : N + L - Bit)...>{});
+                    x[i + Bit] = shuffled(a, b, std::index_sequence<((L & Bit) == 0 ? L + Bit : N + L)...>{});
+                }
+                (std::make_index_sequence<N>{});
+            }
+        });
+        transpose<2 * Bit>(x);
+    }
+}
+
+#if defined(__aarch64__)
+
+inline I32<4> abs(I32<4> x) { return {vabsq_s32(x.v)}; }
+inline i32 sum(I32<4> x) { return vaddvq_s32(x.v); }
+inline u32 sum(U32<4> x) { return vaddvq_u32(x.v); }
+inline i32 largest(I32<4> x) { return vmaxvq_s32(x.v); }
+inline u32 largest(U32<4> x) { return vmaxvq_u32(x.v); }
+inline U32<4> leading_zeros(U32<4> x) { return {vclzq_u32(x.v)}; }
+
+template <u32 Shift>
+inline I32<4> product(I32<4> a, I32<4> b) {
+    return {vqdmulhq_s32((a << (31 - Shift)).v, b.v)};
+}
+inline I32<4> rounded_product_q31(I32<4> a, I32<4> b) { return {vqrdmulhq_s32(a.v, b.v)}; }
+
+template <>
+struct WideLanes<4> {
+    int64x2_t low = vdupq_n_s64(0);
+    int64x2_t high = vdupq_n_s64(0);
+
+    void add_product(I32<4> a, I32<4> b) {
+        low = vmlal_s32(low, vget_low_s32(a.v), vget_low_s32(b.v));
+        high = vmlal_high_s32(high, a.v, b.v);
+    }
+    template <u32 Shift>
+    I32<4> shifted_down() const {
+        return {vshrn_high_n_s64(vshrn_n_s64(low, Shift), high, Shift)};
+    }
+    i64 total() const { return vaddvq_s64(vaddq_s64(low, high)); }
+};
+
+inline i32 quad_number(I32<4> x, i32 radix) {
+    const I32<4> digits = {{radix * radix * radix, radix * radix, radix, 1}};
+    return sum(x * digits);
+}
+inline std::array<i32, 2> pair_numbers(I32<4> x, i32 radix) {
+    const I32<4> digits = {{radix, 1, radix, 1}};
+    const int32x4_t scaled = (x * digits).v;
+    const int32x4_t numbers = vpaddq_s32(scaled, scaled);
+    return {vgetq_lane_s32(numbers, 0), vgetq_lane_s32(numbers, 1)};
+}
+
+// Indices leave the vector as two words of 64 bits.
+template <typename T>
+inline U32<4> look_up(const T *table, U32<4> index) {
+    const u64 low = vgetq_lane_u64(vreinterpretq_u64_u32(index.v), 0);
+    const u64 high = vgetq_lane_u64(vreinterpretq_u64_u32(index.v), 1);
+    uint32x4_t values = vdupq_n_u32(static_cast<u32>(table[static_cast<u32>(low)]));
+    values = vsetq_lane_u32(static_cast<u32>(table[low >> 32]), values, 1);
+    values = vsetq_lane_u32(static_cast<u32>(table[static_cast<u32>(high)]), values, 2);
+    return {vsetq_lane_u32(static_cast<u32>(table[high >> 32]), values, 3)};
+}
+
+inline U32<4> look_up_bytes(const std::array<u8, 16> &table, U32<4> index) {
+    return {vreinterpretq_u32_u8(vqtbl1q_u8(vld1q_u8(table.data()), vreinterpretq_u8_u32(index.v)))};
+}
+inline U32<4> look_up_bytes(const std::array<u8, 32> &table, U32<4> index) {
+    return {vreinterpretq_u32_u8(vqtbl2q_u8(vld1q_u8_x2(table.data()), vreinterpretq_u8_u32(index.v)))};
+}
+
+inline I32<4> reversed(I32<4> x) {
+    constexpr uint8x16_t order = {12, 13, 14, 15, 8, 9, 10, 11, 4, 5, 6, 7, 0, 1, 2, 3};
+    return {vreinterpretq_s32_u8(vqtbl1q_u8(vreinterpretq_u8_s32(x.v), order))};
+}
+// One instruction each, which moves the pointer on too.
+inline void load_two(const i32 *from, I32<4> &first, I32<4> &second) {
+    const int32x4x2_t x = vld1q_s32_x2(from);
+    first.v = x.val[0];
+    second.v = x.val[1];
+}
+inline void store_two(i32 *to, I32<4> first, I32<4> second) {
+    const int32x4x2_t x = {first.v, second.v};
+    vst1q_s32_x2(to, x);
+}
+template <>
+inline Pairs<4> load_pairs<4>(const i32 *from) {
+    const int32x4x2_t pairs = vld2q_s32(from);
+    return {{pairs.val[0]}, {pairs.val[1]}};
+}
+inline void store_pairs(i32 *to, Pairs<4> x) {
+    const int32x4x2_t pairs = {x.first.v, x.second.v};
+    vst2q_s32(to, pairs);
+}
+
+#elif defined(__SSE2__)
+
+// The 64-bit products of the even lanes, and of the odd ones; the wanted bits of each come to their lanes by a shift.
+inline __m128i vector_of(I32<4> x) { return std::bit_cast<__m128i>(x.v); }
+inline I32<4> lanes_of(__m128i x) { return {std::bit_cast<I32<4>::Vector>(x)}; }
+
+#if defined(__SSE4_1__)
+inline I32<4> abs(I32<4> x) { return lanes_of(_mm_abs_epi32(vector_of(x))); }
+
+template <u32 Shift>
+inline I32<4> product(I32<4> a, I32<4> b) {
+    const __m128i even = _mm_mul_epi32(vector_of(a), vector_of(b));
+    const __m128i odd = _mm_mul_epi32(_mm_srli_epi64(vector_of(a), 32), _mm_srli_epi64(vector_of(b), 32));
+    return lanes_of(_mm_blend_epi16(_mm_srli_epi64(even, Shift), _mm_slli_epi64(odd, 32 - Shift), 0xCC));
+}
+
+template <>
+struct WideLanes<4> {
+    __m128i even = _mm_setzero_si128();
+    __m128i odd = _mm_setzero_si128();
+
+    void add_product(I32<4> a, I32<4> b) {
+        even = _mm_add_epi64(even, _mm_mul_epi32(vector_of(a), vector_of(b)));
+        odd = _mm_add_epi64(odd, _mm_mul_epi32(_mm_srli_epi64(vector_of(a), 32), _mm_srli_epi64(vector_of(b), 32)));
+    }
+    template <u32 Shift>
+    I32<4> shifted_down() const {
+        return lanes_of(_mm_blend_epi16(_mm_srli_epi64(even, Shift), _mm_slli_epi64(odd, 32 - Shift), 0xCC));
+    }
+    i64 total() const {
+        const __m128i pair = _mm_add_epi64(even, odd);
+        return _mm_cvtsi128_si64(_mm_add_epi64(pair, _mm_unpackhi_epi64(pair, pair)));
+    }
+};
+#else
+// Of unsigned words: what a word below 0 has too much, 2^32, takes the other word off the high word of the product.
+template <u32 Shift>
+inline I32<4> product(I32<4> a, I32<4> b) {
+    const __m128i even = _mm_mul_epu32(vector_of(a), vector_of(b));
+    const __m128i odd = _mm_mul_epu32(_mm_srli_epi64(vector_of(a), 32), _mm_srli_epi64(vector_of(b), 32));
+    const __m128i odd_lanes = _mm_set_epi32(-1, 0, -1, 0);
+    const I32<4> bits = lanes_of(_mm_or_si128(_mm_andnot_si128(odd_lanes, _mm_srli_epi64(even, Shift)),
+                                              _mm_and_si128(odd_lanes, _mm_slli_epi64(odd, 32 - Shift))));
+    return bits - ((((a >> 31) & b) + ((b >> 31) & a)) << (32 - Shift));
+}
+#endif
+
+// Pairs of lanes as words of 64 bits, whose low halves are the numbers.
+inline __m128i pair_numbers_in_lanes(__m128i x, i32 radix) {
+    return _mm_add_epi64(_mm_mul_epu32(x, _mm_set1_epi32(radix)), _mm_srli_epi64(x, 32));
+}
+inline std::array<i32, 2> pair_numbers(I32<4> x, i32 radix) {
+    const __m128i numbers = pair_numbers_in_lanes(vector_of(x), radix);
+    return {_mm_cvtsi128_si32(numbers), _mm_cvtsi128_si32(_mm_unpackhi_epi64(numbers, numbers))};
+}
+inline i32 quad_number(I32<4> x, i32 radix) {
+    const auto [high, low] = pair_numbers(x, radix);
+    return high * radix * radix + low;
+}
+
+inline i32 sum(I32<4> x) {
+    const I32<4> pairs = x + lanes_of(_mm_shuffle_epi32(vector_of(x), 0x4E));
+    return (pairs + lanes_of(_mm_shuffle_epi32(vector_of(pairs), 0xB1)))[0];
+}
+inline u32 sum(U32<4> x) { return static_cast<u32>(sum(x.as<i32>())); }
+
+#if defined(__AVX2__)
+inline __m256i vector_of(I32<8> x) { return std::bit_cast<__m256i>(x.v); }
+inline I32<8> lanes_of(__m256i x) { return {std::bit_cast<I32<8>::Vector>(x)}; }
+
+inline I32<8> abs(I32<8> x) { return lanes_of(_mm256_abs_epi32(vector_of(x))); }
+
+template <u32 Shift>
+inline I32<8> product(I32<8> a, I32<8> b) {
+    const __m256i even = _mm256_mul_epi32(vector_of(a), vector_of(b));
+    const __m256i odd = _mm256_mul_epi32(_mm256_srli_epi64(vector_of(a), 32), _mm256_srli_epi64(vector_of(b), 32));
+    return lanes_of(_mm256_blend_epi32(_mm256_srli_epi64(even, Shift), _mm256_slli_epi64(odd, 32 - Shift), 0xAA));
+}
+
+template <>
+struct WideLanes<8> {
+    __m256i even = _mm256_setzero_si256();
+    __m256i odd = _mm256_setzero_si256();
+
+    void add_product(I32<8> a, I32<8> b) {
+        even = _mm256_add_epi64(even, _mm256_mul_epi32(vector_of(a), vector_of(b)));
+        odd = _mm256_add_epi64(
+            odd, _mm256_mul_epi32(_mm256_srli_epi64(vector_of(a), 32), _mm256_srli_epi64(vector_of(b), 32)));
+    }
+    template <u32 Shift>
+    I32<8> shifted_down() const {
+        return lanes_of(_mm256_blend_epi32(_mm256_srli_epi64(even, Shift), _mm256_slli_epi64(odd, 32 - Shift), 0xAA));
+    }
+    i64 total() const {
+        const __m256i four = _mm256_add_epi64(even, odd);
+        const __m128i pair = _mm_add_epi64(_mm256_castsi256_si128(four), _mm256_extracti128_si256(four, 1));
+        return _mm_cvtsi128_si64(_mm_add_epi64(pair, _mm_unpackhi_epi64(pair, pair)));
+    }
+};
+#endif
+
+#else
+
+inline std::array<i32, 2> pair_numbers(I32<4> x, i32 radix) { return {x[0] * radix + x[1], x[2] * radix + x[3]}; }
+inline i32 quad_number(I32<4> x, i32 radix) {
+    const auto [high, low] = pair_numbers(x, radix);
+    return high * radix * radix + low;
+}
+
+#endif
+
+}  // namespace tavik
