@@ -5,11 +5,13 @@
 #include <gst/audio/audio.h>
 #include <gst/pbutils/pbutils.h>
 
+#include <algorithm>
 #include <array>
 #include <vector>
 
 #include "audio_specific_config.h"
 #include "bit_rates.h"
+#include "supported_formats.h"
 
 namespace tavik {
 namespace {
@@ -26,18 +28,16 @@ constexpr Form adif = {TAVIK_HEADER_ADIF, 2, "adif"};
 using Forms = std::array<Form, 3>;
 constexpr Forms forms = {raw, adts, adif};  // in order of preference
 
-constexpr std::array<gint, 9> rates = {48000, 44100, 32000, 24000, 22050, 16000, 12000, 11025, 8000};
-
-// Caps with the rates and numbers of channels of the encoder.
-Caps with_ranges(Caps caps) {
+// Adds the sampling rates and numbers of channels that the encoder supports, the highest rate first as the preferred one.
+Caps with_rates_and_channels(Caps caps) {
     GValue list = G_VALUE_INIT;
-    gst_value_list_init(&list, rates.size());
-    for (const gint rate : rates) {
+    gst_value_list_init(&list, supported_rates.size());
+    std::for_each(supported_rates.rbegin(), supported_rates.rend(), [&list](uint32_t rate) {
         GValue value = G_VALUE_INIT;
         g_value_init(&value, G_TYPE_INT);
-        g_value_set_int(&value, rate);
+        g_value_set_int(&value, static_cast<gint>(rate));
         gst_value_list_append_and_take_value(&list, &value);
-    }
+    });
     gst_caps_set_value(caps.get(), "rate", &list);
     g_value_unset(&list);
     gst_caps_set_simple(caps.get(), "channels", GST_TYPE_INT_RANGE, 1, 2, nullptr);
@@ -87,13 +87,13 @@ guint frame_bit_rate(uint32_t frame_bytes, uint32_t sample_rate) {
 }  // namespace
 
 Caps sink_caps() {
-    return with_ranges(Caps(gst_caps_new_simple("audio/x-raw", "format", G_TYPE_STRING, GST_AUDIO_NE(S16), "layout",
-                                                G_TYPE_STRING, "interleaved", nullptr)));
+    return with_rates_and_channels(Caps(gst_caps_new_simple("audio/x-raw", "format", G_TYPE_STRING, GST_AUDIO_NE(S16),
+                                                            "layout", G_TYPE_STRING, "interleaved", nullptr)));
 }
 
 Caps source_caps() {
     Caps caps(gst_caps_new_empty());
-    for (const Form &form : forms) gst_caps_append(caps.get(), with_ranges(form_caps(form)).release());
+    for (const Form &form : forms) gst_caps_append(caps.get(), with_rates_and_channels(form_caps(form)).release());
     return caps;
 }
 

@@ -113,9 +113,9 @@ gboolean refuse(GstTavikEnc *self, GQuark domain, gint code, const std::string &
 
 // What is wrong with the settings for this input, or nothing.
 std::string objection(const Settings &settings, uint32_t channels, uint32_t sample_rate) {
-    const ChannelRange range = channel_range(settings.channel_mode);
-    if (static_cast<gint>(channels) < range.fewest || static_cast<gint>(channels) > range.most) {
-        return "channel-mode takes " + std::to_string(range.most) + (range.most == 1 ? " channel" : " channels") +
+    const ChannelRange range = channel_range(settings);
+    if (static_cast<gint>(channels) < range.min || static_cast<gint>(channels) > range.max) {
+        return "channel-mode takes " + std::to_string(range.max) + (range.max == 1 ? " channel" : " channels") +
                ", the input has " + std::to_string(channels);
     }
     if (settings.bit_rate != 0 && !legal_bit_rates(channels, sample_rate).contains(settings.bit_rate)) {
@@ -178,10 +178,10 @@ gboolean set_format(GstAudioEncoder *base, GstAudioInfo *info) {
 
 // Leaves converters in front of the element to make the number of channels that the mode takes.
 GstCaps *get_caps(GstAudioEncoder *base, GstCaps *filter) {
-    const ChannelRange range = channel_range(current_settings(GST_TAVIK_ENC(base)).channel_mode);
+    const ChannelRange range = channel_range(current_settings(GST_TAVIK_ENC(base)));
     const Caps caps = sink_caps();
-    if (range.fewest == range.most) {
-        gst_caps_set_simple(caps.get(), "channels", G_TYPE_INT, range.most, nullptr);
+    if (range.min == range.max) {
+        gst_caps_set_simple(caps.get(), "channels", G_TYPE_INT, range.max, nullptr);
     }
     return gst_audio_encoder_proxy_getcaps(base, caps.get(), filter);
 }

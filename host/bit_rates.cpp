@@ -13,8 +13,6 @@ std::string text(BitRateRange range) { return std::to_string(range.lowest) + " t
 
 }  // namespace
 
-uint32_t channel_count(const EncoderConfig &config) { return config.channel_mode == TAVIK_MODE_MONO ? 1 : 2; }
-
 uint32_t default_bit_rate(uint32_t sample_rate) {
     const uint32_t thousands = (sample_rate * (full_bit_rate / 1000) + full_rate / 2) / full_rate;
     return std::min(thousands * 1000, full_bit_rate);

@@ -6,10 +6,14 @@
 #include <cstdint>
 #include <string>
 
+#include "supported_formats.h"
+
 namespace tavik {
 
-// Number of channels that a stream of this configuration carries.
-uint32_t channel_count(const EncoderConfig &config);
+// Number of channels of a stream with this configuration.
+constexpr uint32_t channel_count(const EncoderConfig &config) {
+    return channel_count(static_cast<ChannelMode>(config.channel_mode));
+}
 
 // Bit/s per channel that are used when none are asked for: 64000, in proportion less below 44100 Hz.
 uint32_t default_bit_rate(uint32_t sample_rate);

@@ -43,9 +43,8 @@ uint32_t choose_rate(uint32_t source_rate) {
 }
 
 EncoderConfig make_config(const Options &options, Format format, AudioFormat source) {
-    const ChannelMode mode = options.mode.value_or(source.channels == 1 ? ChannelMode::mono : ChannelMode::stereo);
     EncoderConfig config{};
-    config.channel_mode = static_cast<uint32_t>(mode);
+    config.channel_mode = static_cast<uint32_t>(options.mode.value_or(default_channel_mode(source.channels)));
     config.sample_rate = options.rate.value_or(choose_rate(source.rate));
     config.bit_rate = options.bit_rate ? divide_bit_rate(*options.bit_rate, channel_count(config), config.sample_rate)
                                        : default_bit_rate(config.sample_rate);

@@ -51,10 +51,6 @@ class HelpFormatter : public CLI::Formatter {
     }
 };
 
-std::map<std::string, ChannelMode> mode_names() {
-    return {{"mono", ChannelMode::mono}, {"stereo", ChannelMode::stereo}, {"two-mono", ChannelMode::two_mono}};
-}
-
 std::map<std::string, LoudnessGain> loudness_gain_names() {
     return {{"track", LoudnessGain::track}, {"album", LoudnessGain::album}};
 }
@@ -119,7 +115,7 @@ std::string check_rate(const std::string &text) {
 }
 
 std::string check_mode(const std::string &text) {
-    return mode_names().contains(text) ? "" : text + ": use mono, stereo or two-mono";
+    return find_channel_mode(text) ? "" : fmt::format("{}: use {}", text, fmt::join(channel_mode_names, " "));
 }
 
 std::string check_loudness_gain(const std::string &text) {
@@ -353,7 +349,7 @@ std::optional<Options> parse_options(int argc, const char *const *argv) {
     for (std::string &input : options.inputs) input = plain_name(input, "stdin", "0");
     if (options.output) options.output = plain_name(*options.output, "stdout", "1");
     options.bit_rate = to_bit_rate(texts.bit_rate);
-    if (!texts.mode.empty()) options.mode = mode_names().at(texts.mode);
+    options.mode = find_channel_mode(texts.mode);
     if (!texts.pcm.empty()) options.pcm = to_pcm_format(texts.pcm);
     for (const std::string &tag : texts.tags) options.tags.push_back(to_tag(tag));
     if (!texts.loudness_gain.empty()) {

@@ -2,23 +2,16 @@
 #pragma once
 
 #include <taglib/mp4coverart.h>
-#include <tavik.h>
 
-#include <array>
 #include <cstdint>
 #include <optional>
 #include <string>
 #include <utility>
 #include <vector>
 
-namespace tavik {
+#include "supported_formats.h"
 
-// How the channels of the output are coded; the values are those of EncoderConfig.channel_mode.
-enum class ChannelMode : uint32_t {
-    mono = TAVIK_MODE_MONO,
-    stereo = TAVIK_MODE_STEREO,
-    two_mono = TAVIK_MODE_TWO_MONO
-};
+namespace tavik {
 
 // What the coded frames are written as.
 enum class Format : uint32_t { m4a, adts, adif, raw_frames };
@@ -54,9 +47,6 @@ constexpr bool is_possible(uint32_t rate, uint32_t channels) {
 
 // Whether the loudness that was measured is evened out, and whose: that of each file, or of all files of its directory.
 enum class LoudnessGain : uint32_t { none, track, album };
-
-// The sampling rates that can be encoded, in Hz, ascending.
-inline constexpr std::array<uint32_t, 9> supported_rates{8000, 11025, 12000, 16000, 22050, 24000, 32000, 44100, 48000};
 
 // The command line, checked as far as that is possible without looking at the inputs.
 struct Options {

@@ -20,13 +20,8 @@ namespace {
 // Keeps the keys in the order in which they are set.
 using Json = nlohmann::ordered_json;
 
-// As on the command line.
-const char *mode_name(uint32_t channel_mode) {
-    switch (channel_mode) {
-        case TAVIK_MODE_MONO: return "mono";
-        case TAVIK_MODE_STEREO: return "stereo";
-        default: return "two-mono";
-    }
+const char *mode_name(const EncoderConfig &config) {
+    return channel_mode_name(static_cast<ChannelMode>(config.channel_mode));
 }
 
 std::string names_text(const Job &job) { return input_name(job.input) + " -> " + output_name(job.output); }
@@ -121,7 +116,7 @@ std::vector<std::string> encoded_text(const Job &job, const EncodedFile &file, b
     const EncoderConfig &config = file.config;
     std::string line = fmt::format("{}: {}, ", names_text(job), clock_text(std::max(1.0, std::round(file.duration()))));
     if (file.track.count > 1) line += fmt::format("track {}/{}, ", file.track.number, file.track.count);
-    line += fmt::format("{} {:g} kHz, {:.0f} kbit/s, {}, {}", mode_name(config.channel_mode), config.sample_rate / 1e3,
+    line += fmt::format("{} {:g} kHz, {:.0f} kbit/s, {}, {}", mode_name(config), config.sample_rate / 1e3,
                         file.mean_bit_rate() / 1e3, size_text(file.bytes), speed_text(file.duration(), file.elapsed));
     if (file.verified) line += ", verified";
     std::vector<std::string> lines{line};
@@ -153,7 +148,7 @@ std::string encoded_json(const Job &job, const EncodedFile &file) {
     json["format"] = names_of(file.format).option;
     json["sample_rate"] = config.sample_rate;
     json["channels"] = channel_count(config);
-    json["mode"] = mode_name(config.channel_mode);
+    json["mode"] = mode_name(config);
     json["bit_rate"] = config.bit_rate * channel_count(config);
     json["bit_rate_per_channel"] = config.bit_rate;
     json["constant_rate"] = config.constant_rate != 0;
