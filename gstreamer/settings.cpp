@@ -1,4 +1,4 @@
-// Enumerations are registered with GObject by the names that gst-launch-1.0 takes.
+// The last name in each GEnumValue is the one that gst-launch-1.0 accepts.
 #include "settings.h"
 
 #include <type_traits>
@@ -16,7 +16,7 @@ constexpr auto number(Enum value) {
     return static_cast<std::underlying_type_t<Enum>>(value);
 }
 
-// Registers once; `values` ends with an entry of zeros and lives as long as the program.
+// To be called once for each type. `values` ends with an entry of zeros and must stay valid until the program ends.
 GType register_enumeration(const char *name, const GEnumValue *values) {
     const GType type = g_enum_register_static(name, values);
     gst_type_mark_as_plugin_api(type, static_cast<GstPluginAPIFlags>(0));
@@ -25,14 +25,14 @@ GType register_enumeration(const char *name, const GEnumValue *values) {
 
 GType rate_control_type() {
     static const GEnumValue values[] = {
-        {number(RateControl::variable), "Frame sizes vary with the signal, steered by a bit reservoir", "vbr"},
+        {number(RateControl::variable), "Frame sizes vary with the signal, within a bit reservoir", "vbr"},
         {number(RateControl::constant), "Every frame padded to the same size", "cbr"},
         {}};
     static const GType type = register_enumeration("GstTavikEncRateControl", values);
     return type;
 }
 
-// Numbers of the property channel-mode: 0 is automatic, the modes of the encoder follow.
+// Values of the property channel-mode: 0 is automatic, the encoder's modes follow.
 gint mode_number(std::optional<ChannelMode> mode) { return mode ? 1 + static_cast<gint>(*mode) : 0; }
 
 std::optional<ChannelMode> mode_of_number(gint number) {
@@ -65,20 +65,21 @@ void install_properties(GObjectClass *object_class) {
     };
     install(bit_rate_id,
             g_param_spec_uint("bitrate", "Bit rate",
-                              "Bit/s of all channels: 8000 to 6 x sampling rate per channel (0 = 64000 per "
-                              "channel, in proportion less below 44100 Hz)",
+                              "Bit/s of all channels together: 8000 to 6 x sampling rate per channel (0 = 64000 per "
+                              "channel, below 44100 Hz less in proportion)",
                               0, G_MAXUINT, defaults.bit_rate, flags));
-    install(rate_control_id, g_param_spec_enum("rate-control", "Rate control", "How the bit rate is kept",
+    install(rate_control_id, g_param_spec_enum("rate-control", "Rate control", "Variable or constant bit rate",
                                                rate_control_type(), number(defaults.rate_control), flags));
     install(channel_mode_id, g_param_spec_enum("channel-mode", "Channel mode", "How the channels are coded",
                                                channel_mode_type(), mode_number(defaults.channel_mode), flags));
     install(tns_id, g_param_spec_boolean("tns", "Temporal noise shaping",
-                                         "Keep noise away from before attacks, at bit rates that have bits for it",
+                                         "Reduce pre-echo of attacks, at bit rates that are high enough for it",
                                          defaults.tns ? TRUE : FALSE, flags));
     install(priming_id, g_param_spec_boolean(
                             "priming", "Priming frame",
-                            "Begin with the frame that decoders need to decode the first 1024 samples exactly; where "
-                            "there is no time for it they give 1024 samples more, unless they cut them off",
+                            "Begin with a frame that makes the first 1024 samples decode exactly; if the segment has "
+                            "no room before the first sample, the output is delayed by 1024 samples unless the "
+                            "decoder clips them",
                             defaults.priming ? TRUE : FALSE, flags));
 }
 

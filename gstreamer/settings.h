@@ -1,4 +1,4 @@
-// Properties of the element, and the encoder configuration that follows from them and the negotiated audio format.
+// Properties of the element, and the encoder configuration made from them and the negotiated audio format.
 #pragma once
 
 #include <gst/gst.h>

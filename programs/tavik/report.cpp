@@ -1,4 +1,4 @@
-// The keys of the JSON objects are an interface: scripts depend on them.
+// Keys and values of the JSON objects are an interface: scripts depend on them.
 #include "report.h"
 
 #include <fmt/format.h>
@@ -17,7 +17,7 @@ extern "C" {
 namespace tavik {
 namespace {
 
-// Keeps the keys in the order in which they are set.
+// Keys keep the order in which they are set.
 using Json = nlohmann::ordered_json;
 
 const char *mode_name(const EncoderConfig &config) {
@@ -26,7 +26,7 @@ const char *mode_name(const EncoderConfig &config) {
 
 std::string names_text(const Job &job) { return input_name(job.input) + " -> " + output_name(job.output); }
 
-// In ASCII, with escapes. Bytes that are no UTF-8 are replaced, since JSON has no place for them.
+// In ASCII, with escapes. Bytes that are not valid UTF-8 are replaced, because JSON cannot contain them.
 std::string to_line(const Json &json) { return json.dump(-1, ' ', true, Json::error_handler_t::replace); }
 
 bool is_utf8(const std::string &text) { return Json::parse(to_line(text)) == text; }
@@ -38,7 +38,7 @@ std::string base64(const std::string &bytes) {
     return text.data();
 }
 
-// A name that is no UTF-8 comes a second time, with all its bytes.
+// A name that is not valid UTF-8 is added a second time in Base64, with all its bytes.
 void add_name(Json &json, const std::string &key, const std::string &name) {
     json[key] = name;
     if (!is_utf8(name)) json[key + "_base64"] = base64(name);
@@ -51,7 +51,7 @@ Json event(const char *name, const Job &job) {
     return json;
 }
 
-// Fractions of a second beyond the microsecond are noise.
+// To a whole number of microseconds.
 double rounded(double seconds) { return std::round(seconds * 1e6) / 1e6; }
 
 double speed(double duration, double elapsed) { return elapsed > 0 ? duration / elapsed : 0; }
@@ -62,7 +62,7 @@ void add_replay_gain(Json &json, const char *whose, const std::optional<ReplayGa
     json[std::string(whose) + "_peak"] = rounded(measured->peak);
 }
 
-// What was found in the input beside its samples, and done about it.
+// Facts about the input, and what was done with its time errors and its level.
 void add_source_facts(Json &json, const EncodedFile &file) {
     json["track"] = file.track.number;
     json["tracks"] = file.track.count;
@@ -78,7 +78,7 @@ void add_source_facts(Json &json, const EncodedFile &file) {
     add_replay_gain(json, "album", file.replay_gain.album);
 }
 
-// Two digits at least.
+// With at least two digits.
 std::string short_number(double value) { return fmt::format("{:.{}f}", value, value < 9.95 ? 1 : 0); }
 
 // As a multiple of real time.
