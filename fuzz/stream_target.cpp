@@ -1,6 +1,6 @@
-// Whole streams: configurations, samples and the order of calls are drawn from the input. A context that is initialised
-// again and again runs beside fresh ones; every call is checked against the protocol, every frame by the strict reader
-// and by an independent decoder.
+// Whole streams: configurations, samples and the order of calls are drawn from the input. A reused context is compared
+// with fresh ones. Every call is checked against the protocol, every frame by the strict reader and by an independent
+// decoder.
 #include <algorithm>
 #include <optional>
 #include <vector>
@@ -19,14 +19,14 @@ namespace {
 
 using namespace tavik_test;
 
-constexpr unsigned most_calls = 96;  // of one input
+constexpr unsigned max_calls = 96;  // per input
 
 struct DrawnConfig {
     EncoderConfig config;
-    std::int32_t status;  // that TAVIK_Init must give
+    std::int32_t status;  // expected from TAVIK_Init
 };
 
-// One field in error now and then.
+// Draws a configuration, one in sixteen with an invalid field.
 DrawnConfig draw_config(InputBytes &input) {
     EncoderConfig config = draw_valid_config(input);
     if (input.byte() < 0xf0) return {config, TAVIK_OK};
@@ -46,14 +46,14 @@ DrawnConfig draw_config(InputBytes &input) {
     }
 }
 
-// What inputs share: costly to make, and renewed for each input.
+// Objects that are expensive to create: all inputs share them, and each input resets them.
 struct Equipment {
-    CheckedEncoder encoder;                  // initialised again for every stream of an input
-    CheckedEncoder twin{Flush::with_start};  // fresh for every stream
+    CheckedEncoder encoder;                  // one context for all streams of an input
+    CheckedEncoder twin{Flush::with_start};  // a fresh context for every stream
     ReferenceDecoder decoder;
 };
 
-// One stream from its initialisation on.
+// One stream, starting with its initialisation.
 class Stream {
  public:
     Stream(Equipment &equipment, const EncoderConfig &config, bool has_twin, Outcome &outcome)
@@ -66,7 +66,7 @@ class Stream {
     void call(std::span<const std::int16_t> pcm, std::uint32_t told) {
         const auto frame = equipment_.encoder.encode(pcm, told);
         require(!has_twin_ || std::ranges::equal(frame, equipment_.twin.encode(pcm, told)),
-                "a context used before and a fresh one give different frames");
+                "a reused context and a fresh one give different frames");
         const bool is_over = told == 0 && frame.empty() && equipment_.encoder.status() == TAVIK_STATUS_END_OF_STREAM;
         if (!is_over) sound_.take_input(pcm);
         if (frame.empty()) return;
@@ -84,7 +84,7 @@ class Stream {
     Outcome &outcome_;
 };
 
-// Streams one after the other, each left where it is or brought to its end, as the input says.
+// Runs streams one after the other; the input decides whether each is abandoned or completed.
 class Script {
  public:
     Script(InputBytes &input, Equipment &equipment, Outcome &outcome)
@@ -125,7 +125,7 @@ class Script {
 
     void give_samples(Stream &stream, unsigned channels, unsigned calls) {
         Synthesiser left(input_);
-        std::optional<Synthesiser> right;  // a signal of its own for the second channel
+        std::optional<Synthesiser> right;  // an independent signal for the second channel
         if (channels == 2 && input_.below(4) == 0) right.emplace(input_);
         const std::uint8_t choice = input_.byte();
         std::uint32_t told = TAVIK_FRAME_LENGTH;
@@ -142,7 +142,7 @@ class Script {
     InputBytes &input_;
     Equipment &equipment_;
     Outcome &outcome_;
-    unsigned calls_left_ = most_calls;
+    unsigned calls_left_ = max_calls;
 };
 
 }  // namespace
