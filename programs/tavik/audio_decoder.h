@@ -112,7 +112,7 @@ class AudioDecoder {
     FfmpegHandle<AVFrame> silence_;
     int stream_index_ = -1;
     Timeline timeline_{0, false};
-    std::optional<double> file_start_;        // start of the file in time stamps of the stream, seconds
+    std::optional<double> file_start_;        // time stamp of the start of the file in seconds
     double late_start_ = 0;                   // seconds from the start of the file to the start of the audio
     bool has_frame_ = false;                  // frame_ has not been returned yet
     bool has_next_frame_ = false;             // next_frame_ has been decoded ahead

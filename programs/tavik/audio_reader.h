@@ -30,7 +30,7 @@ class AudioReader {
     void set_output(AudioFormat format, double gain_db);
 
     // Fills `block` and returns the number of samples per channel, fewer than fit only at the end of the file. Decodes
-    // no more than needed, so that a live input is not waited for without need.
+    // no more than needed, so that it does not wait for live input unnecessarily.
     size_t read(std::span<int16_t> block);
 
     const AudioDecoder &decoder() const { return decoder_; }

@@ -41,7 +41,7 @@ constexpr size_t help_column = 26;  // where descriptions start; 54 columns are 
 
 constexpr unsigned max_jobs = 256;
 constexpr unsigned max_tracks = 1000;
-constexpr double max_gain_db = 60;  // dB
+constexpr double max_gain_db = 60;
 
 // Shows only the name of an option's value, not its range or the options that it excludes.
 class HelpFormatter : public CLI::Formatter {

@@ -35,8 +35,8 @@ class OutputFile {
     // What to do if the file exists. When it is replaced, permissions are kept and symbolic links stay links.
     enum class Existing { refuse, replace };
 
-    // The file before commit(). Hidden: it has no name. Visible: it can be read under the name with ".unfinished"
-    // before the extension, and stays there if the program fails; an existing one is never replaced.
+    // The file before commit(). Hidden: it has no name or a temporary one. Visible: it can be read under the name with
+    // ".unfinished" before the extension, and stays there if the program fails; an existing one is never replaced.
     enum class Draft { hidden, visible };
 
     // Whether the path is written directly: it is standard output or an existing file that is not a regular one.
