@@ -24,7 +24,7 @@ constexpr const char *description =
 
 constexpr const char *footer =
     "Examples:\n"
-    "  tavik song.flac                           song.m4a beside it, 128 kbit/s\n"
+    "  tavik song.flac                           song.m4a next to it, 128 kbit/s\n"
     "  tavik film.mkv -o film.aac -b 192k        an ADTS stream of its audio\n"
     "  tavik talk.wav --mode mono -b 40k --cbr   mono, constant rate\n"
     "  tavik music/ -o encoded/ --update         a folder; later only what is new\n"
@@ -154,7 +154,7 @@ void add_input_options(CLI::App &app, Options &options, ArgumentTexts &texts) {
 void add_output_options(CLI::App &app, Options &options) {
     const std::string group = "Output";
     app.add_option("-o,--output", options.output,
-                   "File, or directory for several; - is standard output\n[beside each input]")
+                   "File, or directory for several; - is standard output\n[next to each input]")
         ->option_text("PATH")
         ->check(check_file_name)
         ->group(group);

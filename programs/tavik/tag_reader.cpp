@@ -300,7 +300,7 @@ void read_dictionary(const AVDictionary *dictionary, Tags &tags) {
             continue;
         }
         const String name = field_name(key);
-        if (name == "LANGUAGE") continue;  // of the audio track, which has a place of its own
+        if (name == "LANGUAGE") continue;  // the language of the audio track is kept elsewhere
         if (!tags.fields.contains(name)) tags.fields.insert(name, text_of(entry->value));
     }
 }

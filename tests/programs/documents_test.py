@@ -34,9 +34,9 @@ def fish(line):
 def zsh(line):
     """Parses the arguments of zsh's function _arguments: OPTION[text]:message:(values)."""
     lines = run("zsh", "-f", "-c", '_arguments() { print -l -- "$@" }; source ./_tavik')
-    told = dict(re.findall(r"(?m)^(?:\(.*?\)|\*)?(-[\w-]+)[+=]?\[.*?\](?::.*:\((.*)\))?", "\n".join(lines)))
+    found = dict(re.findall(r"(?m)^(?:\(.*?\)|\*)?(-[\w-]+)[+=]?\[.*?\](?::.*:\((.*)\))?", "\n".join(lines)))
     _, option, *value = line.split(" ")
-    return set(told[option].split()) if value else set(told)
+    return set(found[option].split()) if value else set(found)
 
 
 @pytest.fixture(scope="module")

@@ -51,16 +51,16 @@ def table():
         values = [f"{field} ä"] + ["second"] * bool(several)
         atom = atom or f"[{field}]"
         atom = f"----:com.apple.iTunes:{atom[1:-1]}" if atom[0] == "[" else atom
-        held = [value.encode() for value in values] if atom[0] == "-" else values
+        stored = [value.encode() for value in values] if atom[0] == "-" else values
         if field in NUMBERS:
-            values, held = [str(NUMBERS[field])], [NUMBERS[field]]
+            values, stored = [str(NUMBERS[field])], [NUMBERS[field]]
         elif field in SWITCHES:
-            values, held = ["1"], True
+            values, stored = ["1"], True
         elif field in PAIRS:
-            values, held = ["{}/{}".format(*PAIRS[field])], [PAIRS[field]]
+            values, stored = ["{}/{}".format(*PAIRS[field])], [PAIRS[field]]
         elif "DATE" in field:
-            values, held = ["1999-12-31"], [b"1999-12-31" if atom[0] == "-" else "1999-12-31"]
-        yield field, atom, frame, values, held
+            values, stored = ["1999-12-31"], [b"1999-12-31" if atom[0] == "-" else "1999-12-31"]
+        yield field, atom, frame, values, stored
 
 
 def make(name, *options):
@@ -96,12 +96,12 @@ def add_frame(tags, field, frame, values):
 def test_every_field_that_taglib_knows(tavik, kind, piped):
     file = make(f"in.{kind}")
     expected = {}
-    for field, atom, frame, values, held in table():
+    for field, atom, frame, values, stored in table():
         if kind == "mp3":
             add_frame(file.tags, field, frame, values)
         else:
-            file.tags[atom if kind == "m4a" else field] = held if kind == "m4a" else values
-        expected[atom] = held
+            file.tags[atom if kind == "m4a" else field] = stored if kind == "m4a" else values
+        expected[atom] = stored
     file.save()
     tavik.encode(f"in.{kind}", "-q", "-o", "-" if piped else "x.m4a", within='"$@" >x.m4a' if piped else None)
     assert read() == expected
@@ -171,7 +171,7 @@ def test_tags_that_are_changed_or_cannot_be_kept(tavik, kind, tags, arguments, e
     event = encoded(tavik, f"in.{kind}", "-o", "x.m4a", *arguments)
     assert read() == expected
     assert len(event["warnings"]) == len(warnings)
-    assert all(told.startswith(warning) for told, warning in zip(event["warnings"], warnings))
+    assert all(actual.startswith(warning) for actual, warning in zip(event["warnings"], warnings))
     assert all(name in str(event["warnings"]) for name in event["not_kept"])
 
 
