@@ -1,6 +1,5 @@
 // From spectra to a frame: scale-factor estimation, rate loop, channel streams, elements and fill. The spectra include
-// those that a filter bank cannot produce, with any bit targets and starting points. The strict reader reads every
-// frame.
+// those that a filter bank cannot produce; bit targets and starting points are arbitrary. The strict reader checks all.
 #include <algorithm>
 #include <array>
 #include <cmath>

@@ -1,6 +1,5 @@
 // Whole streams: configurations, samples and the order of calls are drawn from the input. A reused context is compared
-// with fresh ones. Every call is checked against the protocol, every frame by the strict reader and by an independent
-// decoder.
+// with fresh ones. Calls are checked against the protocol, frames by the strict reader and an independent decoder.
 #include <algorithm>
 #include <optional>
 #include <vector>

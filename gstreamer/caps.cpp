@@ -28,8 +28,7 @@ constexpr StreamFormat adif = {TAVIK_HEADER_ADIF, 2, "adif"};
 using StreamFormats = std::array<StreamFormat, 3>;
 constexpr StreamFormats stream_formats = {raw, adts, adif};  // in order of preference
 
-// Adds the sampling rates and numbers of channels that the encoder supports, the highest rate first as the preferred
-// one.
+// Adds the sampling rates and numbers of channels that the encoder supports. The highest rate is preferred.
 Caps with_rates_and_channels(Caps caps) {
     GValue list = G_VALUE_INIT;
     gst_value_list_init(&list, supported_rates.size());

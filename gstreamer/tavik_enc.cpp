@@ -95,8 +95,7 @@ gboolean sink_event(GstAudioEncoder *base, GstEvent *event) {
     return result;
 }
 
-// Discards samples whose frames downstream has refused. The base class still counts them; only a new segment makes it
-// discard them.
+// Discards samples whose frames downstream has refused. Only a new segment makes the base class discard them too.
 void drop_unsent_samples(GstAudioEncoder *base) {
     if (GST_TAVIK_ENC(base)->stream->unsent_samples == 0) return;
     sink_event(base, gst_event_new_segment(&base->input_segment));

@@ -1,5 +1,4 @@
-// Every error that a library function returns or logs counts as damage. The first one is kept, and decoding continues
-// after it.
+// Errors that a library function returns or logs count as damage. The first one is kept, and decoding continues.
 #include "audio_decoder.h"
 
 extern "C" {
@@ -416,8 +415,7 @@ bool AudioDecoder::is_truncated() const {
     return is_cut_off_ || (declared_seconds_ && timeline_.position() < *declared_seconds_ - tolerance());
 }
 
-// Damage after the last sample, such as a tag of another format, or a consequence of truncation, which is reported by
-// itself.
+// Damage after the last sample, such as a tag of another format, or a consequence of truncation, which is reported.
 bool AudioDecoder::is_ignorable(const Damage &damage) const {
     if (is_truncated() || input_has_ended()) return damage.seconds > seconds() - end_of_file_seconds;
     return declared_seconds_ && damage.seconds >= *declared_seconds_ - tolerance();

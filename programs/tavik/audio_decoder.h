@@ -52,8 +52,7 @@ class AudioDecoder {
     std::optional<double> duration() const;
     double seconds() const { return timeline_.position() - start(); }
 
-    // Time from the start of the file to the start of the audio, if no silence has been inserted for it; in samples at
-    // `rate` Hz.
+    // Samples at `rate` Hz from the start of the file to that of the audio; 0 if silence has been inserted for them.
     int64_t start_samples(uint32_t rate) const { return std::llround(start() * rate); }
 
     // After the end: describes the first damage, or how much is missing at the end.

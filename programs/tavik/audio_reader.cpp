@@ -68,8 +68,7 @@ bool AudioReader::is_as_wanted(const AVFrame &frame) const {
            frame.ch_layout.nb_channels == static_cast<int>(output_.channels) && !level_.has_gain();
 }
 
-// Appends `count` samples per channel to the FIFO. av_audio_fifo_write() only reads them, although its parameter is not
-// const.
+// Appends `count` samples per channel to the FIFO. av_audio_fifo_write() only reads them, but its type is not const.
 void AudioReader::store(void *samples, int count) {
     const int result = av_audio_fifo_write(fifo_.get(), &samples, count);
     if (result < 0) throw std::bad_alloc();

@@ -1,5 +1,4 @@
-// Worker threads take the next job from one list. What is printed about a file does not depend on the number of
-// threads.
+// Worker threads take the next job from one list. Reports about a file do not depend on the number of threads.
 #include "batch.h"
 
 #include <algorithm>
@@ -87,7 +86,7 @@ class Batch {
         }
     }
 
-    // Measures all files before any is encoded: the loudness of an album needs all files of its directory, including
+    // Measures all files before any is encoded: the loudness of an album needs all files of its directory, even
     // skipped ones.
     void measure() {
         std::vector<LoudnessState> states(jobs_.size());

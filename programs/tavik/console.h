@@ -7,8 +7,7 @@
 
 namespace tavik {
 
-// Prints whole lines, also when several threads print. Control characters in them, such as a line break in a file name,
-// become '?'.
+// Prints whole lines, also from several threads. Control characters, such as a line break in a file name, become '?'.
 class Console {
  public:
     // Results go to standard error when standard output carries the audio.

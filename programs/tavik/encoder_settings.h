@@ -8,8 +8,7 @@
 
 namespace tavik {
 
-// Sampling rate for encoding a source of `source_rate` Hz: the same if supported, else the next higher one, at most
-// 48000.
+// Sampling rate for a source of `source_rate` Hz: the same if it is supported, else the next higher one, at most 48000.
 uint32_t choose_rate(uint32_t source_rate);
 
 // Configures the encoder for a source. Throws ProgramError with ExitCode::usage when the bit rate is not valid.

@@ -66,9 +66,8 @@ std::string key_of(const std::string &path) {
     return error ? path : canonical.string();
 }
 
-// Handles files that were found in directories and may be outputs. M4A files that an earlier run has made from another
-// input of this run are removed from the list, so that they may be replaced. Files that would be their own output are
-// skipped.
+// Handles files that were found in directories and may be outputs. M4A files that an earlier run made from another
+// input are removed from the list, so that they can be replaced. A file that would be its own output is skipped.
 void skip_own_outputs(std::vector<Job> &jobs) {
     const std::string m4a_extension = names_of(Format::m4a).extension;
     const auto is_m4a = [&](const Job &job) { return lower_case_extension(job.input) == m4a_extension; };

@@ -16,8 +16,7 @@ class Level {
  public:
     explicit Level(double gain_db = 0) : gain_db_(gain_db), factor_(static_cast<float>(to_factor(gain_db))) {}
 
-    // Converts samples with full scale 1 into the first in.size() elements of `out`. Samples above full scale are
-    // clipped.
+    // Converts samples with full scale 1 into the first in.size() elements of `out`, with clipping.
     void to_16_bits(std::span<const float> in, std::span<int16_t> out);
 
     bool has_gain() const { return factor_ != 1; }

@@ -34,8 +34,7 @@ class Mp4Muxer {
     Mp4Muxer &operator=(const Mp4Muxer &) = delete;
     ~Mp4Muxer() = default;
 
-    // `samples`: input samples per channel so far. In the end it is the length to play, without the padding of the last
-    // frame.
+    // `samples`: input samples per channel so far; in the last call the length to play, without the final padding.
     void write(std::span<const uint8_t> frame, uint64_t samples);
 
     // Completes the file.

@@ -44,8 +44,7 @@ constexpr bool is_valid_pcm(uint32_t rate, uint32_t channels) {
     return rate > 0 && rate <= max_rate && channels > 0 && channels <= max_channels;
 }
 
-// The measured loudness from which a gain is computed and applied: none, that of the file, or that of all files of its
-// directory.
+// The loudness that determines the applied gain: none, that of the file, or that of all files of its directory.
 enum class LoudnessGain : uint32_t { none, track, album };
 
 // The parsed command line. What does not depend on the inputs has been checked.

@@ -53,8 +53,7 @@ std::filesystem::path draft_path(std::filesystem::path path) {
     return path += ".unfinished" + extension.string();
 }
 
-// renameat() that fails with EEXIST if the new name exists. If the file system cannot do this in one step, the name is
-// tested before.
+// renameat() that fails with EEXIST if the new name exists. If the file system cannot do this, it tests first.
 int rename_to_new(int directory, const char *from, const char *to) {
     if (::renameat2(directory, from, directory, to, RENAME_NOREPLACE) == 0) return 0;
     if (errno != EINVAL && errno != ENOSYS) return -1;

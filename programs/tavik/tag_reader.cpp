@@ -137,8 +137,7 @@ void read(const TagLib::List<TagLib::FLAC::Picture *> &pictures, Tags &tags) {
     }
 }
 
-// Vorbis comments, APE tags (whose binary items are not fields) and ID3v1. A template, because TagLib's properties() is
-// not virtual.
+// Vorbis comments, APE tags, whose binary items are not fields, and ID3v1. TagLib's properties() is not virtual.
 template <typename Tag>
 void read(Tag *tag, Tags &tags) {
     if (tag == nullptr) return;

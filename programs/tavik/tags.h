@@ -34,13 +34,11 @@ struct Tags {
     void note_not_kept(const std::string &name);
 };
 
-// To be locked while TagLib converts tags to fields or back: it fills its tables of names on first use, which is not
-// thread-safe.
+// To be locked while TagLib converts tags to fields or back: it fills tables of names on first use without locking.
 std::mutex &taglib_mutex();
 
-// The tags and pictures of a source, changed as the options ask. Tags about the source file itself are left out. gain:
-// dB that are applied to the audio, by which ReplayGain is corrected. Does not fail: tags that cannot be read are left
-// out.
+// The tags and pictures of a source, changed as the options ask, without tags about the source file itself. gain: dB
+// applied to the audio, by which ReplayGain is corrected. Does not fail: tags that cannot be read are left out.
 Tags read_tags(const AudioDecoder &source, const Options &options, double gain);
 
 // Sets ReplayGain to measured values, if there are any.

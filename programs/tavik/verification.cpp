@@ -149,8 +149,7 @@ void compare(const Decoded &decoded, const EncodedFile &expected, std::span<cons
         require_samples(decoded.samples, expected.frames * TAVIK_FRAME_LENGTH);
         return;
     }
-    // libavformat removes the priming samples, unless an edit delays the start. Padding at the end is removed in some
-    // versions only.
+    // libavformat removes the priming samples, unless an edit delays the start; some versions remove padding, too.
     const uint64_t lead = std::min<uint64_t>(expected.start, TAVIK_FRAME_LENGTH);
     require_samples(static_cast<uint64_t>(decoded.declared_samples), expected.samples + lead);
     const uint64_t padded = (expected.frames - 1) * TAVIK_FRAME_LENGTH;
