@@ -1,5 +1,5 @@
-# What `cmake --install` puts where; the program's files are in programs/tavik, the plug-in in gstreamer. Components:
-# runtime, development, tools, gstreamer.
+# Install rules for the library and its documents. Those of the program are in programs/tavik, those of the plug-in in
+# gstreamer. Components: runtime, development, tools, gstreamer.
 include(CMakePackageConfigHelpers)
 
 install(TARGETS tavik EXPORT tavik LIBRARY COMPONENT runtime NAMELINK_COMPONENT development)
@@ -17,11 +17,11 @@ write_basic_package_version_file(tavik-config-version.cmake COMPATIBILITY SameMa
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/tavik-config-version.cmake DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/tavik
         COMPONENT development)
 
-# Relative, so that the tree can be moved. A distribution gives its absolute prefix, whose directories pkg-config leaves
-# out where compilers look anyway.
+# The prefix is relative to the .pc file, so that the tree can be moved. Distributions set an absolute one, so that
+# pkg-config can omit directories that compilers search by default.
 if(NOT TAVIK_PKG_CONFIG_PREFIX)
     if(IS_ABSOLUTE "${CMAKE_INSTALL_LIBDIR}" OR IS_ABSOLUTE "${CMAKE_INSTALL_INCLUDEDIR}")
-        message(FATAL_ERROR "CMAKE_INSTALL_LIBDIR and CMAKE_INSTALL_INCLUDEDIR have to be relative to the prefix")
+        message(FATAL_ERROR "CMAKE_INSTALL_LIBDIR and CMAKE_INSTALL_INCLUDEDIR must be relative to the prefix")
     endif()
     file(RELATIVE_PATH prefix_from_pc_file /usr/${CMAKE_INSTALL_LIBDIR}/pkgconfig /usr)
     set(TAVIK_PKG_CONFIG_PREFIX \${pcfiledir}/${prefix_from_pc_file})
@@ -30,7 +30,7 @@ configure_file(${CMAKE_CURRENT_LIST_DIR}/tavik.pc.in tavik.pc @ONLY)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/tavik.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig
         COMPONENT development)
 
-# In the README's layout, so that links between documents lead somewhere.
+# The layout of the source tree is kept, so that links between documents work.
 install(FILES ${PROJECT_SOURCE_DIR}/README.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT development)
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs ${PROJECT_SOURCE_DIR}/examples DESTINATION ${CMAKE_INSTALL_DOCDIR}
         COMPONENT development FILES_MATCHING PATTERN *.md PATTERN *.c)

@@ -17,7 +17,7 @@ int main(void) {
     int16_t pcm[TAVIK_FRAME_LENGTH * CHANNELS];
     uint8_t frame[TAVIK_MAX_FRAME_BYTES];
     do {
-        /* 0 samples at the end of the input: the encoder then delivers what it still holds. */
+        /* At the end of the input there are 0 samples: the encoder then returns its remaining frames. */
         uint32_t samples = (uint32_t)fread(pcm, sizeof(int16_t) * CHANNELS, TAVIK_FRAME_LENGTH, stdin);
         uint32_t bytes = 0;
         TAVIK_Encode(&encoder, pcm, &samples, frame, &bytes);

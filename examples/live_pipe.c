@@ -1,12 +1,12 @@
 /* Live encoding in a pipe: raw PCM on standard input (16 bits, native byte order, interleaved) to AAC with ADTS headers
-   on standard output. Input may come in pieces of any size; a frame is written the moment it is coded.
+   on standard output. Input may arrive in pieces of any size; each frame is written as soon as it is coded.
 
        arecord -q -t raw -f S16_LE -r 44100 -c 2 | live_pipe | ffmpeg -f aac -i - -c copy -f mpegts udp://224.0.0.9:1234
        arecord -q -t raw -f S16_LE -r 16000 -c 1 | live_pipe 16000 1 24000 >voice.aac
 
    Usage: live_pipe [RATE [CHANNELS [BIT_RATE_PER_CHANNEL]]], by default 44100 2 64000.
-   The end of the input, SIGINT (Ctrl-C) and SIGTERM finish the stream: what has been read is encoded and written. The
-   same signal again ends the program at once. Exit status: 0 done, 1 input or output failed, 2 arguments refused.
+   The end of the input, SIGINT (Ctrl-C) and SIGTERM end the stream: all samples read so far are encoded and written.
+   The same signal again ends the program at once. Exit status: 0 done, 1 input or output failed, 2 arguments refused.
 
    cc live_pipe.c -I include build/release/src/libtavik.a -o live_pipe */
 #include <errno.h>
@@ -22,8 +22,8 @@ enum { max_channels = 2, failed = 1, refused = 2 };
 
 /* ---- End by a signal ---- */
 
-/* Turns standard input into one without data: a read that waits is interrupted, any later one finds the end. Unlike
-   with a flag, there is no moment at which the signal could be missed. */
+/* Replaces standard input by /dev/null: a blocked read is interrupted, and later ones find the end of the input. Unlike
+   with a flag, the signal cannot be missed between a test and a read. */
 static void end_input(int signal_number) {
     (void)signal_number;
     const int saved = errno;
@@ -35,13 +35,13 @@ static void end_input(int signal_number) {
 static bool finish_on_signals(void) {
     struct sigaction action = {.sa_handler = end_input, .sa_flags = (int)SA_RESETHAND};
     if (sigaction(SIGINT, &action, NULL) != 0 || sigaction(SIGTERM, &action, NULL) != 0) return false;
-    action.sa_handler = SIG_IGN; /* a closed pipe is an error of write */
+    action.sa_handler = SIG_IGN; /* write() reports a closed pipe */
     return sigaction(SIGPIPE, &action, NULL) == 0;
 }
 
 /* ---- Input and output ---- */
 
-/* Reads until `size` bytes are there or the input ends. Returns their number, -1 on an error. */
+/* Reads `size` bytes, fewer only at the end of the input. Returns their number, or -1 on an error. */
 static ssize_t read_fully(void *data, size_t size) {
     size_t filled = 0;
     while (filled < size) {
@@ -72,7 +72,7 @@ static int fail(const char *what) {
 
 /* ---- Configuration ---- */
 
-/* The argument as a number; 0, which no setting may be, for anything else. */
+/* The argument as a number; 0, which is not valid for any setting, if it is not a number. */
 static uint32_t number(int argc, char **argv, int index, uint32_t by_default) {
     if (index >= argc) return by_default;
     char *end = NULL;
@@ -113,7 +113,7 @@ int main(int argc, char **argv) {
     do {
         const ssize_t got = ended ? 0 : read_fully(pcm, sample_bytes * TAVIK_FRAME_LENGTH);
         if (got < 0) return fail("live_pipe: input");
-        uint32_t samples = (uint32_t)((size_t)got / sample_bytes); /* 0 lets the encoder deliver what it still holds */
+        uint32_t samples = (uint32_t)((size_t)got / sample_bytes); /* 0 makes the encoder return its remaining frames */
         uint32_t bytes = 0;
         ended = samples < TAVIK_FRAME_LENGTH;
         TAVIK_Encode(&encoder, pcm, &samples, frame, &bytes);

@@ -1,4 +1,4 @@
-// Any valid configuration.
+// Draws a random valid configuration.
 #pragma once
 
 #include <iterator>

@@ -1,5 +1,5 @@
-// From spectra to a frame: scale-factor estimation, rate loop, channel streams, elements and fill, with spectra that no
-// filter bank would make and with any bit targets and starting points. Every frame is read back by the strict reader.
+// From spectra to a frame: scale-factor estimation, rate loop, channel streams, elements and fill. The spectra include
+// those that a filter bank cannot produce; bit targets and starting points are arbitrary. The strict reader checks all.
 #include <algorithm>
 #include <array>
 #include <cmath>
@@ -21,7 +21,7 @@ using namespace tavik;
 using tavik_test::GuardedArray;
 using tavik_test::require;
 
-// Values of magnitude `limit` at most, which a few bytes steer.
+// Draws values of magnitude `limit` at most, controlled by a few bytes.
 void draw_values(InputBytes &input, std::span<i32> values, u32 limit) {
     tavik_test::ValuePattern pattern{};
     pattern.kind = static_cast<tavik_test::ValuePattern::Kind>(input.below(tavik_test::ValuePattern::count));
@@ -31,7 +31,7 @@ void draw_values(InputBytes &input, std::span<i32> values, u32 limit) {
     fill_values(values, pattern);
 }
 
-// Some frames of a signal, so that the context holds a layout with long or short blocks, TNS and mid/side flags.
+// Encodes some frames of a signal, so that the context has long or short blocks, TNS and mid/side flags.
 void prepare(InputBytes &input, const EncoderConfig &config, EncoderContext &context) {
     require(TAVIK_Init(&context, &config) == 0, "TAVIK_Init");
     Synthesiser signal(input);
@@ -61,9 +61,9 @@ void check_channel(const CodingBlock &block, const tavik_test::ChannelStream &st
             counted, " bits of silence");
 }
 
-// A line is quantized as q = (8 |x| / 2^((scale factor - 100) / 4))^(3/4), to the nearest but for the encoder's choice
-// of rounding, its powers (8 |x|)^(3/4), which are whole numbers below the exact ones, its table of powers, and its
-// gains, which are multiples of 2^-20; with the sign of x.
+// Checks that a line is quantized as q = (8 |x| / 2^((scale factor - 100) / 4))^(3/4), rounded, with the sign of x. The
+// tolerance allows for the encoder's rounding rule, its table of powers (8 |x|)^(3/4), which are truncated to integers,
+// and its gains, which are multiples of 2^-20.
 void check_line(int q, i32 x, int scale_factor) {
     const double magnitude = std::min(std::abs(static_cast<double>(x)), 8388607.0);
     const double gain = std::exp2((100 - scale_factor) * 3 / 16.0);
@@ -89,7 +89,7 @@ void check_lines(const tavik_test::ChannelStream &stream, std::span<const i32> s
     }
 }
 
-// A frame's arrays, as the stage functions take them.
+// The arrays that the stage functions need for a frame.
 struct Arrays {
     GuardedArray<EncoderContext> context{1};
     GuardedArray<std::uint8_t> output{TAVIK_MAX_FRAME_BYTES};
@@ -104,7 +104,7 @@ struct Arrays {
     }
 };
 
-// Spectra of the input's own, their scale factors, and any budget.
+// Replaces the spectra and the bit budget by drawn ones, and computes the scale factors.
 void replace_spectra(InputBytes &input, EncoderState &state) {
     CodingBlock &block = state.coding;
     for (u32 channel = 0; channel < block.num_channels; ++channel) {
@@ -120,7 +120,7 @@ void replace_spectra(InputBytes &input, EncoderState &state) {
     }
 }
 
-// A raw data block from the functions below TAVIK_WriteBitstream. Returns its bits.
+// Writes a raw data block with the functions that TAVIK_WriteBitstream calls. Returns its number of bits.
 u32 write_by_elements(InputBytes &input, Arrays &arrays) {
     EncoderState &state = arrays.state();
     std::uint8_t *output = arrays.output.data();

@@ -1,4 +1,4 @@
-// A fuzz target as a libFuzzer program. Tells at its end how much the library had to do.
+// A fuzz target as a libFuzzer program. At the end it prints the numbers of inputs and frames.
 #include <cinttypes>
 #include <cstdio>
 #include <cstdlib>

@@ -1,4 +1,4 @@
-// Draws choices from the bytes of a fuzzer's input. Beyond their end everything is 0.
+// Draws choices from the bytes of a fuzzer's input. After their end, everything is 0.
 #pragma once
 
 #include <cstddef>
@@ -33,7 +33,7 @@ class InputBytes {
     // A number below `limit`, which is at most 65536.
     std::uint32_t below(std::uint32_t limit) { return (limit <= 256 ? byte() : word()) % limit; }
 
-    // A number from `low` to `high`; each end is as likely as one in sixteen.
+    // A number from `low` to `high`; each end has a probability of at least 1/16.
     std::uint32_t between(std::uint32_t low, std::uint32_t high) {
         const std::uint8_t choice = byte();
         if (choice < 16) return low;

@@ -1,5 +1,5 @@
-// Runs every input of a corpus, and some random ones, through a fuzz target and compares a digest of all that the
-// library put out with the one on record: no input may be a finding, and every build must put out the same.
+// Runs every input of a corpus, and some random ones, through a fuzz target. No check may fail, and the digest of all
+// output must be the recorded one, because every build must produce the same output.
 // Usage: replay CORPUS_DIRECTORY DIGEST_FILE
 #include <cinttypes>
 #include <cstdio>
@@ -42,9 +42,9 @@ class Replay {
         }
     }
 
-    // Whether all is well.
+    // Prints the result; returns whether it is as expected.
     bool report(std::uint64_t expected_digest) const {
-        std::printf("%zu inputs, %" PRIu64 " frames, digest %016" PRIx64 " (on record: %016" PRIx64 "), %zu findings\n",
+        std::printf("%zu inputs, %" PRIu64 " frames, digest %016" PRIx64 " (expected: %016" PRIx64 "), %zu findings\n",
                     inputs_, frames_, output_.value(), expected_digest, findings_);
         return inputs_ > 0 && findings_ == 0 && output_.value() == expected_digest;
     }

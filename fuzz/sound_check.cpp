@@ -17,8 +17,8 @@ double energy(std::span<const float> samples) {
     return std::inner_product(samples.begin(), samples.end(), samples.begin(), 0.0);
 }
 
-// By how much the decoder's filter may multiply the energy of an error. One that cancels a spectrum all but exactly, as
-// that of a single click in silence, has a gain without bound.
+// Factor by which the decoder's filter may multiply the energy of an error. It is unbounded: it becomes huge for
+// filters that predict a spectrum almost exactly, such as that of a single click in silence.
 double tns_gain(const tavik_test::ChannelStream &channel) {
     double gain = 1;
     for (const int coef : channel.tns_coef) {
@@ -46,7 +46,7 @@ void SoundCheck::take_input(std::span<const std::int16_t> pcm) {
     }
 }
 
-// The noise of a pair's channel may come from the other one.
+// With mid/side coding, noise in one channel of a pair may come from the other one.
 double SoundCheck::energy_around(std::size_t channel) const {
     double sum = 0;
     for (std::size_t c = 0; c < frames_.size(); ++c) {
@@ -69,7 +69,7 @@ void SoundCheck::check(const tavik_test::Frame &frame, const tavik_test::Decoded
             error += difference * difference;
         }
         const double around = energy_around(channel);
-        constexpr double steps = 2;  // that a sample may be off in near silence, before the decoder's filter
+        constexpr double steps = 2;  // error of a sample in near silence, before the decoder's filter
         constexpr double floor = steps * steps * harmless_gain * TAVIK_FRAME_LENGTH;
         tavik_test::require(error <= around / 16 + floor, "channel ", channel, " decodes with an error of energy ",
                             error, " in a signal of ", around);

@@ -1,4 +1,4 @@
-// Whether what comes out of a decoder sounds like what went into the encoder.
+// Checks that decoded samples are similar to the samples that were encoded.
 #pragma once
 
 #include <array>
@@ -12,17 +12,17 @@
 
 namespace tavik_fuzz {
 
-// Follows one stream: the samples of its calls, and the frames that a decoder makes of it.
+// Compares the input of one stream with the decoded frames.
 class SoundCheck {
  public:
     explicit SoundCheck(const EncoderConfig &config);
 
-    // The interleaved samples of a call; none for one that moved silence in.
+    // To be called with the interleaved samples of each call; with none if the call encoded silence.
     void take_input(std::span<const std::int16_t> pcm);
 
-    // The decoded samples of the frame that the same call gave. At rates without a low-pass and with bits enough for
-    // every band, their error must be small against the signal that both blocks under them code, unless a filter of
-    // temporal noise shaping blows it up. Throws std::runtime_error.
+    // Checks the decoded samples of the frame from the same call. At rates without a low-pass and with enough bits for
+    // every band, their error must be small compared with the signal in the two blocks that overlap there, unless a
+    // filter of temporal noise shaping amplifies it. Throws std::runtime_error.
     void check(const tavik_test::Frame &frame, const tavik_test::DecodedFrame &decoded);
 
  private:
@@ -32,10 +32,10 @@ class SoundCheck {
 
     bool is_exact_enough_;
     bool is_pair_;
-    // Per channel the frames in the encoder, from the newest: lookahead, newer and older half of the block just coded,
-    // and the frame before that.
+    // Last four frames of input per channel, newest first: lookahead, second and first half of the block that was coded
+    // last, and the frame before.
     std::vector<std::array<Samples, 4>> frames_;
-    bool was_checkable_ = false;  // the block before, whose second half lies under the samples too
+    bool was_checkable_ = false;  // of the previous block, whose second half overlaps the samples too
 };
 
 }  // namespace tavik_fuzz

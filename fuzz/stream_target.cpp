@@ -1,6 +1,5 @@
-// Whole streams: configurations, samples and the order of calls are drawn from the input. A context that is initialised
-// again and again runs beside fresh ones; every call is checked against the protocol, every frame by the strict reader
-// and by an independent decoder.
+// Whole streams: configurations, samples and the order of calls are drawn from the input. A reused context is compared
+// with fresh ones. Calls are checked against the protocol, frames by the strict reader and an independent decoder.
 #include <algorithm>
 #include <optional>
 #include <vector>
@@ -19,14 +18,14 @@ namespace {
 
 using namespace tavik_test;
 
-constexpr unsigned most_calls = 96;  // of one input
+constexpr unsigned max_calls = 96;  // per input
 
 struct DrawnConfig {
     EncoderConfig config;
-    std::int32_t status;  // that TAVIK_Init must give
+    std::int32_t status;  // expected from TAVIK_Init
 };
 
-// One field in error now and then.
+// Draws a configuration, one in sixteen with an invalid field.
 DrawnConfig draw_config(InputBytes &input) {
     EncoderConfig config = draw_valid_config(input);
     if (input.byte() < 0xf0) return {config, TAVIK_OK};
@@ -46,54 +45,54 @@ DrawnConfig draw_config(InputBytes &input) {
     }
 }
 
-// What inputs share: costly to make, and renewed for each input.
-struct Equipment {
-    CheckedEncoder encoder;                  // initialised again for every stream of an input
-    CheckedEncoder twin{Flush::with_start};  // fresh for every stream
+// Objects that are expensive to create: all inputs share them, and each input resets them.
+struct SharedObjects {
+    CheckedEncoder encoder;                   // one context for all streams of an input
+    CheckedEncoder fresh{Flush::with_start};  // a fresh context for every stream
     ReferenceDecoder decoder;
 };
 
-// One stream from its initialisation on.
+// One stream, starting with its initialisation.
 class Stream {
  public:
-    Stream(Equipment &equipment, const EncoderConfig &config, bool has_twin, Outcome &outcome)
-        : equipment_(equipment), has_twin_(has_twin), reader_(config), sound_(config), outcome_(outcome) {
-        equipment.decoder.start(config);
-        equipment.twin.renew(0x3c);
-        if (has_twin) equipment.twin.init(config);
+    Stream(SharedObjects &shared, const EncoderConfig &config, bool has_fresh, Outcome &outcome)
+        : shared_(shared), has_fresh_(has_fresh), reader_(config), sound_(config), outcome_(outcome) {
+        shared.decoder.start(config);
+        shared.fresh.renew(0x3c);
+        if (has_fresh) shared.fresh.init(config);
     }
 
-    void call(std::span<const std::int16_t> pcm, std::uint32_t told) {
-        const auto frame = equipment_.encoder.encode(pcm, told);
-        require(!has_twin_ || std::ranges::equal(frame, equipment_.twin.encode(pcm, told)),
-                "a context used before and a fresh one give different frames");
-        const bool is_over = told == 0 && frame.empty() && equipment_.encoder.status() == TAVIK_STATUS_END_OF_STREAM;
+    void call(std::span<const std::int16_t> pcm, std::uint32_t count) {
+        const auto frame = shared_.encoder.encode(pcm, count);
+        require(!has_fresh_ || std::ranges::equal(frame, shared_.fresh.encode(pcm, count)),
+                "a reused context and a fresh one give different frames");
+        const bool is_over = count == 0 && frame.empty() && shared_.encoder.status() == TAVIK_STATUS_END_OF_STREAM;
         if (!is_over) sound_.take_input(pcm);
         if (frame.empty()) return;
         const Frame &fields = reader_.read(frame);
-        sound_.check(fields, equipment_.decoder.decode(frame, fields.adif_header_bytes));
+        sound_.check(fields, shared_.decoder.decode(frame, fields.adif_header_bytes));
         outcome_.output.add(frame);
         ++outcome_.frames;
     }
 
  private:
-    Equipment &equipment_;
-    const bool has_twin_;
+    SharedObjects &shared_;
+    const bool has_fresh_;
     StreamReader reader_;
     SoundCheck sound_;
     Outcome &outcome_;
 };
 
-// Streams one after the other, each left where it is or brought to its end, as the input says.
+// Runs streams one after the other; the input decides whether each is abandoned or completed.
 class Script {
  public:
-    Script(InputBytes &input, Equipment &equipment, Outcome &outcome)
-        : input_(input), equipment_(equipment), outcome_(outcome) {}
+    Script(InputBytes &input, SharedObjects &shared, Outcome &outcome)
+        : input_(input), shared_(shared), outcome_(outcome) {}
 
     void run() {
         while (!input_.empty() && calls_left_ > 0) {
             const auto [config, expected_status] = draw_config(input_);
-            const std::int32_t status = equipment_.encoder.init(config);
+            const std::int32_t status = shared_.encoder.init(config);
             require(status == expected_status, "TAVIK_Init gives ", status);
             if (status == TAVIK_OK) run_stream(config);
         }
@@ -103,15 +102,15 @@ class Script {
     enum Step : std::uint8_t { leave = 0, end_of_input = 1, absent_pointers = 2 };  // others: samples
 
     void run_stream(const EncoderConfig &config) {
-        const bool has_twin = input_.below(4) == 0;
-        Stream stream(equipment_, config, has_twin, outcome_);
+        const bool has_fresh = input_.below(4) == 0;
+        Stream stream(shared_, config, has_fresh, outcome_);
         while (!input_.empty() && calls_left_ > 0) {
             const std::uint8_t step = input_.byte();
             if (step % 32 == leave) return;
             if (step % 32 == end_of_input) {
                 give_no_samples(stream, 1u + step / 64);
             } else if (step % 32 == absent_pointers) {
-                equipment_.encoder.encode_with_absent_pointers();
+                shared_.encoder.encode_with_absent_pointers();
             } else {
                 give_samples(stream, channel_count(config), 1u + step / 32);
             }
@@ -125,34 +124,34 @@ class Script {
 
     void give_samples(Stream &stream, unsigned channels, unsigned calls) {
         Synthesiser left(input_);
-        std::optional<Synthesiser> right;  // a signal of its own for the second channel
+        std::optional<Synthesiser> right;  // an independent signal for the second channel
         if (channels == 2 && input_.below(4) == 0) right.emplace(input_);
         const std::uint8_t choice = input_.byte();
-        std::uint32_t told = TAVIK_FRAME_LENGTH;
-        if (choice >= 0xf0) told = std::max<std::uint32_t>(input_.long_word(), TAVIK_FRAME_LENGTH);
-        if (choice < 0x18) told = 1 + input_.word() % (TAVIK_FRAME_LENGTH - 1);
-        std::vector<std::int16_t> pcm(std::min<std::size_t>(told, TAVIK_FRAME_LENGTH) * channels);
+        std::uint32_t count = TAVIK_FRAME_LENGTH;
+        if (choice >= 0xf0) count = std::max<std::uint32_t>(input_.long_word(), TAVIK_FRAME_LENGTH);
+        if (choice < 0x18) count = 1 + input_.word() % (TAVIK_FRAME_LENGTH - 1);
+        std::vector<std::int16_t> pcm(std::min<std::size_t>(count, TAVIK_FRAME_LENGTH) * channels);
         for (; calls > 0 && calls_left_ > 0; --calls, --calls_left_) {
             left.fill(pcm, channels);
             if (right) right->fill_channel(pcm, channels, 1);
-            stream.call(pcm, told);
+            stream.call(pcm, count);
         }
     }
 
     InputBytes &input_;
-    Equipment &equipment_;
+    SharedObjects &shared_;
     Outcome &outcome_;
-    unsigned calls_left_ = most_calls;
+    unsigned calls_left_ = max_calls;
 };
 
 }  // namespace
 
 Outcome run_target(std::span<const std::uint8_t> input) {
-    static Equipment equipment;
-    equipment.encoder.renew(0xa5);
+    static SharedObjects shared;
+    shared.encoder.renew(0xa5);
     Outcome outcome;
     InputBytes bytes(input);
-    Script(bytes, equipment, outcome).run();
+    Script(bytes, shared, outcome).run();
     return outcome;
 }
 

@@ -9,7 +9,7 @@ namespace tavik_fuzz {
 Synthesiser::Synthesiser(InputBytes &input)
     : kind_(static_cast<Kind>(input.below(static_cast<unsigned>(Kind::count)))),
       image_(static_cast<Image>(input.below(static_cast<unsigned>(Image::count)))) {
-    // Loud, quiet or anything.
+    // Full scale, quiet, or any level.
     const std::uint32_t loudness = input.below(4);
     level_ = loudness == 0 ? std::int16_t{32767} : static_cast<std::int16_t>(input.word() >> (loudness == 1 ? 12 : 0));
     period_ = 1u + input.word() % 3000;

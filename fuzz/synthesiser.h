@@ -1,4 +1,4 @@
-// Samples that a fuzzer can steer with a few bytes: the kinds that strain an encoder, each endless.
+// Endless test signals that are difficult for an encoder. A fuzzer controls them with a few bytes.
 #pragma once
 
 #include <cstdint>
@@ -9,15 +9,15 @@
 
 namespace tavik_fuzz {
 
-// Draws kind and parameters of a signal, then makes its samples in any number of portions.
+// Draws the kind and parameters of a signal, then generates its samples block by block.
 class Synthesiser {
  public:
     explicit Synthesiser(InputBytes &input);
 
-    // Fills interleaved samples of `channels` channels, in continuation of what was made before.
+    // Fills interleaved samples of `channels` channels; continues the signal of the previous call.
     void fill(std::span<std::int16_t> pcm, unsigned channels);
 
-    // Fills one channel of them and leaves the others.
+    // Fills one of the channels and leaves the others unchanged.
     void fill_channel(std::span<std::int16_t> pcm, unsigned channels, unsigned channel);
 
  private:
@@ -26,15 +26,15 @@ class Synthesiser {
         constant,
         square,              // `period` samples up, `period` samples down
         clicks,              // single samples, `period` apart
-        silence_full_scale,  // `period` samples of silence, `period` samples of either extreme at random
+        silence_full_scale,  // `period` samples of silence, then `period` samples of random full-scale values
         tone,
         two_tones,
         sweep,
         noise,
         dither,  // -1, 0 and 1
-        bursts,  // noise that dies away, every `period` samples
+        bursts,  // decaying noise, every `period` samples
         ramp,
-        pattern,  // raw samples from the input, over and over
+        pattern,  // raw samples from the input, repeated
         count
     };
     enum class Image : std::uint8_t { same, inverted, left_only, right_only, independent, shifted, count };
@@ -47,7 +47,7 @@ class Synthesiser {
     Image image_;
     std::int16_t level_;
     std::uint32_t period_;  // samples, from 1
-    std::uint16_t pitch_;   // of a tone, 2^-16 turns per sample
+    std::uint16_t pitch_;   // frequency of a tone in units of 2^-16 x sampling rate
     std::mt19937 random_;
     std::int16_t pattern_[16];
     std::uint64_t time_ = 0;

@@ -1,4 +1,4 @@
-// What every fuzz target provides to the two programs made of it: the fuzzer, and the replay of its corpus.
+// The interface that each fuzz target implements for the fuzzer and the replay of the corpus.
 #pragma once
 
 #include <cstdint>
@@ -8,13 +8,13 @@
 
 namespace tavik_fuzz {
 
-// What one input made the library do.
+// The result of one input.
 struct Outcome {
     std::uint64_t frames = 0;
-    tavik_test::Digest output;  // of all that the library put out: the same in every build
+    tavik_test::Digest output;  // of all output of the library: must be the same in every build
 };
 
-// Runs one input. Throws std::exception for anything that must not happen.
+// Runs one input. Throws std::exception if a check fails.
 Outcome run_target(std::span<const std::uint8_t> input);
 
 }  // namespace tavik_fuzz

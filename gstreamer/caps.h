@@ -1,4 +1,4 @@
-// Media types of the element's pads.
+// Caps of the element's pads, and tags of its stream.
 #pragma once
 
 #include <gst/gst.h>
@@ -14,18 +14,18 @@ struct CapsUnref {
 };
 using Caps = std::unique_ptr<GstCaps, CapsUnref>;
 
-// Of the pad templates: interleaved 16-bit samples in the machine's byte order, and what comes out, the form that is
-// taken first in front.
+// Caps of the pad templates. Sink: interleaved 16-bit samples in native byte order. Source: all stream formats, the
+// preferred one first.
 Caps sink_caps();
 Caps source_caps();
 
-// What describes the stream of a configuration: raw frames with the AudioSpecificConfig as codec_data, ADTS or ADIF.
+// Caps of the stream that a configuration produces. Raw frames have the AudioSpecificConfig as codec_data.
 Caps stream_caps(const EncoderConfig &config);
 
-// The first form of stream of the configuration, as a header_type, that `allowed` has room for.
+// The preferred header_type among those that `allowed` accepts; nothing if it accepts none.
 std::optional<uint32_t> choose_header_type(EncoderConfig config, const GstCaps *allowed);
 
-// Codec and bit rates of a stream, for the tags of files and the messages of the pipeline.
+// Tags with the codec and the bit rates of a stream; the caller releases them.
 GstTagList *stream_tags(const EncoderConfig &config);
 
 }  // namespace tavik

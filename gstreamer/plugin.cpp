@@ -1,4 +1,4 @@
-// What GStreamer reads when it looks for plug-ins.
+// Plug-in description that GStreamer reads when it loads the module.
 #include "tavik_enc.h"
 
 namespace {

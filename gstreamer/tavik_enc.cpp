@@ -1,5 +1,5 @@
-// GstAudioEncoder gathers blocks of 1024 samples and keeps track of time: a frame gets the time of the oldest samples
-// that no frame before it has accounted for, which is when the samples begin that it decodes to.
+// The base class GstAudioEncoder collects blocks of 1024 samples and computes time stamps: a frame gets the time of the
+// oldest input samples that no earlier frame has been counted for. Those are the samples that the frame decodes to.
 #include "tavik_enc.h"
 
 #include <gst/audio/audio.h>
@@ -15,34 +15,33 @@
 #include "caps.h"
 #include "settings.h"
 
-GST_DEBUG_CATEGORY_STATIC(tavikenc_debug);  // NOLINT: what the macro makes is GStreamer's
+GST_DEBUG_CATEGORY_STATIC(tavikenc_debug);  // NOLINT: GStreamer's macro
 #define GST_CAT_DEFAULT tavikenc_debug
 
 namespace tavik {
 namespace {
 
-// What goes in now can be decoded so many samples later: gathering a frame, its overlap with the next, and looking
-// ahead.
+// Delay between an input sample and the frame that completes it: collecting a frame, overlap with the next, lookahead.
 constexpr uint64_t latency_samples = 3 * TAVIK_FRAME_LENGTH;
 
 struct Stream {
     EncoderContext encoder{};
     EncoderConfig config{};
-    bool follows_another = false;  // the next stream follows one that was sent, with no flush in between
+    bool follows_another = false;  // the next stream continues after one that was sent, without a flush in between
     bool running = false;          // the encoder holds samples
-    bool priming_next = false;     // its next frame is the priming frame
-    uint32_t unsent_samples = 0;   // per channel, that came from the base class and no frame has accounted for
-    uint32_t frame_samples = 0;    // of those, how many the frame on its way accounts for
+    bool priming_next = false;     // the next frame is the priming frame
+    uint32_t unsent_samples = 0;   // input samples per channel that no sent frame has been counted for
+    uint32_t frame_samples = 0;    // input samples per channel that the frame being sent is counted for
 };
 
 }  // namespace
 }  // namespace tavik
 
-// NOLINTNEXTLINE(cppcoreguidelines-pro-type-member-init): GObject makes instances, of zeros; see gst_tavik_enc_init
+// NOLINTNEXTLINE(cppcoreguidelines-pro-type-member-init): GObject allocates zeroed instances; see gst_tavik_enc_init
 struct _GstTavikEnc {
     GstAudioEncoder parent_instance;
-    tavik::Settings settings;               // under the object's lock
-    std::unique_ptr<tavik::Stream> stream;  // never null; under the encoder's stream lock
+    tavik::Settings settings;               // guarded by the object lock
+    std::unique_ptr<tavik::Stream> stream;  // never null; guarded by the encoder's stream lock
 };
 
 G_DEFINE_FINAL_TYPE(GstTavikEnc, gst_tavik_enc, GST_TYPE_AUDIO_ENCODER)
@@ -64,8 +63,8 @@ GstClockTime duration_of(uint64_t samples, uint32_t sample_rate) {
 
 // ---- Restarts
 
-// Whatever the encoder holds is forgotten, as it is by the base class.
-void forget(GstAudioEncoder *base) {
+// Discards the samples that the encoder holds, as the base class does with its own.
+void reset_stream(GstAudioEncoder *base) {
     GST_AUDIO_ENCODER_STREAM_LOCK(base);
     Stream &stream = *GST_TAVIK_ENC(base)->stream;
     stream.running = false;
@@ -73,10 +72,10 @@ void forget(GstAudioEncoder *base) {
     GST_AUDIO_ENCODER_STREAM_UNLOCK(base);
 }
 
-// Behind a flush or a stop, the next stream is a first one again.
+// After a flush or a stop, the next stream starts like the first one.
 void flush(GstAudioEncoder *base) {
     GST_AUDIO_ENCODER_STREAM_LOCK(base);
-    forget(base);
+    reset_stream(base);
     GST_TAVIK_ENC(base)->stream->follows_another = false;
     GST_AUDIO_ENCODER_STREAM_UNLOCK(base);
 }
@@ -89,48 +88,49 @@ gboolean stop(GstAudioEncoder *base) {
 gboolean sink_event(GstAudioEncoder *base, GstEvent *event) {
     const GstSegment *segment = nullptr;
     if (GST_EVENT_TYPE(event) == GST_EVENT_SEGMENT) gst_event_parse_segment(event, &segment);
-    // A segment drains the stream before it. Of other formats than time the base class knows none.
+    // A new segment drains the stream before it. The base class ignores segments in other formats than time.
     const bool drains = segment != nullptr && segment->format == GST_FORMAT_TIME;
     const gboolean result = GST_AUDIO_ENCODER_CLASS(gst_tavik_enc_parent_class)->sink_event(base, event);
-    if (drains) forget(base);
+    if (drains) reset_stream(base);
     return result;
 }
 
-// Samples that downstream has refused: in the base class only a segment makes an end of them.
-void drop_refused(GstAudioEncoder *base) {
+// Discards samples whose frames downstream has refused. Only a new segment makes the base class discard them too.
+void drop_unsent_samples(GstAudioEncoder *base) {
     if (GST_TAVIK_ENC(base)->stream->unsent_samples == 0) return;
     sink_event(base, gst_event_new_segment(&base->input_segment));
 }
 
 // ---- Configuration
 
-// Posts an error; returns FALSE.
-gboolean refuse(GstTavikEnc *self, GQuark domain, gint code, const std::string &text) {
+// Posts an error message on the bus; returns FALSE.
+gboolean post_error(GstTavikEnc *self, GQuark domain, gint code, const std::string &text) {
     gst_element_message_full(GST_ELEMENT(self), GST_MESSAGE_ERROR, domain, code, g_strdup(text.c_str()), nullptr,
                              __FILE__, GST_FUNCTION, __LINE__);
     return FALSE;
 }
 
-// What is wrong with the settings for this input, or nothing.
-std::string objection(const Settings &settings, uint32_t channels, uint32_t sample_rate) {
-    const ChannelRange range = channel_range(settings.channel_mode);
-    if (static_cast<gint>(channels) < range.fewest || static_cast<gint>(channels) > range.most) {
-        return "channel-mode takes " + std::to_string(range.most) + (range.most == 1 ? " channel" : " channels") +
+// Describes what is wrong with the settings for this input; empty if nothing is.
+std::string validate(const Settings &settings, uint32_t channels, uint32_t sample_rate) {
+    const ChannelRange range = channel_range(settings);
+    if (static_cast<gint>(channels) < range.min || static_cast<gint>(channels) > range.max) {
+        return "channel-mode takes " + std::to_string(range.max) + (range.max == 1 ? " channel" : " channels") +
                ", the input has " + std::to_string(channels);
     }
-    if (settings.bit_rate != 0 && !legal_bit_rates(channels, sample_rate).contains(settings.bit_rate)) {
+    if (settings.bit_rate != 0 && !valid_bit_rates(channels, sample_rate).contains(settings.bit_rate)) {
         return "bitrate " + std::to_string(settings.bit_rate) + " " + bit_rate_rule(channels, sample_rate);
     }
     return {};
 }
 
-// The form of stream that downstream takes; raw frames as long as nothing is linked.
+// The header_type that downstream accepts. While nothing is linked, all are accepted: raw frames.
 std::optional<uint32_t> negotiated_header_type(GstAudioEncoder *base, const EncoderConfig &config) {
     const Caps allowed(gst_pad_peer_query_caps(GST_AUDIO_ENCODER_SRC_PAD(base), nullptr));
     return choose_header_type(config, allowed.get());
 }
 
-void announce(GstAudioEncoder *base, const EncoderConfig &config) {
+// Sets the caps, tags and latency of the output.
+void set_output_format(GstAudioEncoder *base, const EncoderConfig &config) {
     gst_audio_encoder_set_output_format(base, stream_caps(config).get());
     GstTagList *tags = stream_tags(config);
     gst_audio_encoder_merge_tags(base, tags, GST_TAG_MERGE_REPLACE);
@@ -140,7 +140,8 @@ void announce(GstAudioEncoder *base, const EncoderConfig &config) {
     gst_audio_encoder_set_latency(base, latency, latency);
 }
 
-// The size of the blocks that the base class gathers. It forgets that before a new format, even one that is refused.
+// Sets the number of samples that the base class passes to handle_frame(). It resets this for each new format, even for
+// one that is refused.
 void set_block_size(GstAudioEncoder *base) {
     gst_audio_encoder_set_frame_samples_min(base, TAVIK_FRAME_LENGTH);
     gst_audio_encoder_set_frame_samples_max(base, TAVIK_FRAME_LENGTH);
@@ -152,43 +153,45 @@ void log_configuration(GstTavikEnc *self, const EncoderConfig &config) {
                     config.sample_rate, config.channel_mode, config.header_type, config.bit_rate, config.constant_rate);
 }
 
-// Called when the previous stream is drained, as far as downstream takes it.
+// Called after the previous stream has been drained, unless downstream refused its frames.
 gboolean set_format(GstAudioEncoder *base, GstAudioInfo *info) {
     set_block_size(base);
-    drop_refused(base);
+    drop_unsent_samples(base);
     GstTavikEnc *self = GST_TAVIK_ENC(base);
     const Settings settings = current_settings(self);
     const auto channels = static_cast<uint32_t>(GST_AUDIO_INFO_CHANNELS(info));
     const auto sample_rate = static_cast<uint32_t>(GST_AUDIO_INFO_RATE(info));
 
-    const std::string wrong = objection(settings, channels, sample_rate);
-    if (!wrong.empty()) return refuse(self, GST_LIBRARY_ERROR, GST_LIBRARY_ERROR_SETTINGS, wrong);
+    const std::string problem = validate(settings, channels, sample_rate);
+    if (!problem.empty()) return post_error(self, GST_LIBRARY_ERROR, GST_LIBRARY_ERROR_SETTINGS, problem);
     EncoderConfig config = make_config(settings, channels, sample_rate, TAVIK_HEADER_NONE);
     const auto header_type = negotiated_header_type(base, config);
     if (!header_type) {
-        return refuse(self, GST_CORE_ERROR, GST_CORE_ERROR_NEGOTIATION,
-                      "nothing downstream takes AAC-LC of this input as raw frames, or as ADTS or ADIF of MPEG-2");
+        return post_error(self, GST_CORE_ERROR, GST_CORE_ERROR_NEGOTIATION,
+                          "downstream accepts none of AAC-LC raw frames (mpegversion 4), ADTS and ADIF (mpegversion 2) "
+                          "with this rate and number of channels");
     }
     config.header_type = *header_type;
     self->stream->config = config;
-    announce(base, config);
+    set_output_format(base, config);
     log_configuration(self, config);
     return TRUE;
 }
 
-// Leaves converters in front of the element to make the number of channels that the mode takes.
+// Offers only the number of channels that the mode accepts, so that upstream converters produce it.
 GstCaps *get_caps(GstAudioEncoder *base, GstCaps *filter) {
-    const ChannelRange range = channel_range(current_settings(GST_TAVIK_ENC(base)).channel_mode);
+    const ChannelRange range = channel_range(current_settings(GST_TAVIK_ENC(base)));
     const Caps caps = sink_caps();
-    if (range.fewest == range.most) {
-        gst_caps_set_simple(caps.get(), "channels", G_TYPE_INT, range.most, nullptr);
+    if (range.min == range.max) {
+        gst_caps_set_simple(caps.get(), "channels", G_TYPE_INT, range.max, nullptr);
     }
     return gst_audio_encoder_proxy_getcaps(base, caps.get(), filter);
 }
 
 // ---- Frames
 
-// Sends a frame. The priming frame accounts for no samples; nor does the second frame of a stream of one block.
+// Sends a frame. The priming frame is counted for no input samples, and neither is the second frame of a stream that
+// has only one block.
 GstFlowReturn send(GstTavikEnc *self, const uint8_t *frame, uint32_t bytes) {
     Stream &stream = *self->stream;
     GstAudioEncoder *base = GST_AUDIO_ENCODER(self);
@@ -202,7 +205,7 @@ GstFlowReturn send(GstTavikEnc *self, const uint8_t *frame, uint32_t bytes) {
     return result;
 }
 
-// Gives the encoder a block, an empty one at the end, and sends what comes out.
+// Encodes a block, which is empty at the end of the stream, and sends the frame if there is one.
 GstFlowReturn encode(GstTavikEnc *self, const int16_t *pcm, uint32_t samples) {
     std::array<uint8_t, TAVIK_MAX_FRAME_BYTES> frame;  // NOLINT(cppcoreguidelines-pro-type-member-init)
     uint32_t bytes = 0;
@@ -210,7 +213,7 @@ GstFlowReturn encode(GstTavikEnc *self, const int16_t *pcm, uint32_t samples) {
     return bytes == 0 ? GST_FLOW_OK : send(self, frame.data(), bytes);
 }
 
-// Behind another stream there is no room for a priming frame.
+// Starts a stream. After another stream there is no time for a priming frame.
 void begin_stream(Stream &stream) {
     EncoderConfig config = stream.config;
     if (stream.follows_another) config.emit_priming_frame = 0;
@@ -220,7 +223,7 @@ void begin_stream(Stream &stream) {
     TAVIK_Init(&stream.encoder, &config);
 }
 
-// Up to the end, or to the first frame that downstream does not take.
+// Sends all remaining frames, or those before the first one that downstream refuses.
 GstFlowReturn drain(GstTavikEnc *self) {
     Stream &stream = *self->stream;
     GstFlowReturn result = GST_FLOW_OK;
@@ -233,14 +236,14 @@ GstFlowReturn drain(GstTavikEnc *self) {
     return result;
 }
 
-// `buffer` is absent when the stream shall be drained. What comes after that is a new stream.
+// `buffer` is null to drain the stream. Samples after that start a new stream.
 GstFlowReturn handle_frame(GstAudioEncoder *base, GstBuffer *buffer) {
     GstTavikEnc *self = GST_TAVIK_ENC(base);
     if (buffer == nullptr) return drain(self);
     Stream &stream = *self->stream;
     if (!stream.running) begin_stream(stream);
 
-    // A copy, because samples in a buffer may begin at any address.
+    // Copied, because the samples in a buffer may be unaligned.
     std::array<int16_t, 2 * TAVIK_FRAME_LENGTH> pcm;  // NOLINT(cppcoreguidelines-pro-type-member-init)
     const gsize bytes = gst_buffer_extract(buffer, 0, pcm.data(), sizeof pcm);
     const auto samples = static_cast<uint32_t>(bytes / (sizeof(int16_t) * channel_count(stream.config)));
@@ -250,8 +253,8 @@ GstFlowReturn handle_frame(GstAudioEncoder *base, GstBuffer *buffer) {
 
 // ---- Times
 
-// Puts the priming frame in front of the first sample, whose time it has, if the segment has begun by then. Otherwise
-// there is no time for it, and decoders should drop its samples.
+// Moves the priming frame, which has the time of the first sample, one frame earlier, if that is within the segment.
+// Otherwise it gets no duration, and decoders are asked to clip its samples.
 void place_priming_frame(const GstSegment &segment, uint32_t sample_rate, GstBuffer *frame) {
     const GstClockTime duration = duration_of(TAVIK_FRAME_LENGTH, sample_rate);
     if (GST_BUFFER_PTS_IS_VALID(frame) && GST_BUFFER_PTS(frame) >= segment.start + duration) {
@@ -264,7 +267,7 @@ void place_priming_frame(const GstSegment &segment, uint32_t sample_rate, GstBuf
     }
 }
 
-// Completes what the base class says of a frame's time; it knows no frame without samples.
+// Corrects times and durations that the base class has set; it does not expect frames that are counted for no samples.
 GstFlowReturn pre_push(GstAudioEncoder *base, GstBuffer **buffer) {
     const Stream &stream = *GST_TAVIK_ENC(base)->stream;
     GstBuffer *frame = *buffer;
@@ -303,7 +306,7 @@ void add_pad_template(GstElementClass *element_class, const char *name, GstPadDi
 static void gst_tavik_enc_init(GstTavikEnc *self) {
     std::construct_at(&self->settings);
     std::construct_at(&self->stream, std::make_unique<tavik::Stream>());
-    // Input that the settings do not fit gets as far as set_format, which says why.
+    // Input that the settings do not allow must reach set_format(), which reports the reason.
     GST_PAD_SET_ACCEPT_TEMPLATE(GST_AUDIO_ENCODER_SINK_PAD(self));
 }
 

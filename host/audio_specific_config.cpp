@@ -1,4 +1,4 @@
-// Fields are appended to a number and a program_config_element is written by the library, as in the frames.
+// Bits and the program_config_element are written by the library's own functions, as in the frames.
 #include "audio_specific_config.h"
 
 #include "bit_rates.h"

@@ -1,4 +1,4 @@
-// What a container tells a decoder about the frames inside.
+// The decoder configuration that containers store, and the size of the ADIF header.
 #pragma once
 
 #include <tavik.h>
@@ -9,11 +9,11 @@
 
 namespace tavik {
 
-// AudioSpecificConfig of a stream (ISO/IEC 14496-3, 1.6.2.1): 2 bytes; with two independent channels, which no channel
-// configuration describes, also a program_config_element.
+// AudioSpecificConfig of a stream (ISO/IEC 14496-3, 1.6.2.1): 2 bytes. For two independent channels, which no
+// channelConfiguration describes, a program_config_element follows.
 std::vector<uint8_t> audio_specific_config(const EncoderConfig &config);
 
-// Bytes of the ADIF header in front of such a stream (1.A.2.2).
+// Size of the stream's ADIF header in bytes (1.A.2.2).
 size_t adif_header_bytes(const EncoderConfig &config);
 
 }  // namespace tavik

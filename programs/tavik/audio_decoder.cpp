@@ -1,4 +1,4 @@
-// Damage is whatever a library function returns or logs as an error; the first is kept and decoding goes on behind it.
+// Errors that a library function returns or logs count as damage. The first one is kept, and decoding continues.
 #include "audio_decoder.h"
 
 extern "C" {
@@ -26,22 +26,22 @@ namespace {
 
 using namespace std::string_view_literals;
 
-// Lossless formats count samples; in others, encoder delay and padding may or may not be in the count, and are a few
-// thousand samples.
+// Tolerances for the declared length. Lossless formats declare the exact number of samples; in lossy formats it may or
+// may not include encoder delay and padding, a few thousand samples.
 constexpr double lossless_tolerance = 0.001;  // seconds
-constexpr double lossy_tolerance = 0.5;
+constexpr double lossy_tolerance = 0.5;       // seconds
 
-constexpr double alac_packet = 4096;  // samples
+constexpr double alac_packet_samples = 4096;
 
-// Damage so close to the end belongs to a file that was cut off.
+// Damage this close to the end is a consequence of truncation.
 constexpr double end_of_file_seconds = 0.5;
 
-// Less than the shortest usual frame, more than the jitter of the time stamps that recorders write. In Ogg only pages
-// have time stamps, and libavformat guesses at the packets between.
-constexpr double time_tolerance = 0.01;  // seconds
-constexpr double ogg_time_tolerance = 0.1;
+// Tolerances for time stamps: shorter than usual frames, longer than the jitter of common recorders. In Ogg only pages
+// have time stamps, and libavformat estimates those of the packets in between.
+constexpr double time_tolerance = 0.01;     // seconds
+constexpr double ogg_time_tolerance = 0.1;  // seconds
 
-constexpr int64_t longest_silence = 4096;  // samples that are given at once
+constexpr int64_t max_silence_samples = 4096;  // per frame of silence
 
 bool is_lossless(const AVCodecParameters &parameters) {
     const AVCodecDescriptor *descriptor = avcodec_descriptor_get(parameters.codec_id);
@@ -54,8 +54,8 @@ bool is_pcm(const AVCodecParameters &parameters) {
            parameters.sample_rate > 0 && parameters.ch_layout.nb_channels > 0;
 }
 
-// Streams that take time.
-int64_t count_media(const AVFormatContext &format) {
+// Number of audio and video streams, without attached pictures.
+int64_t count_timed_streams(const AVFormatContext &format) {
     return std::count_if(format.streams, format.streams + format.nb_streams, [](const AVStream *stream) {
         const bool is_picture = (stream->disposition & AV_DISPOSITION_ATTACHED_PIC) != 0;
         return !is_picture && (stream->codecpar->codec_type == AVMEDIA_TYPE_AUDIO ||
@@ -63,16 +63,16 @@ int64_t count_media(const AVFormatContext &format) {
     });
 }
 
-// Bytes of samples that a WAV file's header tells of, in the last 4 bytes before them. libavformat dismisses the number
-// where the file is shorter, which is what matters here. A program that writes into a pipe, or is killed, leaves 0 or
-// some number around 2^31 or 2^32.
+// Size of the samples as a WAV file declares it, in the 4 bytes before the first sample. libavformat discards this size
+// if the file is shorter, but here it shows that the file is truncated. A recorder that writes to a pipe or is killed
+// leaves a placeholder: 0, or a number close to 2^31 or 2^32.
 std::optional<int64_t> declared_wav_bytes(std::span<const uint8_t> size) {
     const int64_t bytes = AV_RL32(size.data());
     const bool is_placeholder = bytes == 0 || (bytes >= 0x7FFF'0000 && bytes <= 0x8000'0100) || bytes >= 0xFFFF'0000;
     return is_placeholder ? std::nullopt : std::optional(bytes);
 }
 
-// An Ogg file of whatever kind, for its pages alone.
+// Gives access to the pages of any Ogg file.
 class OggFile : public TagLib::Ogg::File {
  public:
     explicit OggFile(const std::string &path) : File(path.c_str()) {}
@@ -81,7 +81,7 @@ class OggFile : public TagLib::Ogg::File {
     bool save() override { return false; }
 };
 
-// The last page of an Ogg file is not complete, or does not say that it is the last of its stream (RFC 3533).
+// Whether the last page of an Ogg file is incomplete or not marked as the last page of its stream (RFC 3533).
 bool lacks_ogg_end(const std::string &path) {
     OggFile file(path);
     const auto last = file.rfind("OggS");
@@ -103,7 +103,7 @@ std::vector<const AVStream *> audio_streams(const AVFormatContext &format) {
     return streams;
 }
 
-// Such as "1 (eng), 2, 3 (deu)".
+// Numbers and languages of audio streams, such as "1 (eng), 2, 3 (deu)".
 std::string list_text(const std::vector<const AVStream *> &streams) {
     std::string text;
     for (size_t i = 0; i < streams.size(); ++i) {
@@ -123,7 +123,7 @@ AudioDecoder::AudioDecoder(Source source)
       silence_(own(av_frame_alloc())) {
     take_ffmpeg_log();
     check_file();
-    if (StreamInput::suits(source_.path)) stream_.emplace(source_.path);
+    if (StreamInput::is_stream(source_.path)) stream_.emplace(source_.path);
     open_format();
     const std::vector<std::optional<double>> lengths = declared_lengths();
     find_stream_information();
@@ -131,8 +131,8 @@ AudioDecoder::AudioDecoder(Source source)
     open_codec();
     const auto index = static_cast<size_t>(stream_index_);
     if (index < lengths.size()) declared_seconds_ = lengths[index];
-    note_end();
-    if (source_.is_thorough) checksum_ = SampleChecksum::of(stream());
+    detect_missing_end();
+    if (source_.checks_md5) checksum_ = SampleChecksum::of(stream());
     timeline_ =
         Timeline(is_ogg() ? ogg_time_tolerance : time_tolerance, (format_->iformat->flags & AVFMT_TS_DISCONT) != 0);
 }
@@ -152,12 +152,12 @@ void AudioDecoder::open_format() {
         av_dict_set_int(&options, "sample_rate", source_.pcm->rate, 0);
         av_dict_set(&options, "ch_layout", fmt::format("{} channels", source_.pcm->channels).c_str(), 0);
     }
-    // Playlists and the like must not lead to other places.
+    // Playlists must not make libavformat open network addresses.
     av_dict_set(&options, "protocol_whitelist", "file,pipe", 0);
     AVFormatContext *format = avformat_alloc_context();
     if (format == nullptr) throw std::bad_alloc();
     if (stream_) format->pb = stream_->io();
-    // The prefix keeps a colon in the name from being read as a protocol.
+    // With this prefix, a colon in the name is not taken for the end of a protocol name.
     const std::string url = stream_ ? "" : "file:" + source_.path;
     const int result = avformat_open_input(&format, url.c_str(), demuxer, &options);
     av_dict_free(&options);
@@ -170,15 +170,16 @@ void AudioDecoder::open_format() {
     format_.reset(format);
 }
 
-// Reads ahead where the header does not tell all. Samples without compression need nothing else, and may come live:
-// reading ahead takes about a second of them.
+// Reads packets ahead to find properties that the header does not contain. Skipped for PCM, whose header is complete:
+// in a live input it would wait for about a second of samples.
 void AudioDecoder::find_stream_information() {
     const bool is_uncompressed = format_->nb_streams == 1 && is_pcm(*format_->streams[0]->codecpar);
     if (is_uncompressed) return;
     if (const int error = avformat_find_stream_info(format_.get(), nullptr); error < 0) fail(ffmpeg_error_text(error));
 }
 
-// Seconds of each stream as the headers give them: what is missing is estimated once packets are read.
+// Length of each stream in seconds as declared by the headers. To be called before packets are read, which replaces
+// missing lengths by estimates.
 std::vector<std::optional<double>> AudioDecoder::declared_lengths() const {
     std::vector<std::optional<double>> lengths;
     for (unsigned i = 0; i < format_->nb_streams; ++i) {
@@ -202,7 +203,7 @@ std::optional<double> AudioDecoder::declared_wav_length() const {
     return static_cast<double>(samples) / parameters.sample_rate;
 }
 
-// The bytes in front of the first packet, where the header has been read only.
+// Reads the bytes before the first packet. To be called while only the header has been read.
 bool AudioDecoder::read_before_samples(std::span<uint8_t> bytes) const {
     const int64_t position = avio_tell(format_->pb) - std::ssize(bytes);
     if (is_pipe()) return stream_->read_again(position, bytes);
@@ -216,8 +217,8 @@ bool AudioDecoder::is_ogg() const { return format_->iformat->name == "ogg"sv; }
 
 bool AudioDecoder::is_wav() const { return format_->iformat->name == "wav"sv; }
 
-// libavformat makes up for what is missing at the end of an Ogg file, and takes it for complete.
-void AudioDecoder::note_end() {
+// Ogg files are checked here because libavformat hides that the end of one is missing.
+void AudioDecoder::detect_missing_end() {
     open_ended_ = !declared_seconds_ && (source_.pcm || is_wav() || is_pipe());
     if (is_ogg() && !is_pipe()) is_cut_off_ = lacks_ogg_end(stream_ ? "/dev/stdin" : source_.path);
 }
@@ -268,7 +269,7 @@ const AVFrame *AudioDecoder::next() {
     return frame_.get();
 }
 
-// Decodes the next frame of which something is left, and sets the silence before it; false at the end.
+// Decodes the next frame that is not cut completely, and sets the silence before it; false at the end.
 bool AudioDecoder::decode() {
     do {
         if (has_next_frame_) std::swap(frame_, next_frame_);
@@ -284,12 +285,12 @@ bool AudioDecoder::receive() {
         const int result = avcodec_receive_frame(codec_.get(), frame_.get());
         note_logged_damage();
         if (result == AVERROR_EOF) {
-            is_checksum_wrong_ = is_checksum_wrong_ || (checksum_ && !checksum_->holds());
+            is_checksum_wrong_ = is_checksum_wrong_ || (checksum_ && !checksum_->matches());
             checksum_.reset();
             return false;
         }
         if (result >= 0) {
-            if (complete_frame()) return true;
+            if (accept_frame()) return true;
             continue;
         }
         if (result != AVERROR(EAGAIN)) note_damage(result);
@@ -297,7 +298,7 @@ bool AudioDecoder::receive() {
     }
 }
 
-// Gives the codec its next packet or the end of the input; false when it has had the latter.
+// Sends the next packet to the codec, or the end of the input; false if the end has already been sent.
 bool AudioDecoder::feed() {
     if (draining_) return false;
     const int read_result = read_packet();
@@ -316,10 +317,10 @@ bool AudioDecoder::feed() {
     return true;
 }
 
-// Reads the next packet of the chosen stream; the result is FFmpeg's.
+// Reads the next packet of the chosen stream; returns FFmpeg's result.
 int AudioDecoder::read_packet() {
-    // What has come of a stream is used to its end.
-    if (!stream_ && input_is_ended()) return AVERROR_EOF;
+    // After an interruption, a StreamInput still delivers the bytes that have arrived, and then its own end.
+    if (!stream_ && input_has_ended()) return AVERROR_EOF;
     for (;;) {
         const int result = av_read_frame(format_.get(), packet_.get());
         if (result < 0 || packet_->stream_index == stream_index_) return result;
@@ -327,8 +328,8 @@ int AudioDecoder::read_packet() {
     }
 }
 
-// Accounts for a decoded frame and gives it a channel layout if it lacks one; false when it is of no use.
-bool AudioDecoder::complete_frame() {
+// Checks a decoded frame and sets its channel layout if it has none; false if the frame cannot be used.
+bool AudioDecoder::accept_frame() {
     if ((frame_->flags & AV_FRAME_FLAG_CORRUPT) != 0 && !open_ended_) note_damage("incomplete data");
     if (frame_->nb_samples <= 0 || frame_->sample_rate <= 0 || frame_->ch_layout.nb_channels <= 0) return false;
     if (frame_->ch_layout.order == AV_CHANNEL_ORDER_UNSPEC) {
@@ -341,14 +342,14 @@ bool AudioDecoder::complete_frame() {
 void AudioDecoder::place_frame() {
     const bool is_first = timeline_.position() == 0;
     const std::optional<double> time = frame_seconds();
-    const std::optional<double> next_time = timeline_.doubts(time) ? next_frame_seconds() : std::nullopt;
+    const std::optional<double> next_time = timeline_.is_suspect(time) ? next_frame_seconds() : std::nullopt;
     const Placement placement = timeline_.place(time, next_time, frame_->nb_samples, frame_->sample_rate);
     if (is_first) late_start_ = static_cast<double>(placement.silence) / frame_->sample_rate;
     if (!is_first || !source_.keeps_start) silence_left_ = placement.silence;
     cut_frame(placement.cut);
 }
 
-// Reads ahead by a frame.
+// Decodes one frame ahead and returns its time stamp.
 std::optional<double> AudioDecoder::next_frame_seconds() {
     std::swap(frame_, next_frame_);
     has_next_frame_ = receive();
@@ -357,18 +358,19 @@ std::optional<double> AudioDecoder::next_frame_seconds() {
     return time;
 }
 
-// The frame's time stamp. It counts from the start of the file, which is that of the audio where there is nothing else.
+// Time stamp of the frame in seconds from the start of the file. If the audio is the only stream, the file starts with
+// its first frame.
 std::optional<double> AudioDecoder::frame_seconds() {
     if (frame_->best_effort_timestamp == AV_NOPTS_VALUE) return std::nullopt;
     const double time = static_cast<double>(frame_->best_effort_timestamp) * av_q2d(stream().time_base);
     if (!file_start_) {
-        const bool is_alone = count_media(*format_) == 1 || format_->start_time == AV_NOPTS_VALUE;
+        const bool is_alone = count_timed_streams(*format_) == 1 || format_->start_time == AV_NOPTS_VALUE;
         file_start_ = is_alone ? time : static_cast<double>(format_->start_time) / AV_TIME_BASE;
     }
     return time - *file_start_;
 }
 
-// Leaves so many samples out at the start of the frame.
+// Removes `samples` samples per channel from the start of the frame.
 void AudioDecoder::cut_frame(int64_t samples) {
     const auto format = static_cast<AVSampleFormat>(frame_->format);
     const bool is_planar = av_sample_fmt_is_planar(format) != 0;
@@ -378,12 +380,12 @@ void AudioDecoder::cut_frame(int64_t samples) {
     frame_->nb_samples -= static_cast<int>(samples);
 }
 
-// Some of the silence before the frame, in the frame's format.
+// Returns the next part of the silence before the frame, in the frame's format.
 const AVFrame *AudioDecoder::silent_frame() {
     av_frame_unref(silence_.get());
     silence_->format = frame_->format;
     silence_->sample_rate = frame_->sample_rate;
-    silence_->nb_samples = static_cast<int>(std::min(silence_left_, longest_silence));
+    silence_->nb_samples = static_cast<int>(std::min(silence_left_, max_silence_samples));
     int result = av_channel_layout_copy(&silence_->ch_layout, &frame_->ch_layout);
     if (result >= 0) result = av_frame_get_buffer(silence_.get(), 0);
     if (result < 0) throw std::bad_alloc();
@@ -399,44 +401,44 @@ std::optional<double> AudioDecoder::duration() const {
     return static_cast<double>(format_->duration) / AV_TIME_BASE;
 }
 
-// What a file may be shorter than its header says.
+// Seconds by which a complete file may be shorter than declared.
 double AudioDecoder::tolerance() const {
     const AVCodecParameters &parameters = *stream().codecpar;
     if (!is_lossless(parameters)) return lossy_tolerance;
-    // CAF counts whole packets, also where the last one is not full.
+    // CAF declares the length in whole packets, even if the last one is not full.
     const bool counts_packets = parameters.codec_id == AV_CODEC_ID_ALAC && format_->iformat->name == "caf"sv;
-    return counts_packets ? alac_packet / parameters.sample_rate : lossless_tolerance;
+    return counts_packets ? alac_packet_samples / parameters.sample_rate : lossless_tolerance;
 }
 
 bool AudioDecoder::is_truncated() const {
-    if (input_is_ended()) return false;
+    if (input_has_ended()) return false;
     return is_cut_off_ || (declared_seconds_ && timeline_.position() < *declared_seconds_ - tolerance());
 }
 
-// Behind the last sample, such as the tag of another format, or the trace of a cut that is reported as such.
-bool AudioDecoder::is_unimportant(const Damage &damage) const {
-    if (is_truncated() || input_is_ended()) return damage.seconds > seconds() - end_of_file_seconds;
+// Damage after the last sample, such as a tag of another format, or a consequence of truncation, which is reported.
+bool AudioDecoder::is_ignorable(const Damage &damage) const {
+    if (is_truncated() || input_has_ended()) return damage.seconds > seconds() - end_of_file_seconds;
     return declared_seconds_ && damage.seconds >= *declared_seconds_ - tolerance();
 }
 
 std::optional<std::string> AudioDecoder::damage() const {
-    if (damage_ && !is_unimportant(*damage_)) {
+    if (damage_ && !is_ignorable(*damage_)) {
         return fmt::format("damaged at {:.3f} s ({})", damage_->seconds, damage_->reason);
     }
     if (is_cut_off_) return fmt::format("truncated: ends after {:.3f} s", seconds());
     if (is_truncated()) return fmt::format("truncated: {:.3f} s of {:.3f} s", seconds(), *duration());
-    if (is_checksum_wrong_) return "damaged (its samples are not those of its MD5 checksum)";
+    if (is_checksum_wrong_) return "damaged (the MD5 checksum of its samples does not match)";
     return std::nullopt;
 }
 
 std::string AudioDecoder::why_no_samples() const {
     const bool is_mp4 = std::string_view(format_->iformat->name).starts_with("mov,");
-    if (is_mp4 && is_pipe()) return "an MP4 with its index at the end: give the file, not a pipe";
+    if (is_mp4 && is_pipe()) return "an MP4 file with its index at the end cannot be read from a pipe";
     const auto found = damage();
     return "no audio samples" + (found ? " (" + *found + ")" : "");
 }
 
-// Prefers what the libraries said about the error to its number.
+// Prefers the message that the libraries logged to the text of the error number.
 void AudioDecoder::note_damage(int error) {
     note_logged_damage();
     note_damage(ffmpeg_error_text(error));

@@ -1,4 +1,4 @@
-// The input side of the program, first step: from a file to decoded samples in whatever format they come.
+// Input, step 1: from a file to decoded samples in their original format.
 #pragma once
 
 #include <cmath>
@@ -15,54 +15,53 @@
 
 namespace tavik {
 
-// What to read of a file, and how.
+// An input and how to read it.
 struct Source {
     std::string path;              // may be standard_stream
-    std::optional<PcmFormat> pcm;  // of samples without a header
-    unsigned track = 0;            // audio stream, from 1; 0: the best
-    std::string language;          // that the audio stream has to be in; empty: any
-    bool keeps_start = false;      // audio that starts late does so without silence before it
-    bool is_thorough = false;      // all samples of a FLAC file are held to its MD5, not only frames to their checksums
+    std::optional<PcmFormat> pcm;  // format of samples without a header
+    unsigned track = 0;            // number of the audio stream, from 1; 0: the best one
+    std::string language;          // required language of the audio stream; empty: any
+    bool keeps_start = false;      // no silence is inserted before audio that starts late
+    bool checks_md5 = false;       // compare the decoded samples of FLAC with the MD5 checksum in the file
 };
 
-// The audio stream that was chosen.
+// The chosen audio stream.
 struct Track {
     unsigned number = 1;  // from 1
-    unsigned count = 1;   // of all audio streams
+    unsigned count = 1;   // number of audio streams in the file
     std::string language;
 };
 
-// Decodes one audio stream of a file, stepping over damaged places. What it gives is in its place in time: where the
-// file has no audio there is silence.
+// Decodes one audio stream of a file and skips damaged parts. The samples keep their position in time: where the file
+// has no audio, silence is inserted.
 class AudioDecoder {
  public:
-    // Throws ProgramError with ExitCode::input when the file cannot be opened or has no such audio that can be decoded.
+    // Throws ProgramError with ExitCode::input when the file cannot be opened or the requested audio cannot be decoded.
     explicit AudioDecoder(Source source);
 
     // The next samples, at least one, or nullptr at the end; valid until the next call.
     const AVFrame *next();
 
-    // The file, with tags, pictures and chapters; and the stream that is decoded.
+    // The file, which has tags, pictures and chapters; and the stream that is decoded.
     const AVFormatContext &container() const { return *format_; }
     const AVStream &stream() const { return *format_->streams[stream_index_]; }
     const std::string &path() const { return source_.path; }
     Track track() const;
 
-    // Seconds of audio that the file has, if it tells; and those given so far.
+    // Length of the audio in seconds, if known; and seconds returned so far.
     std::optional<double> duration() const;
     double seconds() const { return timeline_.position() - start(); }
 
-    // From the start of the file to that of the audio, where no silence stands for that; in samples at `rate` Hz.
+    // Samples at `rate` Hz from the start of the file to that of the audio; 0 if silence has been inserted for them.
     int64_t start_samples(uint32_t rate) const { return std::llround(start() * rate); }
 
-    // In words, after the end: the first place where the input could not be decoded as it stands, or how much of it is
-    // missing.
+    // After the end: describes the first damage, or how much is missing at the end.
     std::optional<std::string> damage() const;
 
-    // In words, after an end without a beginning.
+    // After the end, if there were no samples: describes why.
     std::string why_no_samples() const;
 
-    // After the end: late starts, holes and overlaps.
+    // After the end: late starts, holes, overlaps and jumps.
     const std::vector<TimeError> &time_errors() const { return timeline_.errors(); }
 
  private:
@@ -81,17 +80,17 @@ class AudioDecoder {
     bool is_wav() const;
     std::optional<double> declared_wav_length() const;
     bool read_before_samples(std::span<uint8_t> bytes) const;
-    void note_end();
+    void detect_missing_end();
     void choose_stream();
     void open_codec();
     double tolerance() const;
-    bool is_unimportant(const Damage &damage) const;
+    bool is_ignorable(const Damage &damage) const;
     bool is_truncated() const;
     bool decode();
     bool receive();
     bool feed();
     int read_packet();
-    bool complete_frame();
+    bool accept_frame();
     void place_frame();
     std::optional<double> frame_seconds();
     std::optional<double> next_frame_seconds();
@@ -103,7 +102,7 @@ class AudioDecoder {
     [[noreturn]] void fail(const std::string &problem) const;
 
     Source source_;
-    std::optional<StreamInput> stream_;  // where the input is one
+    std::optional<StreamInput> stream_;  // if the input is standard input, a FIFO or the like
     FfmpegHandle<AVFormatContext> format_;
     FfmpegHandle<AVCodecContext> codec_;
     FfmpegHandle<AVPacket> packet_;
@@ -112,17 +111,17 @@ class AudioDecoder {
     FfmpegHandle<AVFrame> silence_;
     int stream_index_ = -1;
     Timeline timeline_{0, false};
-    std::optional<double> file_start_;        // by the clock of the time stamps, in seconds
-    double late_start_ = 0;                   // seconds that the audio starts behind the file
-    bool has_frame_ = false;                  // frame_ is still to be given
-    bool has_next_frame_ = false;             // next_frame_ is read ahead
-    int64_t silence_left_ = 0;                // samples to give before it
+    std::optional<double> file_start_;        // time stamp of the start of the file in seconds
+    double late_start_ = 0;                   // seconds from the start of the file to the start of the audio
+    bool has_frame_ = false;                  // frame_ has not been returned yet
+    bool has_next_frame_ = false;             // next_frame_ has been decoded ahead
+    int64_t silence_left_ = 0;                // samples to return before frame_
     std::optional<SampleChecksum> checksum_;  // until the end
     bool is_checksum_wrong_ = false;
-    std::optional<double> declared_seconds_;  // what the header of the file promises, nothing that is estimated
-    bool is_cut_off_ = false;                 // the file lacks its last part
-    bool open_ended_ = false;                 // nothing tells the length, so that the last packet may be short
-    bool draining_ = false;                   // the codec has been told that the input is at its end
+    std::optional<double> declared_seconds_;  // length in the header of the file, never an estimate
+    bool is_cut_off_ = false;                 // the end of the file is missing
+    bool open_ended_ = false;                 // the length is not declared, so the last packet may be short
+    bool draining_ = false;                   // the end of the input has been sent to the codec
     std::optional<Damage> damage_;
 };
 

@@ -1,4 +1,5 @@
-// Decoded frames go through a converter, made anew when their format changes, into a FIFO that blocks are read from.
+// Decoded frames pass through a converter into a FIFO, from which blocks are read. When the format of the frames
+// changes, a new converter is made.
 #include "audio_reader.h"
 
 #include <array>
@@ -10,10 +11,10 @@
 namespace tavik {
 namespace {
 
-// A single channel goes into both channels at its own level; the library would lower it by 3 dB.
+// From mono to stereo at unchanged level; libswresample's default is 3 dB lower.
 constexpr std::array unity_gains{1.0, 1.0};
 
-constexpr int drain_room = 1024;  // samples per channel that are taken out of a converter at once in the end
+constexpr int drain_samples = 1024;  // samples per channel and call when a converter is drained
 
 }  // namespace
 
@@ -55,18 +56,19 @@ bool AudioReader::refill() {
         make_converter(*frame);
     }
     const int count = frame->nb_samples;
-    // swr_convert() reads the samples only, but C does not let the pointers become const by themselves.
+    // swr_convert() only reads the samples, but in C the pointers do not convert to const implicitly.
     auto **samples = const_cast<const uint8_t **>(frame->extended_data);  // NOLINT(*-const-cast)
     convert(samples, count, swr_get_out_samples(converter_.get(), count));
     return true;
 }
 
+// The frame needs no conversion.
 bool AudioReader::is_as_wanted(const AVFrame &frame) const {
     return frame.format == AV_SAMPLE_FMT_S16 && frame.sample_rate == static_cast<int>(output_.rate) &&
            frame.ch_layout.nb_channels == static_cast<int>(output_.channels) && !level_.has_gain();
 }
 
-// Samples per channel into the FIFO. av_audio_fifo_write() reads them only, but its type does not say so.
+// Appends `count` samples per channel to the FIFO. av_audio_fifo_write() only reads them, but its type is not const.
 void AudioReader::store(void *samples, int count) {
     const int result = av_audio_fifo_write(fifo_.get(), &samples, count);
     if (result < 0) throw std::bad_alloc();
@@ -81,7 +83,7 @@ void AudioReader::make_converter(const AVFrame &frame) {
     int result = av_channel_layout_copy(&converter_layout_, &frame.ch_layout);
     if (result >= 0) result = try_converter(frame, converter_layout_);
     if (result < 0) {
-        // Loudspeakers that the library cannot mix from are taken for the usual ones.
+        // A layout that libswresample cannot mix is treated as the default one for this number of channels.
         ChannelLayout usual;
         av_channel_layout_default(&usual, frame.ch_layout.nb_channels);
         result = try_converter(frame, usual);
@@ -97,7 +99,7 @@ void AudioReader::make_converter(const AVFrame &frame) {
     converter_output_ = 0;
 }
 
-// A negative result is FFmpeg's.
+// Returns FFmpeg's result, negative on an error.
 int AudioReader::try_converter(const AVFrame &frame, ChannelLayout &input_layout) {
     ChannelLayout layout;
     av_channel_layout_default(&layout, static_cast<int>(output_.channels));
@@ -108,13 +110,13 @@ int AudioReader::try_converter(const AVFrame &frame, ChannelLayout &input_layout
     converter_.reset(converter);
     const bool duplicates = input_layout.nb_channels == 1 && output_.channels == 2;
     if (result >= 0 && duplicates) result = swr_set_matrix(converter, unity_gains.data(), 1);
-    // Mixing does not make it louder, as the library would see to by itself only for whole numbers.
+    // Limits the gain of mixing to 1. libswresample does so by default for integer samples only.
     if (result >= 0) result = av_opt_set_double(converter, "rematrix_maxval", 1, 0);
     return result >= 0 ? swr_init(converter) : result;
 }
 
-// Converts `count` samples per channel into the FIFO, or with nullptr and 0 some that are still inside the converter.
-// Returns how many per channel came out, at most `room`.
+// Converts `count` samples per channel into the FIFO, or with nullptr and 0 samples that are still inside the
+// converter. Returns the number of samples per channel that came out, at most `room`.
 int AudioReader::convert(const uint8_t **samples, int count, int room) {
     converted_.resize(static_cast<size_t>(room) * output_.channels);
     auto *bytes = reinterpret_cast<uint8_t *>(converted_.data());  // NOLINT(*-reinterpret-cast): FFmpeg's sample type
@@ -134,10 +136,10 @@ int AudioReader::convert(const uint8_t **samples, int count, int room) {
 void AudioReader::drain_converter() {
     if (!converter_) return;
     if (converter_output_ > 0) {
-        while (convert(nullptr, 0, drain_room) > 0) {
+        while (convert(nullptr, 0, drain_samples) > 0) {
         }
     } else {
-        // An input shorter than the resampling filter comes out only when silence pushes it.
+        // An input shorter than the resampling filter only comes out when silence follows.
         swr_inject_silence(converter_.get(), converter_rate_);
         convert(nullptr, 0,
                 static_cast<int>(av_rescale_rnd(converter_input_, output_.rate, converter_rate_, AV_ROUND_UP)));

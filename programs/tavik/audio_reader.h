@@ -1,4 +1,4 @@
-// The input side of the program, second step: from decoded samples to those that the encoder takes.
+// Input, step 2: from decoded samples to the format that the encoder needs.
 #pragma once
 
 #include <cstdint>
@@ -16,28 +16,28 @@ struct AudioFormat {
     uint32_t channels;
 };
 
-// Reads any audio file as interleaved 16-bit samples of a chosen rate, number of channels and level. Samples that have
-// all that come through as they are.
+// Reads any audio file as interleaved 16-bit samples with a chosen rate, number of channels and gain. Samples that
+// already have this format pass through unchanged.
 class AudioReader {
  public:
-    // As AudioDecoder; throws ProgramError with ExitCode::input also when the file yields no samples.
+    // Throws as AudioDecoder, and ProgramError with ExitCode::input when the file has no samples.
     explicit AudioReader(const Source &source);
 
-    // Format at the start of the file.
+    // Format of the first frame of the file.
     AudioFormat source() const { return source_; }
 
-    // Chooses what read() delivers, and a gain; to be called once, before it.
+    // Sets the format and gain of the samples that read() returns; to be called once, before it.
     void set_output(AudioFormat format, double gain_db);
 
-    // Fills `block` and returns its samples per channel; less than fits only at the end of the file. Decodes no more
-    // than it needs, so that nothing waits for input that has not come yet.
+    // Fills `block` and returns the number of samples per channel, fewer than fit only at the end of the file. Decodes
+    // no more than needed, so that it does not wait for live input unnecessarily.
     size_t read(std::span<int16_t> block);
 
     const AudioDecoder &decoder() const { return decoder_; }
     const Level &level() const { return level_; }
 
  private:
-    // A layout as FFmpeg's libraries keep it, freed in the end.
+    // Releases the layout when it is destroyed.
     struct ChannelLayout : AVChannelLayout {
         ChannelLayout() : AVChannelLayout{} {}
         ~ChannelLayout() { av_channel_layout_uninit(this); }
@@ -59,14 +59,14 @@ class AudioReader {
     AudioFormat source_{};
     AudioFormat output_{};
 
-    FfmpegHandle<SwrContext> converter_;  // from the three properties below to output_
+    FfmpegHandle<SwrContext> converter_;  // from the format in the next three members to output_
     int converter_sample_format_ = AV_SAMPLE_FMT_NONE;
     int converter_rate_ = 0;
     ChannelLayout converter_layout_;
-    int64_t converter_input_ = 0;   // samples per channel it has taken
-    int64_t converter_output_ = 0;  // samples per channel it has given out
+    int64_t converter_input_ = 0;   // samples per channel that went in
+    int64_t converter_output_ = 0;  // samples per channel that came out
 
-    std::vector<float> converted_;  // room for one conversion
+    std::vector<float> converted_;  // output of one conversion
     std::vector<int16_t> levelled_;
     Level level_;
     FfmpegHandle<AVAudioFifo> fifo_;

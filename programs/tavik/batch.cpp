@@ -1,4 +1,4 @@
-// Workers take the next file from one list; what is printed about a file does not depend on how many there are.
+// Worker threads take the next job from one list. Reports about a file do not depend on the number of threads.
 #include "batch.h"
 
 #include <algorithm>
@@ -23,7 +23,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// What this run prints about each file.
+// The reports about each file.
 enum class Reports { none, text, json };
 
 Reports choose_reports(const Options &options) {
@@ -63,9 +63,9 @@ class Batch {
     }
 
  private:
-    using Task = std::function<void(size_t)>;  // takes the index of a job
+    using Task = std::function<void(size_t)>;  // the argument is the index of a job
 
-    // All is done at the end.
+    // Runs the task for each job, in several threads. Returns when all are done.
     void for_all_jobs(const Task &task) {
         const size_t cores = std::max<size_t>(1, std::thread::hardware_concurrency());
         const size_t workers = std::min(options_.jobs > 0 ? options_.jobs : cores, jobs_.size());
@@ -74,19 +74,20 @@ class Batch {
             for (size_t i = next++; i < jobs_.size(); i = next++) task(i);
         };
         std::vector<std::jthread> threads;
-        start_more(workers - std::min<size_t>(workers, 1), work, threads);
+        start_threads(workers - std::min<size_t>(workers, 1), work, threads);
         work();
     }
 
-    // So many, or as many as the system lets have.
-    static void start_more(size_t workers, const std::function<void()> &work, std::vector<std::jthread> &threads) {
+    // Starts up to `workers` threads; fewer if the system refuses to create more.
+    static void start_threads(size_t workers, const std::function<void()> &work, std::vector<std::jthread> &threads) {
         try {
             for (size_t i = 0; i < workers; ++i) threads.emplace_back(work);
-        } catch (const std::system_error &) {  // NOLINT(bugprone-empty-catch): those that there are do the work
+        } catch (const std::system_error &) {  // NOLINT(bugprone-empty-catch): the existing threads do the work
         }
     }
 
-    // Before any file is encoded: the loudness of an album needs all files of its directory, also those left out.
+    // Measures all files before any is encoded: the loudness of an album needs all files of its directory, even
+    // skipped ones.
     void measure() {
         std::vector<LoudnessState> states(jobs_.size());
         for_all_jobs([&](size_t i) {
@@ -94,7 +95,7 @@ class Batch {
             try {
                 states[i] = measure_file(options_, jobs_[i], report);
             } catch (
-                const std::exception &) {  // NOLINT(bugprone-empty-catch): found again, and told, when it is encoded
+                const std::exception &) {  // NOLINT(bugprone-empty-catch): encoding fails again and reports the error
             }
         });
         std::map<fs::path, std::vector<ebur128_state *>> albums;
@@ -171,9 +172,9 @@ class Batch {
     Console &console_;
     Reports reports_;
     std::vector<Job> jobs_;
-    std::vector<Loudness> loudness_;  // of each job
+    std::vector<Loudness> loudness_;  // by index of the job
     Progress progress_;
-    std::mutex mutex_;  // for the two members below
+    std::mutex mutex_;  // guards the two members below
     Summary summary_;
     ExitCode latest_failure_ = ExitCode::ok;
 };

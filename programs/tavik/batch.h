@@ -1,4 +1,4 @@
-// All files of a run, several at once.
+// Encodes all files of a run, several at a time.
 #pragma once
 
 #include "console.h"
@@ -7,8 +7,8 @@
 
 namespace tavik {
 
-// Does what the command line asks for. One file that fails does not stop the others. Throws ProgramError when the work
-// cannot even be planned.
+// Does what the command line asks for. A file that fails does not stop the others. Throws ProgramError if the options
+// do not fit the inputs.
 ExitCode run_batch(const Options &options, Console &console);
 
 }  // namespace tavik

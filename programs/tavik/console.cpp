@@ -1,4 +1,4 @@
-// Written past the buffers of the standard library: a line goes out at once, and it is seen whether it did.
+// Uses write() instead of the buffered streams: lines appear at once, and errors are seen at once.
 #include "console.h"
 
 #include <sys/ioctl.h>
@@ -7,7 +7,7 @@
 #include <string_view>
 #include <utility>
 
-#include "waiting.h"
+#include "retry.h"
 
 namespace tavik {
 namespace {
@@ -17,14 +17,14 @@ constexpr std::string_view clear_line = "\r\033[K";
 bool write_all(int descriptor, std::string_view text) {
     while (!text.empty()) {
         const ssize_t written = ::write(descriptor, text.data(), text.size());
-        if (written < 0 && can_go_on(descriptor, POLLOUT)) continue;
+        if (written < 0 && should_retry(descriptor, POLLOUT)) continue;
         if (written < 0) return false;
         text.remove_prefix(static_cast<size_t>(written));
     }
     return true;
 }
 
-// Also those of C1, which in UTF-8 have two bytes.
+// Also replaces C1 control characters, which have two bytes in UTF-8.
 void replace_control_characters(std::string &text) {
     for (size_t i = 0; i < text.size(); ++i) {
         const auto byte = static_cast<unsigned char>(text[i]);
@@ -48,9 +48,9 @@ void Console::result(std::vector<std::string> lines) {
 void Console::problem(const std::string &line) { print(STDERR_FILENO, {"tavik: " + line}); }
 
 unsigned Console::terminal_columns() {
-    constexpr unsigned usual = 80;
+    constexpr unsigned default_columns = 80;
     struct winsize size {};
-    return ::ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : usual;
+    return ::ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : default_columns;
 }
 
 void Console::show_progress(const std::string &bar) {

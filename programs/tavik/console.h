@@ -1,4 +1,4 @@
-// What the program says: lines on standard output and standard error, and below them, on a terminal, a progress bar.
+// Output for the user: lines on standard output and standard error, and on a terminal a progress bar below them.
 #pragma once
 
 #include <mutex>
@@ -7,8 +7,7 @@
 
 namespace tavik {
 
-// Prints lines in one piece, also when several threads have something to say. Control characters in them, such as
-// a line break in a file name, become '?'.
+// Prints whole lines, also from several threads. Control characters, such as a line break in a file name, become '?'.
 class Console {
  public:
     // Results go to standard error when standard output carries the audio.
@@ -17,20 +16,20 @@ class Console {
     Console(const Console &) = delete;
     Console &operator=(const Console &) = delete;
 
-    // Lines about what was done; nothing else comes between them.
+    // Prints result lines; lines of other threads do not come between them.
     void result(std::vector<std::string> lines);
 
-    // A line about what is wrong; the program's name is put in front.
+    // Prints an error or a warning, with the program's name in front.
     void problem(const std::string &line);
 
-    // Standard error is a terminal, of this width.
+    // Whether standard error is a terminal; and its width.
     bool has_terminal() const { return has_terminal_; }
     static unsigned terminal_columns();
 
-    // Replaces the progress bar, nothing where there is no terminal. It fits the terminal's width; empty: no bar.
+    // Replaces the progress bar if there is a terminal. `bar` must fit the terminal's width; empty removes the bar.
     void show_progress(const std::string &bar);
 
-    // A result could not be written.
+    // Whether a result could not be written.
     bool failed() const { return failed_; }
 
  private:

@@ -24,10 +24,10 @@
 namespace tavik {
 namespace {
 
-// Samples for one frame, and how many of them per channel are there.
+// Samples for one frame.
 struct Block {
     std::array<int16_t, 2 * TAVIK_FRAME_LENGTH> samples{};
-    size_t count = 0;
+    size_t count = 0;  // samples per channel
 };
 
 void read_block(AudioReader &reader, uint32_t channels, Block &block) {
@@ -50,7 +50,7 @@ EncoderConfig make_config_for(const Job &job, const Options &options, AudioForma
 
 void check_job(const Options &options, const Job &job) {
     if (job.problem) throw ProgramError(*job.problem);
-    if (options.loudness && StreamInput::suits(job.input)) {
+    if (options.loudness && StreamInput::is_stream(job.input)) {
         throw ProgramError(ExitCode::usage, input_name(job.input), "cannot be read twice, as --loudness needs");
     }
 }
@@ -61,26 +61,26 @@ Source source_of(const Options &options, const Job &job) {
             .track = options.track,
             .language = options.language,
             .keeps_start = options.start_edit,
-            .is_thorough = options.strict || options.verify};
+            .checks_md5 = options.strict || options.verify};
 }
 
-// Progress of one of the readings that a file needs.
-FileProgress progress_of(const Options &options, const AudioDecoder &decoder, double readings_before) {
-    const double readings = options.loudness ? 2 : 1;
+// Progress of the current pass over a file: with --loudness, the first of two passes measures it.
+FileProgress progress_of(const Options &options, const AudioDecoder &decoder, double passes_before) {
+    const double passes = options.loudness ? 2 : 1;
     const auto duration = decoder.duration();
     if (!duration) return {decoder.seconds(), std::nullopt};
-    return {decoder.seconds() + readings_before * *duration, readings * *duration};
+    return {decoder.seconds() + passes_before * *duration, passes * *duration};
 }
 
-// Decibels that the output is to be louder than the input. What would clip by loudness alone is left lower.
+// Gain in dB. With --apply-loudness it is limited so that the output does not clip.
 double choose_gain(const Options &options, const Loudness &loudness) {
-    const bool is_of_album = options.loudness_gain == LoudnessGain::album && loudness.album;
-    const auto &measured = is_of_album ? loudness.album : loudness.track;
+    const bool uses_album = options.loudness_gain == LoudnessGain::album && loudness.album;
+    const auto &measured = uses_album ? loudness.album : loudness.track;
     if (options.loudness_gain == LoudnessGain::none || !measured) return options.gain;
     return std::min(measured->gain + options.gain, -20 * std::log10(measured->peak));
 }
 
-// What is to be said of an input that is read to its end.
+// Adds facts and warnings about an input that has been read to its end.
 void report_input(const Options &options, const AudioReader &reader, EncodedFile &result) {
     const AudioDecoder &decoder = reader.decoder();
     result.track = decoder.track();
@@ -94,12 +94,12 @@ void report_input(const Options &options, const AudioReader &reader, EncodedFile
     if (const auto warning = reader.level().warning()) result.warnings.push_back(*warning);
 }
 
-// Nothing where playing starts with a pause.
+// Absent if an edit delays the start: the iTunSMPB tag cannot express that.
 std::optional<PlayedPart> played_part(const EncodedFile &result) {
     return result.start > 0 ? std::nullopt : std::optional(PlayedPart{result.frames, result.samples});
 }
 
-// What the work on one file needs.
+// References to everything that encoding one file needs.
 struct Work {
     const Options &options;
     const Job &job;
@@ -113,10 +113,10 @@ struct Work {
     }
 };
 
-// Encodes everything from `block`, the first one, to the end of the input. What identifies each frame is kept if there
-// is a place for it.
+// Encodes everything from `block`, the first one, to the end of the input. Appends the digest of each frame to
+// `digests` unless it is null.
 void encode_stream(const Work &work, FrameWriter &writer, Block &block, EncodedFile &result,
-                   std::vector<FrameMark> *marks) {
+                   std::vector<FrameDigest> *digests) {
     StreamEncoder encoder(result.config);
     const uint32_t channels = channel_count(result.config);
     while (!encoder.finished()) {
@@ -124,7 +124,7 @@ void encode_stream(const Work &work, FrameWriter &writer, Block &block, EncodedF
         result.samples += block.count;
         if (!frame.empty()) {
             writer.write(frame, result.samples);
-            if (marks != nullptr) marks->push_back(mark_of(frame));
+            if (digests != nullptr) digests->push_back(digest_of(frame));
             result.frame_bytes += frame.size();
             ++result.frames;
         }
@@ -139,17 +139,17 @@ void write_file(const Work &work, Block &block, EncodedFile &result) {
     const bool verifies = work.options.verify;
     OutputFile output(work.job.output, work.existing());
     FrameWriter writer(output, result.format, result.config, work.reader.decoder(), work.tags, work.options.live);
-    std::vector<FrameMark> marks;
-    encode_stream(work, writer, block, result, verifies ? &marks : nullptr);
+    std::vector<FrameDigest> digests;
+    encode_stream(work, writer, block, result, verifies ? &digests : nullptr);
     const bool is_file = result.format == Format::m4a && output.is_regular();
     if (is_file) write_tags(output, work.tags, played_part(result));
     result.bytes = output.size();
-    if (verifies) verify(output, result, marks);
+    if (verifies) verify(output, result, digests);
     result.verified = verifies;
     output.commit();
 }
 
-// Gives a recording that is complete its final form and name.
+// Gives a complete recording its final format and name.
 void finish_recording(const Work &work, OutputFile &draft, EncodedFile &result) {
     if (result.format != Format::m4a) {
         result.bytes = draft.size();
@@ -164,17 +164,17 @@ void finish_recording(const Work &work, OutputFile &draft, EncodedFile &result) 
     draft.discard();
 }
 
-// Writes into a file that stays if anything goes wrong; messages then name it.
+// Writes into a file that is kept if anything goes wrong; error messages then name it.
 void record(const Work &work, Block &block, EncodedFile &result) {
     OutputFile draft(work.job.output, work.existing(), OutputFile::Draft::visible);
-    const std::string notice = draft.draft_name() + " has what was recorded";
+    const std::string notice = "the recording is kept in " + draft.draft_name();
     set_interruption_notice(notice);
     try {
         FrameWriter writer(draft, result.format, result.config, work.reader.decoder(), work.tags, true);
         {
-            const DiskKeeper keeper(draft);
+            const PeriodicSync sync(draft);
             encode_stream(work, writer, block, result, nullptr);
-            keeper.check();
+            sync.check();
         }
         finish_recording(work, draft, result);
     } catch (const ProgramError &error) {
@@ -185,8 +185,8 @@ void record(const Work &work, Block &block, EncodedFile &result) {
 
 std::string join(const std::vector<std::string> &names) { return fmt::to_string(fmt::join(names, ", ")); }
 
-// The tags of the output. What it has no place for goes into `result`, and into its warnings where one would not be
-// surprised by that.
+// The tags of the output. Adds what it cannot store to result.not_kept, and for M4A, where users expect tags to be
+// kept, also to the warnings.
 Tags tags_for(const Options &options, const AudioDecoder &source, bool has_chapters, EncodedFile &result) {
     Tags tags = read_tags(source, options, result.gain);
     set_replay_gain(tags, result.replay_gain);
@@ -210,7 +210,7 @@ EncodedFile encode_opened(const Options &options, const Job &job, const Loudness
     result.config = make_config_for(job, options, result.source);
     result.start = static_cast<uint64_t>(reader.decoder().start_samples(result.config.sample_rate));
 
-    // The output is not touched before the input has shown that there is something to write.
+    // The output is not opened before the input has delivered samples.
     Block block;
     result.gain = choose_gain(options, loudness);
     if (loudness.track) result.replay_gain.track = loudness.track->after(result.gain);

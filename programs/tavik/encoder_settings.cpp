@@ -1,4 +1,4 @@
-// Checks the bit rate by itself, before the library does, so that the message can name the range.
+// Checks the bit rate before the library does, so that the error message can state the range.
 #include "encoder_settings.h"
 
 #include <algorithm>
@@ -9,15 +9,14 @@
 namespace tavik {
 namespace {
 
-// Bit/s per channel from the bit/s of all channels.
+// Bit rate per channel from the bit rate of all channels, in bit/s. Throws ProgramError if it is not valid.
 uint32_t divide_bit_rate(uint64_t bit_rate, uint32_t channels, uint32_t rate) {
     const std::string subject = "-b " + std::to_string(bit_rate);
-    const BitRateRange legal = legal_bit_rates(channels, rate);
-    if (bit_rate < legal.lowest && legal.contains(bit_rate * 1000)) {
-        throw ProgramError(ExitCode::usage, subject,
-                           "bits per second? For thousands: " + std::to_string(bit_rate) + "k");
+    const BitRateRange valid = valid_bit_rates(channels, rate);
+    if (bit_rate < valid.min && valid.contains(bit_rate * 1000)) {
+        throw ProgramError(ExitCode::usage, subject, "is in bit/s; for kbit/s use " + std::to_string(bit_rate) + "k");
     }
-    if (!legal.contains(bit_rate)) {
+    if (!valid.contains(bit_rate)) {
         throw ProgramError(ExitCode::usage, subject, bit_rate_rule(channels, rate));
     }
     if (bit_rate % channels != 0) {
@@ -43,15 +42,14 @@ uint32_t choose_rate(uint32_t source_rate) {
 }
 
 EncoderConfig make_config(const Options &options, Format format, AudioFormat source) {
-    const ChannelMode mode = options.mode.value_or(source.channels == 1 ? ChannelMode::mono : ChannelMode::stereo);
     EncoderConfig config{};
-    config.channel_mode = static_cast<uint32_t>(mode);
+    config.channel_mode = static_cast<uint32_t>(options.mode.value_or(default_channel_mode(source.channels)));
     config.sample_rate = options.rate.value_or(choose_rate(source.rate));
     config.bit_rate = options.bit_rate ? divide_bit_rate(*options.bit_rate, channel_count(config), config.sample_rate)
                                        : default_bit_rate(config.sample_rate);
     config.header_type = header_type(format);
     config.constant_rate = options.constant_rate ? 1 : 0;
-    // An MP4 file tells players how much to leave out, so that all samples can be exact.
+    // An MP4 file always has it: its edit list tells players to skip the priming samples.
     config.emit_priming_frame = options.priming || format == Format::m4a ? 1 : 0;
     config.tns_disable = options.no_tns ? 1 : 0;
     return config;

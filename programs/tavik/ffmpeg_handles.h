@@ -1,4 +1,4 @@
-// Ownership and error texts of FFmpeg's C interface.
+// Ownership of objects of FFmpeg's libraries, and texts of their errors.
 #pragma once
 
 extern "C" {
@@ -19,7 +19,7 @@ extern "C" {
 
 namespace tavik {
 
-// Frees what FFmpeg's libraries allocate.
+// Frees objects that FFmpeg's libraries have allocated.
 struct FfmpegDeleter {
     void operator()(AVFormatContext *context) const {
         if (context->iformat != nullptr) avformat_close_input(&context);
@@ -47,7 +47,7 @@ FfmpegHandle<T> own(T *pointer) {
     return FfmpegHandle<T>(pointer);
 }
 
-// A packet with a copy of these bytes, and zeros behind them.
+// A packet with a copy of these bytes, followed by zeros as padding.
 inline FfmpegHandle<AVPacket> new_packet(std::span<const uint8_t> bytes) {
     auto packet = own(av_packet_alloc());
     if (av_new_packet(packet.get(), static_cast<int>(bytes.size())) < 0) throw std::bad_alloc();
@@ -55,7 +55,7 @@ inline FfmpegHandle<AVPacket> new_packet(std::span<const uint8_t> bytes) {
     return packet;
 }
 
-// Gives codec parameters a copy of a decoder configuration.
+// Stores a copy of a decoder configuration in codec parameters.
 inline void set_extradata(AVCodecParameters &parameters, std::span<const uint8_t> bytes) {
     parameters.extradata = static_cast<uint8_t *>(av_mallocz(bytes.size() + AV_INPUT_BUFFER_PADDING_SIZE));
     if (parameters.extradata == nullptr) throw std::bad_alloc();
@@ -63,7 +63,7 @@ inline void set_extradata(AVCodecParameters &parameters, std::span<const uint8_t
     parameters.extradata_size = static_cast<int>(bytes.size());
 }
 
-// Text of a negative result of an FFmpeg function.
+// Text for the negative result of an FFmpeg function.
 inline std::string ffmpeg_error_text(int error) {
     std::array<char, AV_ERROR_MAX_STRING_SIZE> text{};
     const bool known = av_strerror(error, text.data(), text.size()) == 0;

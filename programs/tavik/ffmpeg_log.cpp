@@ -1,4 +1,5 @@
-// Every file is opened, decoded and written by one thread: the libraries start none unless they are asked to.
+// Messages are kept per thread. Each file is read and written by a single thread: FFmpeg's libraries start no threads
+// of their own unless asked to.
 #include "ffmpeg_log.h"
 
 extern "C" {
@@ -13,7 +14,7 @@ extern "C" {
 namespace tavik {
 namespace {
 
-// Global, because the callback of the libraries takes no argument of ours.
+// Global, because the callback cannot get an argument of our own.
 thread_local FfmpegLog current_log;  // NOLINT(cppcoreguidelines-avoid-non-const-global-variables)
 
 void keep_message(const std::string &message, int level) {

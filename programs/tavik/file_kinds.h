@@ -1,4 +1,4 @@
-// What a file holds, as far as its name tells.
+// Kinds of files, recognised by the extension of the name.
 #pragma once
 
 #include <filesystem>
@@ -10,7 +10,7 @@ enum class FileKind { other, audio, film };
 
 FileKind kind_by_name(const std::filesystem::path &path);
 
-// With its dot; empty where there is none, as in "2. Allegro".
+// The extension in lower case, with its dot; empty if there is none, as in "2. Allegro".
 std::string lower_case_extension(const std::filesystem::path &path);
 
 }  // namespace tavik

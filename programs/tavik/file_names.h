@@ -1,11 +1,11 @@
-// Names of inputs and outputs, as the command line and messages have them.
+// Names of inputs and outputs on the command line and in messages.
 #pragma once
 
 #include <string>
 
 namespace tavik {
 
-// Name on the command line of standard input and standard output.
+// Name of standard input and standard output on the command line.
 inline constexpr const char *standard_stream = "-";
 
 inline std::string input_name(const std::string &path) { return path == standard_stream ? "standard input" : path; }

@@ -1,4 +1,4 @@
-// The coded frames on their way into a file of the chosen format.
+// Writes coded frames in the chosen format.
 #pragma once
 
 #include <optional>
@@ -10,11 +10,11 @@
 
 namespace tavik {
 
-// Writes frames into an MP4 file, or as they are, with the headers that the encoder has put in front of them.
+// Writes frames into an MP4 file, or unchanged with the headers that the encoder has written.
 class FrameWriter {
  public:
-    // Keeps references to `output` and `tags`. Chapters and language are those of `source`. is_live: what is written is
-    // of use at once, as a stream frame by frame, in a file second by second.
+    // Keeps references to `output` and `tags`. Chapters and language are those of `source`. is_live: MP4 is fragmented
+    // so that it can be played at once, with fragments of one frame in a stream and of one second in a file.
     FrameWriter(OutputFile &output, Format format, const EncoderConfig &config, const AudioDecoder &source,
                 const Tags &tags, bool is_live)
         : output_(output) {
@@ -27,7 +27,7 @@ class FrameWriter {
         if (format == Format::m4a) muxer_.emplace(output, config, source, tags, fragment);
     }
 
-    // As Mp4Muxer.
+    // As Mp4Muxer::write().
     void write(std::span<const uint8_t> frame, uint64_t samples) {
         if (muxer_) {
             muxer_->write(frame, samples);
@@ -36,7 +36,7 @@ class FrameWriter {
         }
     }
 
-    // Ends the file.
+    // Completes the file.
     void finish() {
         if (muxer_) muxer_->finish();
     }

@@ -15,48 +15,49 @@ namespace {
 namespace fs = std::filesystem;
 
 struct Search {
-    fs::path outputs;          // a directory that is left out
-    std::vector<Found> found;  // audio files
+    fs::path outputs;               // the directory for outputs, which is not searched
+    std::vector<FoundInput> found;  // audio files, and directories that cannot be read
     std::vector<fs::path> films;
 };
 
-// Adds what is below a directory, without hidden files and directories; links to directories are not followed.
-// NOLINTNEXTLINE(misc-no-recursion): as deep as the directories are
-void search(const fs::path &directory, const fs::path &place, Search &result) {
+// Adds the files below a directory, except hidden ones; links to directories are not followed. `relative` is the path
+// of the directory below the directory for outputs.
+// NOLINTNEXTLINE(misc-no-recursion): as deep as the directories are nested
+void search(const fs::path &directory, const fs::path &relative, Search &result) {
     std::error_code error;
     std::vector<fs::directory_entry> entries;
     for (fs::directory_iterator entry(directory, error), end; !error && entry != end; entry.increment(error)) {
         if (!entry->path().filename().string().starts_with('.')) entries.push_back(*entry);
     }
-    if (error) result.found.push_back({directory, place, true, error.message()});
+    if (error) result.found.push_back({directory, relative, true, error.message()});
     std::ranges::sort(entries);
     for (const fs::directory_entry &entry : entries) {
         const fs::path &path = entry.path();
         std::error_code no_type;
         if (entry.is_directory(no_type) && !entry.is_symlink(no_type)) {
-            if (!fs::equivalent(path, result.outputs, no_type)) search(path, place / path.filename(), result);
+            if (!fs::equivalent(path, result.outputs, no_type)) search(path, relative / path.filename(), result);
         } else if (entry.is_regular_file(no_type)) {
             const FileKind kind = kind_by_name(path);
-            if (kind == FileKind::audio) result.found.push_back({path, place / path.filename(), true, {}});
+            if (kind == FileKind::audio) result.found.push_back({path, relative / path.filename(), true, {}});
             if (kind == FileKind::film) result.films.push_back(path);
         }
     }
 }
 
-// The last part of a directory's name, also of one such as "." or "music/".
-fs::path own_name(const fs::path &directory) {
+// The last component of a directory's path, also for paths such as "." or "music/".
+fs::path directory_name(const fs::path &directory) {
     std::error_code error;
     const fs::path normal = fs::absolute(directory, error).lexically_normal();
     return normal.has_filename() ? normal.filename() : normal.parent_path().filename();
 }
 
-std::string lack_of_audio(const std::vector<fs::path> &films) {
+std::string no_audio_message(const std::vector<fs::path> &films) {
     if (films.empty()) return "no audio files in this directory";
     return fmt::format("no audio files, but {} film{}; name them: tavik {}", films.size(), films.size() == 1 ? "" : "s",
                        films.front().string());
 }
 
-// How to come by what a URL stands for; nothing where the text is none, or a file with such a name.
+// If the text is a URL and not the name of a file, says how to encode what it refers to; otherwise empty.
 std::string advice_for_url(const std::string &text) {
     const std::string scheme = text.substr(0, text.find("://"));
     const auto is_part = [](unsigned char c) { return std::isalnum(c) != 0 || c == '+' || c == '-' || c == '.'; };
@@ -74,17 +75,17 @@ bool is_directory(const std::string &input) {
 
 }  // namespace
 
-std::vector<Found> find_inputs(const Options &options) {
-    std::vector<Found> all;
+std::vector<FoundInput> find_inputs(const Options &options) {
+    std::vector<FoundInput> all;
     for (const std::string &input : options.inputs) {
         if (!is_directory(input)) {
             all.push_back({input, fs::path(input).filename(), false, advice_for_url(input)});
             continue;
         }
-        const fs::path place = options.inputs.size() == 1 ? fs::path() : own_name(input);
+        const fs::path relative = options.inputs.size() == 1 ? fs::path() : directory_name(input);
         Search result{options.output.value_or(""), {}, {}};
-        search(input, place, result);
-        if (result.found.empty()) result.found.push_back({input, place, true, lack_of_audio(result.films)});
+        search(input, relative, result);
+        if (result.found.empty()) result.found.push_back({input, relative, true, no_audio_message(result.films)});
         all.insert(all.end(), result.found.begin(), result.found.end());
     }
     return all;

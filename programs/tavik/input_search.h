@@ -1,4 +1,4 @@
-// What the command line names as inputs: files, and directories that stand for the audio files below them.
+// Finds the inputs that the command line names: files, and the audio files below directories.
 #pragma once
 
 #include <filesystem>
@@ -9,18 +9,17 @@
 
 namespace tavik {
 
-// An input with the place of its output below the directory for outputs.
-struct Found {
+struct FoundInput {
     std::string path;
-    std::filesystem::path place;
-    bool by_search = false;  // found in a directory, not named by the user
-    std::string problem;     // why it is none
+    std::filesystem::path relative;  // path of its output below the directory for outputs, before the extension changes
+    bool found_in_directory = false;  // not named by the user itself
+    std::string problem;              // why it cannot be an input; empty if it can
 };
 
-// In the order of the command line, the files of a directory sorted by name.
-std::vector<Found> find_inputs(const Options &options);
+// All inputs in the order of the command line; files of a directory are sorted by name.
+std::vector<FoundInput> find_inputs(const Options &options);
 
-// A directory is among the inputs, or there are several of them.
+// Whether there are several inputs, or an input is a directory.
 bool has_several_inputs(const Options &options);
 
 }  // namespace tavik

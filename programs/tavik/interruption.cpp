@@ -1,4 +1,5 @@
-// A thread that waits for the signals, and no signal handler: it may take locks, and it runs while others are blocked.
+// Signals are received by a thread with sigwait() instead of a signal handler: it may take locks, and it runs even
+// while all other threads are blocked.
 #include "interruption.h"
 
 #include <sys/eventfd.h>
@@ -21,14 +22,14 @@ namespace {
 constexpr std::array interruptions{SIGINT, SIGTERM, SIGHUP};
 
 struct State {
-    std::mutex mutex;                                       // for the two members below
-    std::set<std::pair<int, std::string>> temporary_files;  // descriptors of directories, names in them
+    std::mutex mutex;                                       // guards the two members below
+    std::set<std::pair<int, std::string>> temporary_files;  // descriptor of the directory, name in it
     std::string notice;
-    std::atomic<int> end_of_input = -1;
-    std::atomic<bool> input_is_ended = false;
+    std::atomic<int> end_of_input = -1;  // an eventfd
+    std::atomic<bool> input_has_ended = false;
 };
 
-// Never destroyed, because an interruption may come while the program ends.
+// Never destroyed, because a signal may arrive while the program ends.
 State &state() {
     static auto &only_one = *new State;  // NOLINT(*-owning-memory,*-avoid-non-const-global-variables)
     return only_one;
@@ -40,7 +41,8 @@ bool is_ignored(int signal_number) {
     return action.sa_handler == SIG_IGN;
 }
 
-// What the caller wants ignored stays ignored: nohup the hangup, a shell SIGINT for programs in the background.
+// Signals that the caller has set to be ignored stay ignored: nohup does so with SIGHUP, shells with SIGINT for
+// programs in the background.
 sigset_t interruption_set() {
     sigset_t set;
     sigemptyset(&set);
@@ -54,18 +56,18 @@ void remove_temporary_files() {
     for (const auto &[directory, name] : state().temporary_files) ::unlinkat(directory, name.c_str(), 0);
 }
 
-// When no way is left to report an error, such as memory that runs out once more while one is reported.
-[[noreturn]] void abandon_program() {
-    // Perhaps this very thread has it already.
+// Called by std::terminate() when an error cannot be reported, for example because memory runs out again meanwhile.
+[[noreturn]] void abort_program() {
+    // Does not wait, because this thread may hold the lock.
     std::ignore = state().mutex.try_lock();
     remove_temporary_files();
     std::abort();
 }
 
-// The lock is not given back: nothing can make another file between the removal and the end. Writing a message may
-// block, so that a second signal has its usual effect by then.
+// Keeps the lock until the end, so that no file can be created after the removal. Writing the message may block;
+// therefore the signals are unblocked first, and a second one ends the program.
 [[noreturn]] void end_program(const sigset_t &set, int signal_number) {
-    hold_interruptions().release();
+    block_interruptions().release();
     remove_temporary_files();
     pthread_sigmask(SIG_UNBLOCK, &set, nullptr);
     const std::string clear_line = ::isatty(STDERR_FILENO) == 1 ? "\r\033[K" : "";
@@ -75,10 +77,10 @@ void remove_temporary_files() {
     ::_exit(128 + signal_number);
 }
 
-// Ends the input if an interruption may do so and none has done it yet.
+// Ends the input if that is enabled and has not happened yet; otherwise false.
 bool end_input() {
     const int event = state().end_of_input;
-    if (event < 0 || state().input_is_ended.exchange(true)) return false;
+    if (event < 0 || state().input_has_ended.exchange(true)) return false;
     ::eventfd_write(event, 1);
     return true;
 }
@@ -90,7 +92,7 @@ void watch_for_interruptions() {
     const sigset_t set = interruption_set();
     pthread_sigmask(SIG_BLOCK, &set, nullptr);
     state();
-    std::set_terminate(abandon_program);
+    std::set_terminate(abort_program);
     std::thread([set] {
         int signal_number = 0;
         while (sigwait(&set, &signal_number) == 0) {
@@ -99,7 +101,7 @@ void watch_for_interruptions() {
     }).detach();
 }
 
-void let_interruption_end_input() {
+void end_input_on_interruption() {
     const int event = ::eventfd(0, EFD_CLOEXEC);
     if (event < 0) throw std::system_error(errno, std::generic_category(), "eventfd");
     state().end_of_input = event;
@@ -107,9 +109,9 @@ void let_interruption_end_input() {
 
 int end_of_input_event() { return state().end_of_input; }
 
-bool input_is_ended() { return state().input_is_ended; }
+bool input_has_ended() { return state().input_has_ended; }
 
-std::unique_lock<std::mutex> hold_interruptions() { return std::unique_lock(state().mutex); }
+std::unique_lock<std::mutex> block_interruptions() { return std::unique_lock(state().mutex); }
 
 void remove_on_interruption(int directory, const std::string &name) {
     state().temporary_files.emplace(directory, name);
@@ -118,7 +120,7 @@ void remove_on_interruption(int directory, const std::string &name) {
 void keep_on_interruption(int directory, const std::string &name) { state().temporary_files.erase({directory, name}); }
 
 void set_interruption_notice(const std::string &notice) {
-    const auto hold = hold_interruptions();
+    const auto lock = block_interruptions();
     state().notice = notice;
 }
 

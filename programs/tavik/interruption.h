@@ -1,4 +1,4 @@
-// Signals: how an interrupted run ends without leaving an unfinished file behind, or a recording ends well.
+// Signals: an interrupted run leaves no unfinished files, and a recording is completed.
 #pragma once
 
 #include <mutex>
@@ -6,31 +6,31 @@
 
 namespace tavik {
 
-// From now on a thread of its own waits for SIGINT, SIGTERM and SIGHUP (without those that the caller wants ignored),
-// removes the files named to remove_on_interruption() and ends the program at once with status 128 + signal, whatever
-// other threads do. The end by an exception that nothing can catch removes them too. A write that fails reports an
-// error from now on instead of killing the program. To be called before any thread starts.
+// Starts a thread that waits for SIGINT, SIGTERM and SIGHUP, except those that the caller has set to be ignored. On a
+// signal it removes the files passed to remove_on_interruption() and ends the program at once with status
+// 128 + signal, whatever other threads do. std::terminate() removes them too. SIGPIPE and SIGXFSZ are ignored, so that
+// failed writes return errors. To be called before any other thread starts.
 void watch_for_interruptions();
 
-// From now on the first interruption ends nothing but the input. To be called before an input is opened.
-void let_interruption_end_input();
+// From now on the first signal only ends the input. To be called before an input is opened.
+void end_input_on_interruption();
 
-// A descriptor that can be read from once the input is to end, for poll(); -1 when interruptions do not end inputs.
+// A descriptor for poll() that becomes readable when a signal ends the input; -1 without end_input_on_interruption().
 int end_of_input_event();
 
-// An interruption has ended the input.
-bool input_is_ended();
+// Whether a signal has ended the input.
+bool input_has_ended();
 
-// Holds an interruption back while it is locked: files that it concerns are made, renamed or removed in one step with
-// what follows from that.
-std::unique_lock<std::mutex> hold_interruptions();
+// A lock that delays the handling of signals. To be held while a temporary file is created, renamed or removed and the
+// list of files to remove is updated.
+std::unique_lock<std::mutex> block_interruptions();
 
-// Adds a file, in the directory with this descriptor, to those that an interruption removes, or takes it off. With
-// interruptions held back.
+// Add a file, in the directory with this descriptor, to those that an interruption removes, or take it off the list. To
+// be called with the lock of block_interruptions().
 void remove_on_interruption(int directory, const std::string &name);
 void keep_on_interruption(int directory, const std::string &name);
 
-// What the message of an interruption tells besides, in one line; empty: nothing.
+// Sets a text to append to the message about an interruption; empty: none.
 void set_interruption_notice(const std::string &notice);
 
 }  // namespace tavik

@@ -1,4 +1,4 @@
-// Written as loops that compilers turn into vector instructions: every sample of every file passes here.
+// The loops are written so that compilers vectorise them: every converted sample passes through them.
 #include "level.h"
 
 #include <fmt/format.h>
@@ -13,10 +13,10 @@ namespace {
 
 constexpr float full_scale = 32768;
 
-// Added to a number below 2^22 it leaves the nearest whole number in the low bits of the sum.
+// Adding this to a float below 2^22 leaves the nearest integer in the low bits of the sum.
 constexpr float rounding = 0x1.8p23F;
 
-// Samples that are worked on together.
+// Samples that are processed together.
 constexpr size_t lanes = 8;
 
 int16_t round_to_16_bits(float sample) {
@@ -24,8 +24,8 @@ int16_t round_to_16_bits(float sample) {
     return static_cast<int16_t>(std::bit_cast<uint32_t>(limited + rounding));
 }
 
-// With a comma between thousands.
-std::string grouped(uint64_t number) {
+// 1234567 becomes "1,234,567".
+std::string with_thousands_separators(uint64_t number) {
     const std::string digits = std::to_string(number);
     std::string text;
     for (size_t i = 0; i < digits.size(); ++i) {
@@ -43,7 +43,7 @@ void Level::to_16_bits(std::span<const float> in, std::span<int16_t> out) {
     std::array<float, lanes> highest{};
     const auto convert = [&](size_t i, size_t lane) {
         const float product = in[i] * factor_;
-        const float sample = product == product ? product : 0;  // what is no number is silence
+        const float sample = product == product ? product : 0;  // NaN becomes silence
         const float magnitude = std::abs(sample);
         highest[lane] = highest[lane] < magnitude ? magnitude : highest[lane];
         out[i] = round_to_16_bits(sample);
@@ -68,7 +68,7 @@ double Level::peak_dbfs() const { return 20 * std::log10(static_cast<double>(pea
 std::optional<std::string> Level::warning() const {
     if (clipped_ == 0) return std::nullopt;
     const double safe_gain = std::floor((gain_db_ - peak_dbfs()) * 10) / 10;
-    return fmt::format("{} sample{} clipped, peak {:+.1f} dBFS; use --gain {:.1f}", grouped(clipped_),
+    return fmt::format("{} sample{} clipped, peak {:+.1f} dBFS; use --gain {:.1f}", with_thousands_separators(clipped_),
                        clipped_ == 1 ? "" : "s", peak_dbfs(), safe_gain);
 }
 

@@ -1,4 +1,4 @@
-// The input side of the program, last step: from samples of any level to the 16 bits that the encoder takes.
+// Input, step 3: gain, and conversion to 16 bits with clipping.
 #pragma once
 
 #include <cstdint>
@@ -8,24 +8,24 @@
 
 namespace tavik {
 
-// A factor from decibels.
+// Amplitude factor for a gain in dB.
 double to_factor(double gain_db);
 
-// Applies a gain, rounds to 16 bits, and counts what does not fit.
+// Applies a gain, rounds to 16 bits and counts clipped samples.
 class Level {
  public:
     explicit Level(double gain_db = 0) : gain_db_(gain_db), factor_(static_cast<float>(to_factor(gain_db))) {}
 
-    // Samples of full scale 1 become the first of `out`. What is above full scale is clipped.
+    // Converts samples with full scale 1 into the first in.size() elements of `out`, with clipping.
     void to_16_bits(std::span<const float> in, std::span<int16_t> out);
 
     bool has_gain() const { return factor_ != 1; }
 
-    // Samples so far that were above full scale, and the highest of all in dBFS.
+    // Number of clipped samples so far, and the peak before clipping in dBFS.
     uint64_t clipped() const { return clipped_; }
     double peak_dbfs() const;
 
-    // In words, if samples were clipped, with the gain that would have avoided it.
+    // A warning if samples were clipped, with the gain that avoids it.
     std::optional<std::string> warning() const;
 
  private:

@@ -8,14 +8,14 @@
 namespace tavik {
 namespace {
 
-constexpr double reference_loudness = -18;  // LUFS, of ReplayGain 2
+constexpr double reference_loudness = -18;  // LUFS, the target of ReplayGain 2
 constexpr size_t block_samples = 4096;      // per channel
 
 void check(int result) {
     if (result != EBUR128_SUCCESS) throw std::bad_alloc();
 }
 
-// Adds everything that a reader gives; what it makes softer is made up for.
+// Measures everything that a reader delivers. The gain that the reader applies is removed again.
 void add_all(ebur128_state *state, AudioReader &reader, double gain_db,
              const std::function<void(const AudioDecoder &)> &report) {
     std::vector<int16_t> samples(block_samples * state->channels);
@@ -29,13 +29,13 @@ void add_all(ebur128_state *state, AudioReader &reader, double gain_db,
     }
 }
 
-// Sets `peak_dbfs` to the highest sample above full scale, or to 0.
+// Sets `peak_dbfs` to the peak if samples were clipped, otherwise to 0.
 LoudnessState measure(const Source &source, const ChooseFormat &choose_format, double gain_db, double &peak_dbfs,
                       const std::function<void(const AudioDecoder &)> &report) {
     AudioReader reader(source);
     const AudioFormat format = choose_format(reader.source());
     reader.set_output(format, gain_db);
-    // With a histogram instead of all blocks, so that memory does not grow.
+    // The histogram mode keeps memory constant.
     LoudnessState state(
         ebur128_init(format.channels, format.rate, EBUR128_MODE_I | EBUR128_MODE_SAMPLE_PEAK | EBUR128_MODE_HISTOGRAM));
     if (!state) throw std::bad_alloc();
@@ -50,7 +50,7 @@ LoudnessState measure_loudness(const Source &source, const ChooseFormat &choose_
                                const std::function<void(const AudioDecoder &)> &report) {
     double peak_dbfs = 0;
     LoudnessState state = measure(source, choose_format, 0, peak_dbfs, report);
-    // What was clipped is read again, softer.
+    // A file that was clipped is read again with a lower gain.
     if (peak_dbfs > 0) state = measure(source, choose_format, -std::ceil(peak_dbfs), peak_dbfs, report);
     return state;
 }

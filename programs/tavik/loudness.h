@@ -1,4 +1,4 @@
-// Loudness by EBU R128 / ITU-R BS.1770, as ReplayGain 2 takes it.
+// Loudness measurement by EBU R128 / ITU-R BS.1770, as ReplayGain 2 uses it.
 #pragma once
 
 #include <ebur128.h>
@@ -12,16 +12,16 @@
 
 namespace tavik {
 
-// What players need to make everything as loud.
+// Values with which players equalise loudness.
 struct ReplayGain {
-    double gain;  // dB that bring it to -18 LUFS
-    double peak;  // the highest sample, full scale 1
+    double gain;  // dB, to reach -18 LUFS
+    double peak;  // largest sample, full scale 1
 
-    // The same of what has been made louder by so many decibels.
+    // The values after a gain has been applied to the audio.
     ReplayGain after(double gain_db) const { return {gain - gain_db, peak * to_factor(gain_db)}; }
 };
 
-// What was measured of one file, and of all files of its directory. Silence has no loudness.
+// Measured values of one file, and of all files of its directory together. Absent for silence.
 struct Loudness {
     std::optional<ReplayGain> track;
     std::optional<ReplayGain> album;
@@ -32,15 +32,15 @@ struct LoudnessDeleter {
 };
 using LoudnessState = std::unique_ptr<ebur128_state, LoudnessDeleter>;
 
-// Chooses the format of the output for that of a source.
+// Returns the output format for the format of a source.
 using ChooseFormat = std::function<AudioFormat(AudioFormat)>;
 
-// Reads a whole file as it would be encoded, but for what clipping would take. `report` is called now and then. Throws
-// as AudioReader.
+// Measures a whole file in the format in which it will be encoded, but without clipping. `report` is called regularly.
+// Throws as AudioReader.
 LoudnessState measure_loudness(const Source &source, const ChooseFormat &choose_format,
                                const std::function<void(const AudioDecoder &)> &report);
 
-// Of some files together, or of one.
+// The values of one file, or of several together.
 std::optional<ReplayGain> replay_gain(std::span<ebur128_state *const> states);
 
 }  // namespace tavik

@@ -1,4 +1,4 @@
-// The program tavik, a command-line encoder on top of the library: turns every error into a line and an exit status.
+// The command-line encoder tavik. Every error becomes a message and an exit status here.
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -21,9 +21,9 @@ ExitCode run(const Options &options) {
     Console console(to_standard_output);
     try {
         if (to_standard_output && ::isatty(STDOUT_FILENO) == 1) {
-            throw ProgramError(ExitCode::usage, "standard output", "is a terminal, which is no place for audio");
+            throw ProgramError(ExitCode::usage, "standard output", "is a terminal; audio is not written to it");
         }
-        if (options.live) let_interruption_end_input();
+        if (options.live) end_input_on_interruption();
         const ExitCode exit_code = run_batch(options, console);
         if (exit_code != ExitCode::ok || !console.failed()) return exit_code;
         throw ProgramError(ExitCode::output, "standard output", "cannot write the report");
@@ -46,9 +46,9 @@ ExitCode run(int argc, const char *const *argv) {
     }
 }
 
-// A file that is opened must not get the place of a standard stream that the caller has closed: messages would go into
-// it. What is put there instead cannot be written to.
-void occupy_standard_streams() {
+// Opens /dev/null for standard streams that the caller has closed. Otherwise a file could get the descriptor of one of
+// them, and messages would be written into it. Read-only, so that writing results still fails.
+void reserve_standard_descriptors() {
     int descriptor = 0;
     while (descriptor >= 0 && descriptor <= STDERR_FILENO) descriptor = ::open("/dev/null", O_RDONLY);
     if (descriptor > STDERR_FILENO) ::close(descriptor);
@@ -57,7 +57,7 @@ void occupy_standard_streams() {
 }  // namespace
 
 int main(int argc, char **argv) {
-    occupy_standard_streams();
+    reserve_standard_descriptors();
     watch_for_interruptions();
     capture_ffmpeg_log();
     return static_cast<int>(run(argc, argv));

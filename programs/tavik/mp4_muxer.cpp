@@ -1,5 +1,5 @@
-// libavformat does the work; here is what it is told. Times are in samples and start at minus one frame: the muxer
-// makes the edit list of that, which tells players to leave out the priming frame, and the padding at the end.
+// Configures libavformat's muxer. Times are in samples and start one frame before 0: from that the muxer writes the
+// edit list, which tells players to skip the priming frame and the padding at the end.
 #include "mp4_muxer.h"
 
 #include <algorithm>
@@ -20,7 +20,7 @@ namespace {
 
 constexpr int buffer_bytes = 32768;
 
-// Begins the tag that tells what has made a file.
+// Start of the tag that names the program that made a file.
 constexpr const char *encoding_tool = "Tavik ";
 
 void copy_chapters(AVFormatContext &format, const AVFormatContext &source) {
@@ -105,10 +105,10 @@ void Mp4Muxer::add_audio_stream(const EncoderConfig &config, const std::string &
 
 void Mp4Muxer::write_header() {
     AVDictionary *options = nullptr;
-    // Edits are counted in units of this, and have to be exact to the sample.
+    // The unit of durations in the edit list, which have to be exact to the sample.
     av_dict_set_int(&options, "movie_timescale", format_->streams[0]->codecpar->sample_rate, 0);
-    // The index of fragments at the end, which the flag skip_trailer leaves out, would grow in memory, and not know
-    // how long tags make the head.
+    // skip_trailer omits the index of fragments at the end. It would grow in memory, and its offsets would be wrong
+    // after tags have been inserted into the header.
     const char *flags = fragment_samples_ ? "frag_custom+delay_moov+default_base_moof+skip_trailer" : "faststart";
     av_dict_set(&options, "movflags", flags, 0);
     const int result = avformat_write_header(format_.get(), &options);
@@ -127,7 +127,7 @@ void Mp4Muxer::write(std::span<const uint8_t> frame, uint64_t samples) {
 }
 
 void Mp4Muxer::end_fragment() {
-    // The first call writes only the header of the file, because of delay_moov.
+    // With delay_moov, the first call writes only the header of the file.
     if (std::exchange(is_first_fragment_, false)) check(av_write_frame(format_.get(), nullptr));
     check(av_write_frame(format_.get(), nullptr));
     avio_flush(io_.get());
@@ -141,7 +141,7 @@ void Mp4Muxer::finish() {
     check(io_->error);
 }
 
-// Turns the negative result of a function of FFmpeg into an exception; errors of the output go first.
+// Throws for the negative result of an FFmpeg function. An error of the output comes first, as it is the cause.
 void Mp4Muxer::check(int result) {
     if (error_) std::rethrow_exception(error_);
     if (result >= 0) return;
@@ -154,7 +154,7 @@ int Mp4Muxer::write_callback(void *muxer, Byte *bytes, int count) {
     auto &self = *static_cast<Mp4Muxer *>(muxer);
     try {
         std::span<const uint8_t> written(bytes, static_cast<size_t>(count));
-        if (self.tagger_) written = self.tagger_->pass(written);
+        if (self.tagger_) written = self.tagger_->process(written);
         if (!self.error_) self.output_.write(written);
     } catch (...) {
         self.error_ = std::current_exception();
@@ -168,7 +168,7 @@ int64_t Mp4Muxer::seek_callback(void *muxer, int64_t offset, int whence) {
     return position < 0 ? AVERROR(errno) : position;
 }
 
-// To put the index in front, libavformat opens its output once more and reads what it has written.
+// To move the index to the front, libavformat opens its output a second time and reads what it has written.
 int Mp4Muxer::open_callback(AVFormatContext *format, AVIOContext **io, const char * /*url*/, int /*flags*/,
                             AVDictionary ** /*options*/) {
     auto *buffer = static_cast<uint8_t *>(av_malloc(buffer_bytes));

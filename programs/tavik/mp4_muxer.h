@@ -1,4 +1,4 @@
-// MP4 files around the coded frames, for music players and for pipes.
+// Writes coded frames into MP4 files and streams.
 #pragma once
 
 #include <tavik.h>
@@ -17,27 +17,27 @@
 
 namespace tavik {
 
-// An MP4 file that this program has made before, by its tags.
+// Whether this program has made the MP4 file, according to its tags.
 bool is_made_by_tavik(const std::string &path);
 
-// Writes frames, the first of them the priming frame, into an MP4 file with the chapters of the source and its index in
-// front, to which write_tags() adds tags in the end; or as fragmented MP4 with tags and without chapters, which needs
-// no index and can be written into a pipe. Errors throw ProgramError with ExitCode::output.
+// Writes frames, of which the first is the priming frame, in one of two forms:
+// - a file with chapters and with its index in front, to which write_tags() adds the tags when it is complete;
+// - fragmented MP4, with tags and without chapters. It has no index and can be written into a pipe.
+// Errors throw ProgramError with ExitCode::output.
 class Mp4Muxer {
  public:
-    // Keeps references to `output` and `tags`. fragment_samples: how many per channel a fragment is to have, at least;
-    // without it there are none, and the output has to be a regular file.
+    // Keeps references to `output` and `tags`. fragment_samples: minimum length of a fragment in samples; if absent,
+    // the file is not fragmented, and `output` must be a regular file.
     Mp4Muxer(OutputFile &output, const EncoderConfig &config, const AudioDecoder &source, const Tags &tags,
              std::optional<int64_t> fragment_samples);
     Mp4Muxer(const Mp4Muxer &) = delete;
     Mp4Muxer &operator=(const Mp4Muxer &) = delete;
     ~Mp4Muxer() = default;
 
-    // `samples` per channel, as far as they are known, are what a player is to play: of the last frame only those that
-    // there are.
+    // `samples`: input samples per channel so far; in the last call the length to play, without the final padding.
     void write(std::span<const uint8_t> frame, uint64_t samples);
 
-    // Ends the file.
+    // Completes the file.
     void finish();
 
  private:
@@ -60,13 +60,13 @@ class Mp4Muxer {
     FfmpegHandle<AVIOContext> io_;
     FfmpegHandle<AVFormatContext> format_;
     std::optional<int64_t> fragment_samples_;
-    int64_t start_;           // when the first sample is to be heard, in samples; playing starts at 0
-    int64_t next_time_;       // of the next frame
-    int64_t fragment_start_;  // of its first frame
+    int64_t start_;           // time of the first sample, in samples; playback starts at 0
+    int64_t next_time_;       // time of the next frame, in samples
+    int64_t fragment_start_;  // time of the first frame of the fragment, in samples
     bool is_first_fragment_ = true;
-    uint64_t read_position_ = 0;  // while what is written is moved to make room for the index
+    uint64_t read_position_ = 0;  // used while libavformat moves the frames to make room for the index
     std::optional<StreamTagger> tagger_;
-    std::exception_ptr error_;  // of the output, on its way through FFmpeg's functions
+    std::exception_ptr error_;  // an exception in a callback, which must not pass through FFmpeg's functions
 };
 
 }  // namespace tavik

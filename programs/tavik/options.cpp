@@ -1,4 +1,4 @@
-// The command line is described to CLI11, which parses and checks it and writes the help text.
+// CLI11 parses and checks the command line and prints the help text.
 #include "options.h"
 
 #include <fmt/format.h>
@@ -19,17 +19,17 @@ namespace tavik {
 namespace {
 
 constexpr const char *description =
-    "Encodes audio as MPEG AAC Low Complexity. Whatever FFmpeg's libraries can read\n"
-    "is resampled and mixed as necessary.";
+    "Encodes audio as MPEG AAC Low Complexity. Reads whatever FFmpeg's libraries can\n"
+    "read; resamples and mixes to mono or stereo as necessary.";
 
 constexpr const char *footer =
     "Examples:\n"
-    "  tavik song.flac                           song.m4a beside it, 128 kbit/s\n"
+    "  tavik song.flac                           song.m4a next to it, 128 kbit/s\n"
     "  tavik film.mkv -o film.aac -b 192k        an ADTS stream of its audio\n"
     "  tavik talk.wav --mode mono -b 40k --cbr   mono, constant rate\n"
-    "  tavik music/ -o encoded/ --update         a folder, and later what is new\n"
+    "  tavik music/ -o encoded/ --update         a folder; later only what is new\n"
     "  arecord -q -f cd | tavik - -o - --adts | nc host 9000\n"
-    "                                            live: each frame when it is coded\n"
+    "                                            live: frames as they are coded\n"
     "\n"
     "Exit status:\n"
     "  0 all done, 1 some of several files failed, 2 wrong usage, 3 unusable input,\n"
@@ -37,13 +37,13 @@ constexpr const char *footer =
     "  70 internal error\n"
     "An output appears under its name only when it is complete.";
 
-constexpr size_t help_column = 26;  // of the texts: 54 columns are left for each of their lines
+constexpr size_t help_column = 26;  // where descriptions start; 54 columns are left for them
 
-constexpr unsigned most_jobs = 256;
-constexpr unsigned most_tracks = 1000;
-constexpr double most_gain = 60;  // dB
+constexpr unsigned max_jobs = 256;
+constexpr unsigned max_tracks = 1000;
+constexpr double max_gain_db = 60;
 
-// Writes no more of an option's value than its name: not what it excludes, nor its range.
+// Shows only the name of an option's value, not its range or the options that it excludes.
 class HelpFormatter : public CLI::Formatter {
     std::string make_option_opts(const CLI::Option *option) const override {
         const std::string &text = option->get_option_text();
@@ -51,15 +51,11 @@ class HelpFormatter : public CLI::Formatter {
     }
 };
 
-std::map<std::string, ChannelMode> mode_names() {
-    return {{"mono", ChannelMode::mono}, {"stereo", ChannelMode::stereo}, {"two-mono", ChannelMode::two_mono}};
-}
-
 std::map<std::string, LoudnessGain> loudness_gain_names() {
     return {{"track", LoudnessGain::track}, {"album", LoudnessGain::album}};
 }
 
-// Arguments whose text needs a translation that is made once the whole command line is accepted.
+// Arguments that are converted after the whole command line has been accepted.
 struct ArgumentTexts {
     std::string bit_rate;
     std::string mode;
@@ -76,7 +72,7 @@ std::optional<uint32_t> to_number(std::string_view text) {
     return value;
 }
 
-// Bit/s of a text such as 128000 or 128k.
+// Bit rate in bit/s from a text such as 128000 or 128k.
 std::optional<uint64_t> to_bit_rate(std::string_view text) {
     const bool is_thousands = text.ends_with('k') || text.ends_with('K');
     if (is_thousands) text.remove_suffix(1);
@@ -85,7 +81,7 @@ std::optional<uint64_t> to_bit_rate(std::string_view text) {
     return is_thousands ? *value * uint64_t{1000} : *value;
 }
 
-// Parts of FORMAT[:RATE[:CHANNELS]].
+// From FORMAT[:RATE[:CHANNELS]].
 std::optional<PcmFormat> to_pcm_format(const std::string &text) {
     static const std::set<std::string> sample_formats{"u8",    "s16le", "s16be", "s24le", "s24be",
                                                       "s32le", "s32be", "f32le", "f32be"};
@@ -94,10 +90,10 @@ std::optional<PcmFormat> to_pcm_format(const std::string &text) {
     PcmFormat format{.sample_format = parts[0]};
     if (parts.size() > 1) format.rate = to_number(parts[1]).value_or(0);
     if (parts.size() > 2) format.channels = to_number(parts[2]).value_or(0);
-    return is_possible(format.rate, format.channels) ? std::optional(format) : std::nullopt;
+    return is_valid_pcm(format.rate, format.channels) ? std::optional(format) : std::nullopt;
 }
 
-// Name and value of KEY=VALUE.
+// Name in capitals and value, from KEY=VALUE.
 std::pair<std::string, std::string> to_tag(const std::string &text) {
     const size_t sign = text.find('=');
     std::string key = text.substr(0, sign);
@@ -105,7 +101,7 @@ std::pair<std::string, std::string> to_tag(const std::string &text) {
     return {key, text.substr(sign + 1)};
 }
 
-// Validators of CLI11's kind: an empty string accepts the text.
+// Validators for CLI11: they return an error message, or an empty string if the text is valid.
 
 std::string check_file_name(const std::string &text) { return text.empty() ? "empty file name" : ""; }
 
@@ -119,7 +115,7 @@ std::string check_rate(const std::string &text) {
 }
 
 std::string check_mode(const std::string &text) {
-    return mode_names().contains(text) ? "" : text + ": use mono, stereo or two-mono";
+    return find_channel_mode(text) ? "" : fmt::format("{}: use {}", text, fmt::join(channel_mode_names, " "));
 }
 
 std::string check_loudness_gain(const std::string &text) {
@@ -143,13 +139,13 @@ void add_input_options(CLI::App &app, Options &options, ArgumentTexts &texts) {
         ->required()
         ->check(check_file_name);
     app.add_option("--pcm", texts.pcm,
-                   "The inputs are samples without a header, such as\ns16le:48000:2 [44100 Hz, 2 channels]")
+                   "The inputs are samples without a header, for example\ns16le:48000:2 [44100 Hz, 2 channels]")
         ->option_text("FORMAT[:RATE[:CHANNELS]]")
         ->check(check_pcm)
         ->group(group);
-    auto *track = app.add_option("--track", options.track, "Audio track to take, counted from 1 [the best]");
-    track->option_text("N")->check(CLI::Range(unsigned{1}, most_tracks))->group(group);
-    app.add_option("--language", options.language, "Audio track of this language, such as eng")
+    auto *track = app.add_option("--track", options.track, "Use the audio track with this number, from 1 [best]");
+    track->option_text("N")->check(CLI::Range(unsigned{1}, max_tracks))->group(group);
+    app.add_option("--language", options.language, "Use the audio track in this language, such as eng")
         ->option_text("LANG")
         ->excludes(track)
         ->group(group);
@@ -158,58 +154,60 @@ void add_input_options(CLI::App &app, Options &options, ArgumentTexts &texts) {
 void add_output_options(CLI::App &app, Options &options) {
     const std::string group = "Output";
     app.add_option("-o,--output", options.output,
-                   "File, or directory for several; - is standard output\n[beside each input]")
+                   "File, or directory for several; - is standard output\n[next to each input]")
         ->option_text("PATH")
         ->check(check_file_name)
         ->group(group);
     auto *force = app.add_flag("-f,--force", options.replace, "Replace outputs that exist")->group(group);
-    auto *skip = app.add_flag("--skip-existing", options.skip_existing, "Leave out inputs whose output exists");
+    auto *skip = app.add_flag("--skip-existing", options.skip_existing, "Skip inputs whose output exists");
     skip->excludes(force)->group(group);
-    app.add_flag("--update", options.update, "Leave out inputs whose output is newer, replace\nolder outputs")
+    app.add_flag("--update", options.update, "Skip inputs whose output is newer, replace older\noutputs")
         ->excludes(force, skip)
         ->group(group);
     app.add_flag("--strict", options.strict, "Damaged or truncated input is an error")->group(group);
     auto *verify = app.add_flag("--verify", options.verify, "Decode what was written and compare its structure");
     verify->group(group);
-    app.add_flag("--live", options.live, "Endless input, which an interrupt ends well")->excludes(verify)->group(group);
+    app.add_flag("--live", options.live, "Endless input; an interrupt completes the output")
+        ->excludes(verify)
+        ->group(group);
 }
 
-// Adds the flags that choose the format and lets `format` be set by whichever is given.
+// Adds the flags that choose the format; the one that is given sets `format`.
 void add_format_options(CLI::App &app, std::optional<Format> &format, bool &start_edit) {
-    const std::string group = "Format [as the name of the output says, else M4A]";
+    const std::string group = "Format [by the extension of the output, else M4A]";
     const auto add = [&app, &format, &group](const char *flag, Format value, const char *text) {
         const auto select = [&format, value] { format = value; };
         return app.add_flag_callback(flag, select, text)->group(group);
     };
     CLI::Option *m4a = add("--m4a", Format::m4a, "MP4 file (.m4a): sample-exact, with tags and cover");
     CLI::Option *adts = add("--adts", Format::adts, "Stream (.aac) with a header before every frame");
-    CLI::Option *adif = add("--adif", Format::adif, "Stream (.adif) with one header before all");
-    CLI::Option *raw = add("--raw-frames", Format::raw_frames, "The frames alone (.raw)");
+    CLI::Option *adif = add("--adif", Format::adif, "Stream (.adif) with one header at the start");
+    CLI::Option *raw = add("--raw-frames", Format::raw_frames, "Frames without headers (.raw)");
     m4a->excludes(adts, adif, raw);
     adts->excludes(adif, raw);
     adif->excludes(raw);
-    app.add_flag("--start-edit", start_edit, "Begin a late start with an edit, not with silence")
+    app.add_flag("--start-edit", start_edit, "Late start: use an edit list instead of silence")
         ->excludes(adts, adif, raw)
         ->group(group);
 }
 
 void add_level_options(CLI::App &app, Options &options, ArgumentTexts &texts) {
     const std::string group = "Level";
-    app.add_option("--gain", options.gain, "Make it louder, or softer by a negative number")
+    app.add_option("--gain", options.gain, "Amplify by this many dB; negative: attenuate")
         ->option_text("DB")
-        ->check(CLI::Range(-most_gain, most_gain))
+        ->check(CLI::Range(-max_gain_db, max_gain_db))
         ->group(group);
     app.add_flag("--loudness", options.loudness, "Measure by EBU R128 and write ReplayGain tags")->group(group);
     app.add_option("--apply-loudness", texts.loudness_gain, "Measure, and apply the gain of track or album")
-        ->option_text("WHOSE")
+        ->option_text("SCOPE")
         ->check(check_loudness_gain)
         ->group(group);
 }
 
-// One of them shows the others in its text.
-void add_usual_tags(CLI::App &app, Options &options, const std::string &group) {
+// The help text lists all of them in the description of the first.
+void add_common_tags(CLI::App &app, Options &options, const std::string &group) {
     const char *text =
-        "The title; likewise\n"
+        "Set the title; in the same way:\n"
         "--artist,--album,--album-artist,--composer\n"
         "--genre,--date,--comment";
     for (const std::string key : {"title", "artist", "album", "album-artist", "composer", "genre", "date", "comment"}) {
@@ -229,12 +227,12 @@ void add_tag_options(CLI::App &app, Options &options, ArgumentTexts &texts) {
     const auto add = [&app, &group](const std::string &name, auto &variable, const char *type, const char *text) {
         return app.add_option(name, variable, text)->option_text(type)->allow_extra_args(false)->group(group);
     };
-    add("--tag", texts.tags, "KEY=VALUE", "Set a tag, or leave it out if there is no value;\nmay be repeated")
+    add("--tag", texts.tags, "KEY=VALUE", "Set a tag, or remove it if the value is empty;\nmay be repeated")
         ->check(check_tag);
-    add_usual_tags(app, options, group);
-    add("--cover", texts.cover, "FILE", "The picture for the front cover")->check(check_file_name);
-    app.add_flag("--no-tags", options.no_tags, "Leave out the tags of the input")->group(group);
-    app.add_flag("--no-cover", options.no_cover, "Leave out the pictures of the input")->group(group);
+    add_common_tags(app, options, group);
+    add("--cover", texts.cover, "FILE", "Picture for the front cover")->check(check_file_name);
+    app.add_flag("--no-tags", options.no_tags, "Do not copy tags from the input")->group(group);
+    app.add_flag("--no-cover", options.no_cover, "Do not copy pictures from the input")->group(group);
 }
 
 void add_coding_options(CLI::App &app, Options &options, ArgumentTexts &texts) {
@@ -246,18 +244,18 @@ void add_coding_options(CLI::App &app, Options &options, ArgumentTexts &texts) {
         ->group(group);
     app.add_flag("--cbr", options.constant_rate, "Constant rate [variable]")->group(group);
     app.add_option("--rate", options.rate,
-                   "Sampling rate of the output [that of the input, or\nthe next one that is possible]")
+                   "Sampling rate of the output [that of the input, or\nthe next higher one that is supported]")
         ->option_text("HZ")
         ->check(check_rate)
         ->group(group);
     app.add_option("--mode", texts.mode,
-                   "mono, stereo or two-mono (independent channels)\n[mono or stereo, as the input]")
+                   "mono, stereo or two-mono (two independent channels)\n[mono or stereo, as the input]")
         ->option_text("MODE")
         ->check(check_mode)
         ->group(group);
-    app.add_flag("--no-tns", options.no_tns, "Never apply temporal noise shaping")->group(group);
+    app.add_flag("--no-tns", options.no_tns, "Never use temporal noise shaping")->group(group);
     app.add_flag("--priming", options.priming,
-                 "Begin with the frame that makes the first samples\nexact, 1024 later [in MP4 files only]")
+                 "Begin with a priming frame: the first samples are\nexact, 1024 samples later [in MP4 files only]")
         ->group(group);
 }
 
@@ -271,9 +269,9 @@ void add_report_options(CLI::App &app, Options &options) {
 
 void add_general_options(CLI::App &app, Options &options) {
     const std::string group = "General";
-    app.add_option("-j,--jobs", options.jobs, "Files encoded at once [the number of cores]")
+    app.add_option("-j,--jobs", options.jobs, "Files to encode at a time [the number of cores]")
         ->option_text("N")
-        ->check(CLI::Range(unsigned{1}, most_jobs))
+        ->check(CLI::Range(unsigned{1}, max_jobs))
         ->group(group);
     app.set_version_flag(
            "--version", "tavik " + version_text(TAVIK_VERSION) + " (library " + version_text(TAVIK_get_version()) + ")",
@@ -282,14 +280,14 @@ void add_general_options(CLI::App &app, Options &options) {
     app.set_help_flag("-h,--help", "Print this text")->group(group);
 }
 
-// Replaces the names that the system has for a standard stream.
-std::string plain_name(const std::string &path, const char *name, const std::string &number) {
+// Returns standard_stream if the path is one of the system's names for it, otherwise the path.
+std::string standard_stream_name(const std::string &path, const char *name, const std::string &number) {
     const bool is_stream =
         path == std::string("/dev/") + name || path == "/dev/fd/" + number || path == "/proc/self/fd/" + number;
     return is_stream ? standard_stream : path;
 }
 
-// An unknown argument goes first: often it is the reason why another one is missing.
+// Reports an unknown argument first: often it is the reason why another one is missing.
 ProgramError usage_error(const CLI::App &app, const CLI::ParseError &error) {
     for (const std::string &argument : app.remaining()) {
         if (argument != "--") return {ExitCode::usage, argument, "unknown option (see tavik --help)"};
@@ -298,7 +296,7 @@ ProgramError usage_error(const CLI::App &app, const CLI::ParseError &error) {
     return {ExitCode::usage, std::string(error.what()) + (is_missing ? " (see tavik --help)" : "")};
 }
 
-// Parses; false when the help or version text was asked for and printed.
+// Parses the arguments; false if the help or version text was requested, which has then been printed.
 bool parse(CLI::App &app, int argc, const char *const *argv) {
     try {
         app.parse(argc, argv);
@@ -312,8 +310,8 @@ bool parse(CLI::App &app, int argc, const char *const *argv) {
     }
 }
 
-// What no single option can tell.
-void check_together(const Options &options) {
+// Checks that concern more than one option.
+void check_combinations(const Options &options) {
     const auto standard_inputs = std::ranges::count(options.inputs, standard_stream);
     const bool to_standard_output = options.output == standard_stream;
     for (const auto &[key, value] : options.tags) {
@@ -350,10 +348,10 @@ std::optional<Options> parse_options(int argc, const char *const *argv) {
     add_general_options(app, options);
     if (!parse(app, argc, argv)) return std::nullopt;
 
-    for (std::string &input : options.inputs) input = plain_name(input, "stdin", "0");
-    if (options.output) options.output = plain_name(*options.output, "stdout", "1");
+    for (std::string &input : options.inputs) input = standard_stream_name(input, "stdin", "0");
+    if (options.output) options.output = standard_stream_name(*options.output, "stdout", "1");
     options.bit_rate = to_bit_rate(texts.bit_rate);
-    if (!texts.mode.empty()) options.mode = mode_names().at(texts.mode);
+    options.mode = find_channel_mode(texts.mode);
     if (!texts.pcm.empty()) options.pcm = to_pcm_format(texts.pcm);
     for (const std::string &tag : texts.tags) options.tags.push_back(to_tag(tag));
     if (!texts.loudness_gain.empty()) {
@@ -361,7 +359,7 @@ std::optional<Options> parse_options(int argc, const char *const *argv) {
         options.loudness_gain = loudness_gain_names().at(texts.loudness_gain);
     }
     if (!texts.cover.empty()) options.cover = read_picture_file(texts.cover);
-    check_together(options);
+    check_combinations(options);
     return options;
 }
 

@@ -1,32 +1,25 @@
-// The command line, the first thing that a run looks at.
+// Options and arguments of the command line.
 #pragma once
 
 #include <taglib/mp4coverart.h>
-#include <tavik.h>
 
-#include <array>
 #include <cstdint>
 #include <optional>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "supported_formats.h"
+
 namespace tavik {
 
-// How the channels of the output are coded; the values are those of EncoderConfig.channel_mode.
-enum class ChannelMode : uint32_t {
-    mono = TAVIK_MODE_MONO,
-    stereo = TAVIK_MODE_STEREO,
-    two_mono = TAVIK_MODE_TWO_MONO
-};
-
-// What the coded frames are written as.
+// Formats of outputs.
 enum class Format : uint32_t { m4a, adts, adif, raw_frames };
 
 struct FormatNames {
-    const char *option;  // without the hyphens
-    const char *text;
-    const char *extension;
+    const char *option;     // without the hyphens
+    const char *text;       // in reports
+    const char *extension;  // default extension of outputs
 };
 
 constexpr FormatNames names_of(Format format) {
@@ -38,38 +31,34 @@ constexpr FormatNames names_of(Format format) {
     }
 }
 
-// Samples without a header.
+// Format of samples without a header.
 struct PcmFormat {
     std::string sample_format;  // name of FFmpeg's demuxer: s16le, u8, ...
     uint32_t rate = 44100;      // Hz
     uint32_t channels = 2;
 };
 
-// Within what is taken for such samples.
-constexpr bool is_possible(uint32_t rate, uint32_t channels) {
-    constexpr uint32_t highest_rate = 768000;
-    constexpr uint32_t most_channels = 64;
-    return rate > 0 && rate <= highest_rate && channels > 0 && channels <= most_channels;
+constexpr bool is_valid_pcm(uint32_t rate, uint32_t channels) {
+    constexpr uint32_t max_rate = 768000;  // Hz
+    constexpr uint32_t max_channels = 64;
+    return rate > 0 && rate <= max_rate && channels > 0 && channels <= max_channels;
 }
 
-// Whether the loudness that was measured is evened out, and whose: that of each file, or of all files of its directory.
+// The loudness that determines the applied gain: none, that of the file, or that of all files of its directory.
 enum class LoudnessGain : uint32_t { none, track, album };
 
-// The sampling rates that can be encoded, in Hz, ascending.
-inline constexpr std::array<uint32_t, 9> supported_rates{8000, 11025, 12000, 16000, 22050, 24000, 32000, 44100, 48000};
-
-// The command line, checked as far as that is possible without looking at the inputs.
+// The parsed command line. What does not depend on the inputs has been checked.
 struct Options {
-    std::vector<std::string> inputs;  // standard_stream among them is standard input
+    std::vector<std::string> inputs;  // may contain standard_stream
     std::optional<std::string> output;
     bool replace = false;
     bool skip_existing = false;
-    bool update = false;  // outputs older than their inputs are replaced, others left out
+    bool update = false;  // replace outputs older than their inputs, skip the others
     bool strict = false;
     bool verify = false;
-    bool live = false;  // the input is endless: an interruption ends it
+    bool live = false;  // the input is endless; a signal ends it
     std::optional<Format> format;
-    bool start_edit = false;  // MP4 files begin a late start with an edit, not with silence
+    bool start_edit = false;  // in MP4 files, a late start is an edit instead of silence
 
     std::optional<uint64_t> bit_rate;  // bit/s of all channels together
     bool constant_rate = false;
@@ -78,14 +67,14 @@ struct Options {
     bool no_tns = false;
     bool priming = false;
     std::optional<PcmFormat> pcm;
-    unsigned track = 0;    // audio stream of the input, from 1; 0: the best
-    std::string language;  // that of the audio stream; empty: any
+    unsigned track = 0;    // number of the audio stream of the input, from 1; 0: the best one
+    std::string language;  // required language of the audio stream; empty: any
 
     double gain = 0;  // dB
     bool loudness = false;
     LoudnessGain loudness_gain = LoudnessGain::none;  // with `loudness` only
 
-    std::vector<std::pair<std::string, std::string>> tags;  // names in capitals, values; an empty value: no such tag
+    std::vector<std::pair<std::string, std::string>> tags;  // names in capitals, values; an empty value removes the tag
     std::optional<TagLib::MP4::CoverArt> cover;
     bool no_tags = false;
     bool no_cover = false;
@@ -94,11 +83,11 @@ struct Options {
     bool verbose = false;
     bool no_progress = false;
     bool json = false;
-    unsigned jobs = 0;  // 0: as many as there are cores
+    unsigned jobs = 0;  // files to encode at a time; 0: the number of cores
 };
 
-// Parses the command line. Returns nothing when it asked for the help or version text, which is then printed already.
-// Throws ProgramError with ExitCode::usage when it makes no sense.
+// Parses the command line. Returns nothing if it requests the help or version text, which has then been printed. Throws
+// ProgramError with ExitCode::usage for wrong usage.
 std::optional<Options> parse_options(int argc, const char *const *argv);
 
 }  // namespace tavik

@@ -1,4 +1,4 @@
-// Plain POSIX calls: they tell exactly what failed.
+// Uses POSIX calls, because they report exactly what failed.
 #include "output_file.h"
 
 #include <fcntl.h>
@@ -13,15 +13,15 @@
 
 #include "interruption.h"
 #include "program_error.h"
+#include "retry.h"
 #include "temporary_files.h"
-#include "waiting.h"
 
 namespace tavik {
 namespace {
 
-constexpr unsigned new_file_permissions = 0666;  // less the umask
+constexpr unsigned new_file_permissions = 0666;  // before the umask is applied
 constexpr unsigned permission_bits = 0777;
-constexpr int max_links = 40;  // in a chain of symbolic links, as the system allows
+constexpr int max_links = 40;  // in a chain of symbolic links, the limit of the system
 constexpr int max_name_attempts = 100;
 
 // Type and permissions of an existing file.
@@ -31,7 +31,7 @@ std::optional<mode_t> mode_of(const std::string &path) {
     return status.st_mode;
 }
 
-// The name at the end of a chain of symbolic links, whether or not it exists.
+// The path at the end of a chain of symbolic links, whether or not it exists.
 std::filesystem::path resolve_links(std::filesystem::path path) {
     std::error_code error;
     for (int i = 0; i < max_links && std::filesystem::is_symlink(path, error); ++i) {
@@ -44,7 +44,7 @@ std::string directory_of(const std::filesystem::path &path) {
     return path.has_parent_path() ? path.parent_path().string() : ".";
 }
 
-// The name by which the system knows an open file, also one that has no other.
+// A path of an open file that works even if the file has no name.
 std::string descriptor_path(int descriptor) { return "/proc/self/fd/" + std::to_string(descriptor); }
 
 std::filesystem::path draft_path(std::filesystem::path path) {
@@ -53,8 +53,7 @@ std::filesystem::path draft_path(std::filesystem::path path) {
     return path += ".unfinished" + extension.string();
 }
 
-// renameat() that fails with EEXIST when there is something under the new name. Where the file system cannot do both in
-// one step, it is tested before.
+// renameat() that fails with EEXIST if the new name exists. If the file system cannot do this, it tests first.
 int rename_to_new(int directory, const char *from, const char *to) {
     if (::renameat2(directory, from, directory, to, RENAME_NOREPLACE) == 0) return 0;
     if (errno != EINVAL && errno != ENOSYS) return -1;
@@ -65,7 +64,7 @@ int rename_to_new(int directory, const char *from, const char *to) {
     return ::renameat(directory, from, directory, to);
 }
 
-// Makes a new name last through a power failure where the file system has a way to; not a reason to give up elsewhere.
+// Makes a new name survive a power failure. Errors are ignored: not every file system supports this.
 void sync_directory(int directory) {
     const Descriptor readable(::openat(directory, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (readable.get() >= 0) ::fsync(readable.get());
@@ -96,12 +95,12 @@ OutputFile::OutputFile(const std::string &path, Existing existing, Draft draft)
     }
     final_path_ = resolve_links(path);
     if (old && ::faccessat(AT_FDCWD, final_path_.c_str(), W_OK, AT_EACCESS) != 0) fail("cannot replace");
-    // Nothing has to be read in the directory, which may be forbidden.
+    // O_PATH, because the directory may not be readable and need not be.
     directory_.reset(::open(directory_of(final_path_).c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
     if (directory_.get() < 0) fail("cannot create");
     remove_abandoned_files(directory_.get());
     create(old.value_or(new_file_permissions) & permission_bits);
-    if (old) ::fchmod(file_.get(), *old & permission_bits);  // what the umask took; where that is possible
+    if (old) ::fchmod(file_.get(), *old & permission_bits);  // undoes the umask; errors are ignored
 }
 
 OutputFile::~OutputFile() {
@@ -121,16 +120,16 @@ void OutputFile::create(unsigned permissions) {
     }
 }
 
-// False where the system cannot do that or would not give the file a name later.
+// False if the system cannot create files without a name or could not give the file a name later.
 bool OutputFile::create_unnamed(unsigned permissions) {
     file_.reset(::openat(directory_.get(), ".", O_TMPFILE | O_RDWR | O_CLOEXEC, permissions));
     if (file_.get() < 0 || ::access(descriptor_path(file_.get()).c_str(), F_OK) != 0) return false;
-    claim_file(file_.get());
+    lock_file(file_.get());
     return true;
 }
 
 void OutputFile::create_temporary(unsigned permissions) {
-    const auto hold = hold_interruptions();
+    const auto lock = block_interruptions();
     for (int attempt = 0; attempt < max_name_attempts; ++attempt) {
         const std::string temporary = temporary_name();
         if (create_named(temporary, permissions)) {
@@ -150,28 +149,28 @@ void OutputFile::create_visible(unsigned permissions) {
     sync_directory(directory_.get());
 }
 
-// False, with an error number, when that name is not to be had.
+// False, with errno set, if the name cannot be used.
 bool OutputFile::create_named(const std::string &name, unsigned permissions) {
     file_.reset(::openat(directory_.get(), name.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, permissions));
     if (file_.get() < 0) return false;
-    if (!claim_file(file_.get())) {
+    if (!lock_file(file_.get())) {
         errno = EEXIST;
         return false;
     }
-    present_name_ = name;
+    current_name_ = name;
     return true;
 }
 
 std::string OutputFile::written_path() const {
     std::string path = descriptor_path(file_.get());
-    if (present_name_.empty() || ::access(path.c_str(), F_OK) == 0) return path;
-    return final_path_.parent_path() / present_name_;
+    if (current_name_.empty() || ::access(path.c_str(), F_OK) == 0) return path;
+    return final_path_.parent_path() / current_name_;
 }
 
 void OutputFile::write(std::span<const uint8_t> bytes) {
     while (!bytes.empty()) {
         const ssize_t count = ::write(file_.get(), bytes.data(), bytes.size());
-        if (count < 0 && can_go_on(file_.get(), POLLOUT)) continue;
+        if (count < 0 && should_retry(file_.get(), POLLOUT)) continue;
         if (count < 0) fail("cannot write");
         bytes = bytes.subspan(static_cast<size_t>(count));
         written_ += static_cast<uint64_t>(count);
@@ -191,19 +190,19 @@ uint64_t OutputFile::size() const {
     return is_regular() && ::fstat(file_.get(), &status) == 0 ? static_cast<uint64_t>(status.st_size) : written_;
 }
 
-// Some file systems tell only when a file is closed what they could not store. A second descriptor is closed for that:
-// the first one still stands for the file that has no name yet, and keeps others from taking it for abandoned.
+// Some file systems report failed writes only when a file is closed. Therefore a second descriptor is closed here; the
+// first one is still needed to give the file a name, and it holds the lock that protects the file.
 void OutputFile::commit() {
     if (is_regular() && ::fsync(file_.get()) != 0) fail("cannot write");
     const int second = ::fcntl(file_.get(), F_DUPFD_CLOEXEC, 0);
     if (second < 0 || ::close(second) != 0) fail("cannot write");
-    if (is_regular()) take_final_name();
+    if (is_regular()) give_final_name();
 }
 
-void OutputFile::take_final_name() {
+void OutputFile::give_final_name() {
     {
-        const auto hold = hold_interruptions();
-        if (present_name_.empty()) {
+        const auto lock = block_interruptions();
+        if (current_name_.empty()) {
             link_final_name();
         } else {
             rename_to_final_name();
@@ -217,13 +216,13 @@ bool OutputFile::link_as(const std::string &name) const {
                     AT_SYMLINK_FOLLOW) == 0;
 }
 
-// A link never replaces anything: where that is wanted, the file gets another name first.
+// linkat() never replaces a file. To replace one, the file first gets a temporary name, which is then renamed.
 void OutputFile::link_final_name() {
     if (link_as(final_path_.filename())) return;
     if (errno != EEXIST || existing_ == Existing::refuse) fail("cannot create");
     const std::string temporary = temporary_name();
     if (!link_as(temporary)) fail("cannot replace");
-    present_name_ = temporary;
+    current_name_ = temporary;
     remove_on_interruption(directory_.get(), temporary);
     rename_to_final_name();
 }
@@ -232,19 +231,19 @@ void OutputFile::rename_to_final_name() {
     const int directory = directory_.get();
     const std::string final_name = final_path_.filename();
     const int result = existing_ == Existing::replace
-                           ? ::renameat(directory, present_name_.c_str(), directory, final_name.c_str())
-                           : rename_to_new(directory, present_name_.c_str(), final_name.c_str());
+                           ? ::renameat(directory, current_name_.c_str(), directory, final_name.c_str())
+                           : rename_to_new(directory, current_name_.c_str(), final_name.c_str());
     if (result != 0) fail(existing_ == Existing::replace ? "cannot replace" : "cannot create");
-    keep_on_interruption(directory, present_name_);
-    present_name_.clear();
+    keep_on_interruption(directory, current_name_);
+    current_name_.clear();
 }
 
 void OutputFile::discard() {
-    if (present_name_.empty()) return;
-    const auto hold = hold_interruptions();
-    ::unlinkat(directory_.get(), present_name_.c_str(), 0);
-    keep_on_interruption(directory_.get(), present_name_);
-    present_name_.clear();
+    if (current_name_.empty()) return;
+    const auto lock = block_interruptions();
+    ::unlinkat(directory_.get(), current_name_.c_str(), 0);
+    keep_on_interruption(directory_.get(), current_name_);
+    current_name_.clear();
 }
 
 std::string OutputFile::draft_name() const { return draft_path(final_path_); }

@@ -1,4 +1,4 @@
-// The output side of the program: a file that appears only when it is complete.
+// Output: a file that appears under its name only when it is complete.
 #pragma once
 
 #include <cstdint>
@@ -10,7 +10,7 @@
 
 namespace tavik {
 
-// Closes a descriptor in the end; -1 is none.
+// Owns a file descriptor and closes it; -1 if there is none.
 class Descriptor {
  public:
     explicit Descriptor(int number = -1) : number_(number) {}
@@ -25,21 +25,21 @@ class Descriptor {
     int number_;
 };
 
-// The file being written. A regular file has no name until commit() gives it one, or where the file system cannot do
-// that, a temporary name, which destruction and interruption remove; so whatever ends the program, nothing is left of
-// it. All names are looked up in the directory as it was found at the start, wherever that is moved to. Anything else
-// that exists under the name (a device, a FIFO) and standard output are written directly. Every failure throws
-// ProgramError with ExitCode::output.
+// The file being written. A regular file has no name until commit() gives it one, so that nothing remains if the
+// program ends before. If the file system has no such files, it has a temporary name, and the destructor and an
+// interruption remove it. Names are resolved in the directory that was opened at the start, even if it is renamed
+// meanwhile. Standard output and existing files of other types, such as devices and FIFOs, are written directly. Every
+// failure throws ProgramError with ExitCode::output.
 class OutputFile {
  public:
-    enum class Existing { refuse, replace };  // replaced files keep their permissions, links to them stay links
+    // What to do if the file exists. When it is replaced, permissions are kept and symbolic links stay links.
+    enum class Existing { refuse, replace };
 
-    // What there is of the file until it is committed: nothing, or a file that others can read, under the name with
-    // ".unfinished" in front of the extension, which stays there if the program fails. One that is there already is
-    // never replaced.
+    // The file before commit(). Hidden: it has no name or a temporary one. Visible: it can be read under the name with
+    // ".unfinished" before the extension, and stays there if the program fails; an existing one is never replaced.
     enum class Draft { hidden, visible };
 
-    // What is there under the path is written directly.
+    // Whether the path is written directly: it is standard output or an existing file that is not a regular one.
     static bool is_direct(const std::string &path);
 
     OutputFile(const std::string &path, Existing existing, Draft draft = Draft::hidden);
@@ -47,31 +47,31 @@ class OutputFile {
     OutputFile(const OutputFile &) = delete;
     OutputFile &operator=(const OutputFile &) = delete;
 
-    // A regular file: seek() and read_at() work, and written_path() can be read until it is committed.
+    // Whether it is a regular file. Then seek() and read_at() work, and written_path() can be opened before commit().
     bool is_regular() const { return directory_.get() >= 0; }
     std::string written_path() const;
 
     void write(std::span<const uint8_t> bytes);
 
-    // Moves to a position as lseek() does, and returns it; -1 where that is not possible.
+    // Like lseek(): sets the position for writing and returns it; -1 on an error.
     int64_t seek(int64_t offset, int whence);
 
-    // Reads what was written from a position on, with the result of pread(). The position for writing stays.
+    // Like pread(): reads bytes that were written, without changing the position for writing.
     int64_t read_at(uint64_t position, std::span<uint8_t> bytes) const;
 
-    // Brings what is written so far to the disk; any thread may do that. The result is 0 or an error number.
+    // Flushes what is written so far to the disk. May be called by any thread. Returns 0 or an error number.
     int sync() const;
 
-    // Brings everything to the disk and under the final name. Nothing may be written afterwards.
+    // Flushes everything to the disk and gives the file its final name. Nothing may be written afterwards.
     void commit();
 
-    // Removes a visible draft for which there is no use any more.
+    // Removes the draft.
     void discard();
 
-    // Bytes, before commit().
+    // Size in bytes, before commit().
     uint64_t size() const;
 
-    // As messages name it, and as they name its visible draft.
+    // Names of the file and of its visible draft in messages.
     std::string name() const { return output_name(path_); }
     std::string draft_name() const;
 
@@ -82,7 +82,7 @@ class OutputFile {
     void create_temporary(unsigned permissions);
     void create_visible(unsigned permissions);
     bool create_named(const std::string &name, unsigned permissions);
-    void take_final_name();
+    void give_final_name();
     bool link_as(const std::string &name) const;
     void link_final_name();
     void rename_to_final_name();
@@ -92,10 +92,10 @@ class OutputFile {
     Existing existing_;
     Draft draft_;
     std::filesystem::path final_path_;  // of a regular file, with symbolic links resolved
-    Descriptor directory_;              // that of final_path_
-    std::string present_name_;          // in it until commit(); empty where the file has none
+    Descriptor directory_;              // the directory of final_path_
+    std::string current_name_;          // name in the directory before commit(); empty if the file has none
     Descriptor file_;
-    uint64_t written_ = 0;  // bytes, directly
+    uint64_t written_ = 0;  // bytes passed to write()
 };
 
 }  // namespace tavik

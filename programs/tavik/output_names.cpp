@@ -30,14 +30,14 @@ std::optional<Format> format_by_name(const fs::path &path) {
     return found != extensions.end() ? std::optional(found->second) : std::nullopt;
 }
 
-// Nobody takes the name for that of something else.
-bool may_hold_anything(const fs::path &path) {
+// Whether the name goes with every format: devices, FIFOs, standard output and names without an extension.
+bool fits_any_format(const fs::path &path) {
     std::error_code error;
     const bool is_special = fs::exists(path, error) && !fs::is_regular_file(path, error);
     return is_special || path == standard_stream || lower_case_extension(path).empty();
 }
 
-// With a space in front of each.
+// Extensions of the selected formats, each with a space in front.
 std::string list_of_extensions(const std::function<bool(Format)> &is_listed) {
     std::string list;
     for (const auto &[extension, format] : extensions) {
@@ -62,26 +62,27 @@ bool is_output_directory(const Options &options, bool takes_several) {
     std::error_code error;
     if (fs::is_directory(output, error)) return true;
     if (takes_several && fs::exists(output, error)) {
-        throw ProgramError(ExitCode::usage, output, "is not a directory, as several outputs need it");
+        throw ProgramError(ExitCode::usage, output, "is not a directory, but there are several outputs");
     }
     if (output.ends_with('/')) return true;
     const bool looks_like_file = format_by_name(output) || kind_by_name(output) != FileKind::other;
     if (takes_several && looks_like_file) {
-        throw ProgramError(ExitCode::usage, output, "is one file for several; a directory is " + output + "/");
+        throw ProgramError(ExitCode::usage, output,
+                           "is a single file for several outputs; for a directory use " + output + "/");
     }
     return takes_several;
 }
 
 Format format_of_output(const Options &options) {
     const std::string &output = *options.output;
-    const bool takes_any = may_hold_anything(output);
+    const bool fits_any = fits_any_format(output);
     if (options.format) {
-        if (!takes_any) check_name(output, *options.format);
+        if (!fits_any) check_name(output, *options.format);
         return *options.format;
     }
     const std::optional<Format> named = format_by_name(output);
     if (named && *named != Format::raw_frames) return *named;
-    if (takes_any) return Format::m4a;
+    if (fits_any) return Format::m4a;
     const std::string list = list_of_extensions([](Format format) { return format != Format::raw_frames; });
     throw ProgramError(ExitCode::usage, output, "use" + list + " (.raw with --raw-frames)");
 }

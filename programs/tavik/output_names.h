@@ -1,4 +1,4 @@
-// Names of outputs: whether --output is a file or a directory, and which format goes with which extension.
+// Names of outputs: whether --output is a file or a directory, and which extensions belong to which format.
 #pragma once
 
 #include <filesystem>
@@ -8,15 +8,15 @@
 
 namespace tavik {
 
-// --output names a directory, and not a file. Throws ProgramError with ExitCode::usage when it is no directory, but the
-// outputs of several inputs or of a directory go there.
+// Whether --output names a directory instead of a file. takes_several: there are several inputs, or a directory is
+// among them. Throws ProgramError with ExitCode::usage when --output then cannot be a directory.
 bool is_output_directory(const Options &options, bool takes_several);
 
-// What is written into the file that --output names. Throws ProgramError with ExitCode::usage when files of that format
-// have other extensions. Devices, FIFOs and names without extension go with any.
+// Format of the file that --output names. Throws ProgramError with ExitCode::usage when its extension belongs to
+// another format. Devices, FIFOs and names without an extension go with every format.
 Format format_of_output(const Options &options);
 
-// The path with this extension in place of the one that it has, if any.
+// Replaces the extension of the path, or appends one if it has none.
 std::string with_extension(std::filesystem::path path, const char *extension);
 
 }  // namespace tavik

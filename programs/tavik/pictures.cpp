@@ -1,4 +1,4 @@
-// libavcodec decodes and encodes, libswscale brings pixels into the form that PNG takes.
+// libavcodec decodes and encodes pictures; libswscale converts their pixels to a format that PNG supports.
 #include "pictures.h"
 
 extern "C" {
@@ -41,7 +41,7 @@ ByteVector bytes_of(const AVPacket &packet) {
     return {data, static_cast<unsigned>(packet.size)};
 }
 
-// Runs a codec that makes one thing of one other; nullptr when it cannot.
+// Opens a codec for a single picture, with `frame` as the input of an encoder; nullptr on an error.
 FfmpegHandle<AVCodecContext> open_codec(const AVCodec *codec, const AVFrame *frame) {
     if (codec == nullptr) return nullptr;
     auto context = own(avcodec_alloc_context3(codec));
@@ -63,7 +63,7 @@ FfmpegHandle<AVFrame> decode(AVCodecID id, const AVPacket &packet) {
     return avcodec_receive_frame(codec.get(), frame.get()) == 0 ? std::move(frame) : nullptr;
 }
 
-// In red, green and blue, with their opacity if there is one.
+// Converts to RGB, or to RGBA if the picture has transparency.
 FfmpegHandle<AVFrame> to_rgb(const AVFrame &picture) {
     const auto format = static_cast<AVPixelFormat>(picture.format);
     const AVPixFmtDescriptor *descriptor = av_pix_fmt_desc_get(format);
@@ -96,8 +96,8 @@ std::string name_of(AVCodecID codec) {
     return name;
 }
 
-// The codec of a picture, by what libavformat makes of its bytes: it calls the demuxer of the codec x x_pipe. The
-// packet has zeros behind them, as is needed for that.
+// Recognises the codec of a picture by its bytes: libavformat's demuxer for a codec x has the name x_pipe. Probing
+// needs the zeros after the packet's bytes.
 AVCodecID codec_of(const AVPacket &packet) {
     static_assert(AV_INPUT_BUFFER_PADDING_SIZE >= AVPROBE_PADDING_SIZE);
     const AVProbeData probe{.filename = "", .buf = packet.data, .buf_size = packet.size, .mime_type = nullptr};
@@ -120,7 +120,7 @@ void add_picture(AVCodecID codec, const AVPacket &packet, Tags &tags) {
     tags.changes.push_back("a picture from " + name_of(codec) + " to PNG");
 }
 
-// Those that libavformat has found. What has no size is no picture, whatever it is called.
+// Adds pictures that libavformat has found. One without a size is not a picture, whatever its codec.
 void add_attached_pictures(std::span<const AVStream *const> streams, Tags &tags) {
     for (const AVStream *stream : streams) {
         const AVCodecParameters &parameters = *stream->codecpar;
@@ -137,7 +137,7 @@ void add_source_pictures(std::span<const SourcePicture> pictures, Tags &tags) {
     }
 }
 
-// MP4 files do not tell what their pictures are; usually they have one.
+// MP4 files do not store the type of a picture; usually they only have a front cover.
 bool is_front_cover(const AVStream *stream) {
     const AVDictionaryEntry *type = av_dict_get(stream->metadata, "comment", nullptr, 0);
     return type == nullptr || type->value == std::string_view("Cover (front)");
@@ -145,8 +145,7 @@ bool is_front_cover(const AVStream *stream) {
 
 }  // namespace
 
-// TagLib's pictures are taken if libavformat has found fewer: it leaves out those whose kind is told in words that it
-// does not know.
+// TagLib's pictures are used if libavformat has found fewer: it omits pictures whose MIME type it does not know.
 void read_pictures(const AVFormatContext &source, FrontCover front_cover, Tags &tags) {
     std::vector<const AVStream *> streams;
     for (const AVStream *stream : std::span(source.streams, source.nb_streams)) {
@@ -170,7 +169,7 @@ void read_pictures(const AVFormatContext &source, FrontCover front_cover, Tags &
 
 CoverArt read_picture_file(const std::string &path) {
     std::ifstream file(path, std::ios::binary);
-    if (!file) throw ProgramError(ExitCode::usage, path, "cannot open it as a cover");
+    if (!file) throw ProgramError(ExitCode::usage, path, "cannot open this cover");
     const std::vector<uint8_t> bytes{std::istreambuf_iterator<char>(file), {}};
     const auto packet = new_packet(bytes);
     const AVCodecID codec = codec_of(*packet);

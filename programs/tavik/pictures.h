@@ -1,4 +1,4 @@
-// Pictures of the kinds that MP4 files hold: JPEG, PNG, BMP and GIF.
+// Pictures in the formats that MP4 files can store: JPEG, PNG, BMP and GIF.
 #pragma once
 
 #include <taglib/mp4coverart.h>
@@ -10,13 +10,13 @@
 
 namespace tavik {
 
-// Adds the pictures that libavformat has found in a file, front covers first or without them. Those of other kinds
-// become PNG, which is noted as a change.
+// Adds the pictures of a file to `tags`, front covers first or left out. Pictures in other formats are converted to
+// PNG, which is recorded as a change.
 enum class FrontCover { keep, leave_out };
 void read_pictures(const AVFormatContext &source, FrontCover front_cover, Tags &tags);
 
-// The picture in a file of any kind that FFmpeg's libraries know. Throws ProgramError with ExitCode::usage if it is
-// none.
+// Reads a picture in any format that FFmpeg's libraries support. Throws ProgramError with ExitCode::usage if the file
+// is not a picture.
 TagLib::MP4::CoverArt read_picture_file(const std::string &path);
 
 }  // namespace tavik

@@ -1,4 +1,4 @@
-// How every part of the program gives up; turned into a message and an exit status by who asked for the work.
+// The exception for all errors of the program. main() and Batch turn it into a message and an exit status.
 #pragma once
 
 #include <stdexcept>
@@ -9,13 +9,13 @@ namespace tavik {
 // Exit statuses of the program. An interruption by signal N exits with 128 + N.
 enum class ExitCode : int { ok = 0, some_failed = 1, usage = 2, input = 3, output = 4, internal = 70 };
 
-// The reason why a piece of work cannot be done: what() names the file or option and what is wrong with it.
+// what() names the file or option and the problem.
 class ProgramError : public std::runtime_error {
  public:
     ProgramError(ExitCode exit_code, const std::string &subject, const std::string &problem)
         : ProgramError(exit_code, subject + ": " + problem) {}
 
-    // For a message that names its subject already.
+    // For a message that already names its subject.
     ProgramError(ExitCode exit_code, const std::string &message) : std::runtime_error(message), exit_code_(exit_code) {}
 
     ExitCode exit_code() const { return exit_code_; }

@@ -13,14 +13,14 @@ using namespace std::chrono_literals;
 
 constexpr auto bar_interval = 100ms;
 constexpr auto json_interval = 500ms;
-constexpr size_t widest_bar = 40;  // columns
-constexpr double least_fraction_for_eta = 0.005;
+constexpr size_t max_bar_columns = 40;  // columns
+constexpr double min_fraction_for_eta = 0.005;
 
-// [=====>    ], or nothing where there is no room for it.
+// "[=====>    ] ", or empty if there is no room for it.
 std::string drawn_bar(double fraction, size_t columns) {
-    constexpr size_t narrowest = 6;
-    if (columns < narrowest) return "";
-    const size_t inside = std::min(columns - 3, widest_bar);
+    constexpr size_t min_columns = 6;
+    if (columns < min_columns) return "";
+    const size_t inside = std::min(columns - 3, max_bar_columns);
     const auto filled = static_cast<size_t>(fraction * static_cast<double>(inside));
     const char *head = filled < inside ? ">" : "";
     return fmt::format("[{:<{}}] ", std::string(filled, '=') + head, inside);
@@ -76,7 +76,7 @@ std::string Progress::bar_text() const {
     const double fraction = std::clamp(done / weight, 0.0, 1.0);
     std::string text = fmt::format("{:3.0f} %", fraction * 100);
     if (states_.size() > 1) text += fmt::format("  {}/{} files", finished, states_.size());
-    if (fraction > least_fraction_for_eta) text += "  ETA " + clock_text(elapsed * (1 - fraction) / fraction);
+    if (fraction > min_fraction_for_eta) text += "  ETA " + clock_text(elapsed * (1 - fraction) / fraction);
     text += "  " + speed;
     if (text.size() >= columns) return text.substr(0, columns - 1);
     return drawn_bar(fraction, columns - text.size()) + text;

@@ -1,4 +1,4 @@
-// How far the work is, while it goes on: a bar with the time left on a terminal, or JSON objects.
+// Shows progress: on a terminal a bar with the remaining time, or JSON objects.
 #pragma once
 
 #include <chrono>
@@ -12,17 +12,17 @@
 
 namespace tavik {
 
-// Collects the progress of all files, from any threads, and shows it now and then.
+// Collects the progress of all files, from any thread, and shows it at intervals.
 class Progress {
  public:
     enum class Style { none, bar, json };
 
     Progress(Console &console, std::span<const Job> jobs, Style style);
 
-    // Work on a file has come this far; to be called often.
+    // Sets the progress of a job; to be called often.
     void update(size_t job, const FileProgress &progress);
 
-    // The file is done, whatever became of it.
+    // Marks a job as done, whether it succeeded or not.
     void finish(size_t job);
 
  private:
@@ -30,7 +30,7 @@ class Progress {
 
     struct State {
         FileProgress progress;
-        double weight = 1;  // share of the file in the whole: its bytes
+        double weight = 1;  // size of the input in bytes
         bool is_finished = false;
         Clock::time_point next_json;
     };

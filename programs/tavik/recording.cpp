@@ -16,7 +16,7 @@ constexpr auto interval = 2s;
 
 FfmpegHandle<AVFormatContext> open_recording(const OutputFile &recording) {
     AVDictionary *options = nullptr;
-    // All frames as they are, that which leads in too.
+    // With the edit list, libavformat would drop the priming frame.
     av_dict_set_int(&options, "ignore_editlist", 1, 0);
     AVFormatContext *format = nullptr;
     const std::string url = "file:" + recording.written_path();
@@ -28,10 +28,10 @@ FfmpegHandle<AVFormatContext> open_recording(const OutputFile &recording) {
 
 }  // namespace
 
-DiskKeeper::DiskKeeper(const OutputFile &file)
+PeriodicSync::PeriodicSync(const OutputFile &file)
     : file_(file), thread_([this](const std::stop_token &stop) { work(stop); }) {}
 
-void DiskKeeper::work(const std::stop_token &stop) {
+void PeriodicSync::work(const std::stop_token &stop) {
     std::condition_variable_any wait;
     std::unique_lock lock(mutex_);
     while (!wait.wait_for(lock, stop, interval, [&stop] { return stop.stop_requested(); })) {
@@ -39,7 +39,7 @@ void DiskKeeper::work(const std::stop_token &stop) {
     }
 }
 
-void DiskKeeper::check() const {
+void PeriodicSync::check() const {
     if (error_ == 0) return;
     throw ProgramError(ExitCode::output, file_.name(), "cannot write: " + std::generic_category().message(error_));
 }
@@ -52,7 +52,7 @@ void copy_recording(const OutputFile &recording, OutputFile &output, const Encod
     for (uint64_t frames = 0;; ++frames) {
         const int result = av_read_frame(format.get(), packet.get());
         if (result == AVERROR_EOF && frames == recorded.frames) break;
-        // A disk that fails can look like the end of the file.
+        // A read error of the disk can look like the end of the file.
         if (result < 0) throw ProgramError(ExitCode::output, recording.draft_name(), "cannot read back");
         muxer.write({packet->data, static_cast<size_t>(packet->size)}, recorded.samples);
         av_packet_unref(packet.get());

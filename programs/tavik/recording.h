@@ -1,4 +1,4 @@
-// What an endless input is written into until it ends: files that outlive the program, however that ends.
+// Recordings of endless inputs: files that survive a crash of the program or the machine.
 #pragma once
 
 #include <tavik.h>
@@ -13,14 +13,14 @@
 
 namespace tavik {
 
-// While it lives, a thread of its own brings what is written to the disk every two seconds, so that a power failure
-// costs no more than that, and nothing has to wait for the disk.
-class DiskKeeper {
+// While this object exists, a thread flushes the file to the disk every two seconds, so that a power failure loses
+// little and encoding does not wait for the disk.
+class PeriodicSync {
  public:
     // Keeps a reference to `file`.
-    explicit DiskKeeper(const OutputFile &file);
+    explicit PeriodicSync(const OutputFile &file);
 
-    // Throws ProgramError with ExitCode::output when the disk has failed so far.
+    // Throws ProgramError with ExitCode::output if flushing has failed.
     void check() const;
 
  private:
@@ -28,12 +28,12 @@ class DiskKeeper {
 
     const OutputFile &file_;
     std::atomic<int> error_ = 0;
-    std::mutex mutex_;     // of the thread alone, for its waiting
-    std::jthread thread_;  // the last one: it uses the others
+    std::mutex mutex_;     // only for the condition variable of the thread
+    std::jthread thread_;  // the last member, because it uses the others
 };
 
-// Copies the frames of a complete fragmented MP4 file, of which there are so many, into one with an index in front.
-// Throws ProgramError with ExitCode::output, also when they are not all to be found.
+// Copies the frames of a complete fragmented MP4 file into one with an index in front. Throws ProgramError with
+// ExitCode::output, also if their number is not recorded.frames.
 void copy_recording(const OutputFile &recording, OutputFile &output, const EncoderConfig &config,
                     const AudioDecoder &source, const Tags &tags, const PlayedPart &recorded);
 

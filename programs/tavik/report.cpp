@@ -1,4 +1,4 @@
-// The keys of the JSON objects are an interface: scripts depend on them.
+// Keys and values of the JSON objects are an interface: scripts depend on them.
 #include "report.h"
 
 #include <fmt/format.h>
@@ -17,21 +17,16 @@ extern "C" {
 namespace tavik {
 namespace {
 
-// Keeps the keys in the order in which they are set.
+// Keys keep the order in which they are set.
 using Json = nlohmann::ordered_json;
 
-// As on the command line.
-const char *mode_name(uint32_t channel_mode) {
-    switch (channel_mode) {
-        case TAVIK_MODE_MONO: return "mono";
-        case TAVIK_MODE_STEREO: return "stereo";
-        default: return "two-mono";
-    }
+const char *mode_name(const EncoderConfig &config) {
+    return channel_mode_name(static_cast<ChannelMode>(config.channel_mode));
 }
 
 std::string names_text(const Job &job) { return input_name(job.input) + " -> " + output_name(job.output); }
 
-// In ASCII, with escapes. Bytes that are no UTF-8 are replaced, since JSON has no place for them.
+// In ASCII, with escapes. Bytes that are not valid UTF-8 are replaced, because JSON cannot contain them.
 std::string to_line(const Json &json) { return json.dump(-1, ' ', true, Json::error_handler_t::replace); }
 
 bool is_utf8(const std::string &text) { return Json::parse(to_line(text)) == text; }
@@ -43,7 +38,7 @@ std::string base64(const std::string &bytes) {
     return text.data();
 }
 
-// A name that is no UTF-8 comes a second time, with all its bytes.
+// A name that is not valid UTF-8 is added a second time in Base64, with all its bytes.
 void add_name(Json &json, const std::string &key, const std::string &name) {
     json[key] = name;
     if (!is_utf8(name)) json[key + "_base64"] = base64(name);
@@ -56,7 +51,7 @@ Json event(const char *name, const Job &job) {
     return json;
 }
 
-// Fractions of a second beyond the microsecond are noise.
+// To a whole number of microseconds.
 double rounded(double seconds) { return std::round(seconds * 1e6) / 1e6; }
 
 double speed(double duration, double elapsed) { return elapsed > 0 ? duration / elapsed : 0; }
@@ -67,7 +62,7 @@ void add_replay_gain(Json &json, const char *whose, const std::optional<ReplayGa
     json[std::string(whose) + "_peak"] = rounded(measured->peak);
 }
 
-// What was found in the input beside its samples, and done about it.
+// Facts about the input, and what was done with its time errors and its level.
 void add_source_facts(Json &json, const EncodedFile &file) {
     json["track"] = file.track.number;
     json["tracks"] = file.track.count;
@@ -83,7 +78,7 @@ void add_source_facts(Json &json, const EncodedFile &file) {
     add_replay_gain(json, "album", file.replay_gain.album);
 }
 
-// Two digits at least.
+// With at least two digits.
 std::string short_number(double value) { return fmt::format("{:.{}f}", value, value < 9.95 ? 1 : 0); }
 
 // As a multiple of real time.
@@ -121,7 +116,7 @@ std::vector<std::string> encoded_text(const Job &job, const EncodedFile &file, b
     const EncoderConfig &config = file.config;
     std::string line = fmt::format("{}: {}, ", names_text(job), clock_text(std::max(1.0, std::round(file.duration()))));
     if (file.track.count > 1) line += fmt::format("track {}/{}, ", file.track.number, file.track.count);
-    line += fmt::format("{} {:g} kHz, {:.0f} kbit/s, {}, {}", mode_name(config.channel_mode), config.sample_rate / 1e3,
+    line += fmt::format("{} {:g} kHz, {:.0f} kbit/s, {}, {}", mode_name(config), config.sample_rate / 1e3,
                         file.mean_bit_rate() / 1e3, size_text(file.bytes), speed_text(file.duration(), file.elapsed));
     if (file.verified) line += ", verified";
     std::vector<std::string> lines{line};
@@ -153,7 +148,7 @@ std::string encoded_json(const Job &job, const EncodedFile &file) {
     json["format"] = names_of(file.format).option;
     json["sample_rate"] = config.sample_rate;
     json["channels"] = channel_count(config);
-    json["mode"] = mode_name(config.channel_mode);
+    json["mode"] = mode_name(config);
     json["bit_rate"] = config.bit_rate * channel_count(config);
     json["bit_rate_per_channel"] = config.bit_rate;
     json["constant_rate"] = config.constant_rate != 0;

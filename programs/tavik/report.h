@@ -1,4 +1,4 @@
-// What is said about the files, as lines to read and as JSON objects (RFC 8259) for programs, one per line.
+// Reports about files, as lines of text for users and as JSON objects (RFC 8259) for programs, one per line.
 #pragma once
 
 #include <string>
@@ -10,17 +10,17 @@
 
 namespace tavik {
 
-// The run as a whole.
+// Totals of a run.
 struct Summary {
     size_t files = 0;
     size_t encoded = 0;
     size_t skipped = 0;
     size_t failed = 0;
-    double duration = 0;  // seconds of audio that was encoded
+    double duration = 0;  // seconds of audio that were encoded
     double elapsed = 0;   // seconds that the run took
 };
 
-// One line, and with `verbose` more below it with the details.
+// Lines of text about a file; encoded_text() adds lines with details if `verbose`.
 std::vector<std::string> encoded_text(const Job &job, const EncodedFile &file, bool verbose);
 std::string skipped_text(const Job &job);
 std::string warning_text(const Job &job, const std::string &warning);
@@ -32,7 +32,7 @@ std::string failed_json(const Job &job, const std::string &problem, ExitCode exi
 std::string progress_json(const Job &job, const FileProgress &progress);
 std::string summary_json(const Summary &summary);
 
-// Seconds as hours, minutes and seconds: 1:02:03, or 2:03 below an hour.
+// Seconds, rounded up, as 1:02:03, or as 2:03 below an hour.
 std::string clock_text(double seconds);
 
 }  // namespace tavik

@@ -1,5 +1,5 @@
-// The checksum is that of the samples as a file without a header would have them: interleaved, little-endian, in as
-// many bytes as their bits need. libavcodec gives them at the top of 16 or 32 bits.
+// The checksum covers the samples as they would be in a file without a header: interleaved, little-endian, each in the
+// smallest whole number of bytes. libavcodec returns samples in the upper bits of 16 or 32 bits.
 #include "sample_checksum.h"
 
 extern "C" {
@@ -12,9 +12,10 @@ extern "C" {
 namespace tavik {
 namespace {
 
+// Size of FLAC's STREAMINFO block, and byte offsets in it.
 constexpr int streaminfo_bytes = 34;
-constexpr size_t bits_at = 12;
-constexpr size_t md5_at = 18;
+constexpr size_t bits_offset = 12;
+constexpr size_t md5_offset = 18;
 
 template <typename Sample>
 std::span<const Sample> samples_of(const AVFrame &frame, size_t count) {
@@ -37,10 +38,11 @@ std::optional<SampleChecksum> SampleChecksum::of(const AVStream &stream) {
     if (parameters.codec_id != AV_CODEC_ID_FLAC || parameters.extradata_size < streaminfo_bytes) return std::nullopt;
     const std::span streaminfo(parameters.extradata, streaminfo_bytes);
     Md5 expected{};
-    std::copy_n(streaminfo.begin() + md5_at, expected.size(), expected.begin());
+    std::copy_n(streaminfo.begin() + md5_offset, expected.size(), expected.begin());
     if (expected == Md5{}) return std::nullopt;
-    const int bits = ((streaminfo[bits_at] & 1) << 4 | streaminfo[bits_at + 1] >> 4) + 1;
-    const int64_t total = static_cast<int64_t>(streaminfo[bits_at + 1] & 15) << 32 | AV_RB32(&streaminfo[bits_at + 2]);
+    const int bits = ((streaminfo[bits_offset] & 1) << 4 | streaminfo[bits_offset + 1] >> 4) + 1;
+    const int64_t total =
+        static_cast<int64_t>(streaminfo[bits_offset + 1] & 15) << 32 | AV_RB32(&streaminfo[bits_offset + 2]);
     return SampleChecksum(expected, bits, total);
 }
 
@@ -63,7 +65,7 @@ void SampleChecksum::add(const AVFrame &frame) {
     av_md5_update(md5_.get(), bytes_.data(), bytes_.size());
 }
 
-bool SampleChecksum::holds() {
+bool SampleChecksum::matches() {
     Md5 actual{};
     av_md5_final(md5_.get(), actual.data());
     return count_ != total_ || actual == expected_;

@@ -1,4 +1,4 @@
-// What FLAC files say of their samples beyond the checksums of single frames: an MD5 of them all (RFC 9639).
+// The MD5 checksum of all samples that a FLAC file contains in addition to the checksums of its frames (RFC 9639).
 #pragma once
 
 extern "C" {
@@ -17,15 +17,15 @@ namespace tavik {
 
 class SampleChecksum {
  public:
-    // Nothing where a stream has none.
+    // Absent if the stream has no such checksum.
     static std::optional<SampleChecksum> of(const AVStream &stream);
 
-    // Takes the next decoded frame.
+    // Adds the next decoded frame.
     void add(const AVFrame &frame);
 
-    // Behind the last frame, once: the samples are those that were coded. A part of them, cut out of a file without
-    // coding it anew, is not in contradiction either.
-    bool holds();
+    // After the last frame, once: whether the samples match the checksum. True as well if their number differs from the
+    // declared one, as in a part that was cut out of a file without encoding it again.
+    bool matches();
 
  private:
     using Md5 = std::array<uint8_t, 16>;
@@ -36,8 +36,8 @@ class SampleChecksum {
     SampleChecksum(const Md5 &expected, int bits, int64_t total);
 
     Md5 expected_;
-    int bits_;       // of a sample
-    int64_t total_;  // samples per channel of which the checksum is
+    int bits_;       // per sample
+    int64_t total_;  // samples per channel that the checksum covers
     int64_t count_ = 0;
     std::unique_ptr<AVMD5, Free> md5_;
     std::vector<uint8_t> bytes_;

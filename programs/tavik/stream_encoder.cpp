@@ -1,4 +1,3 @@
-// Thin on purpose: the library does the work.
 #include "stream_encoder.h"
 
 #include <fmt/format.h>
@@ -13,7 +12,7 @@ std::string version_text(uint32_t version) {
 
 StreamEncoder::StreamEncoder(const EncoderConfig &config) {
     if (TAVIK_Init(&context_, &config) != 0) {
-        throw std::logic_error("the configuration was refused with status " + std::to_string(context_.status));
+        throw std::logic_error("configuration refused, status " + std::to_string(context_.status));
     }
 }
 
@@ -21,7 +20,7 @@ std::span<const uint8_t> StreamEncoder::encode(const int16_t *samples, size_t sa
     auto count = static_cast<uint32_t>(sample_count);
     uint32_t byte_count = 0;
     if (TAVIK_Encode(&context_, samples, &count, frame_.data(), &byte_count) < 0) {
-        throw std::logic_error("the encoder failed with status " + std::to_string(context_.status));
+        throw std::logic_error("encoder failed, status " + std::to_string(context_.status));
     }
     return {frame_.data(), byte_count};
 }

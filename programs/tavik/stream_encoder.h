@@ -1,4 +1,4 @@
-// The library behind two functions; stands between the input and the output side of the program.
+// A thin wrapper of the library.
 #pragma once
 
 #include <tavik.h>
@@ -10,23 +10,23 @@
 
 namespace tavik {
 
-// Such as 3.0.0, of a number as TAVIK_get_version() returns it.
+// Text such as "3.0.0" for a version number as TAVIK_get_version() returns it.
 std::string version_text(uint32_t version);
 
-// One run of the library's encoder, from the first samples to the last frame.
+// Encodes one stream, from the first samples to the last frame.
 class StreamEncoder {
  public:
-    // The configuration has been checked.
+    // The configuration must be valid.
     explicit StreamEncoder(const EncoderConfig &config);
     StreamEncoder(const StreamEncoder &) = delete;
     StreamEncoder &operator=(const StreamEncoder &) = delete;
     ~StreamEncoder() = default;
 
-    // Takes `sample_count` samples per channel: TAVIK_FRAME_LENGTH, less in the last block, 0 from then on. Returns the
-    // bytes of at most one coded frame, valid until the next call.
+    // Encodes `sample_count` samples per channel: TAVIK_FRAME_LENGTH, fewer in the last block, then 0. Returns one
+    // frame or nothing, valid until the next call.
     std::span<const uint8_t> encode(const int16_t *samples, size_t sample_count);
 
-    // All frames have been delivered.
+    // Whether all frames have been returned.
     bool finished() const { return context_.status == TAVIK_STATUS_END_OF_STREAM; }
 
  private:

@@ -13,7 +13,7 @@
 #include "file_names.h"
 #include "interruption.h"
 #include "program_error.h"
-#include "waiting.h"
+#include "retry.h"
 
 namespace tavik {
 namespace {
@@ -21,15 +21,15 @@ namespace {
 constexpr int buffer_bytes = 4096;
 constexpr size_t head_bytes = 4096;
 
-// -1 in what is no regular file.
+// Current position; -1 if it is not a regular file.
 int64_t position_of(int descriptor) {
     struct stat status {};
     const bool is_file = ::fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode);
     return is_file ? ::lseek(descriptor, 0, SEEK_CUR) : -1;
 }
 
-// A FIFO is waited for in open(), until somebody writes to it; where an interruption is to end the input also then,
-// that is left to wait().
+// open() of a FIFO blocks until another process opens it for writing. With --live it must not, since a signal has to be
+// able to end the input then too; wait() waits instead.
 int open_stream(const std::string &path) {
     if (path == standard_stream) return ::dup(STDIN_FILENO);
     return ::open(path.c_str(), O_RDONLY | O_CLOEXEC | (end_of_input_event() >= 0 ? O_NONBLOCK : 0));
@@ -37,7 +37,7 @@ int open_stream(const std::string &path) {
 
 }  // namespace
 
-bool StreamInput::suits(const std::string &path) {
+bool StreamInput::is_stream(const std::string &path) {
     struct stat status {};
     if (path == standard_stream) return true;
     if (::stat(path.c_str(), &status) != 0) return false;
@@ -57,21 +57,21 @@ StreamInput::StreamInput(const std::string &path) : descriptor_(open_stream(path
 
 StreamInput::~StreamInput() { ::close(descriptor_); }
 
-// Waits until there is something to read, and returns how much of it may be: at most `room`, and when an interruption
-// has ended the input no more than there was in the pipe by then.
+// Waits until there is something to read, and returns how many bytes may be read: at most `room`, and after a signal
+// has ended the input only those that were in the pipe at that time.
 size_t StreamInput::wait(size_t room) {
     const int end = end_of_input_event();
     if (end < 0) return room;
     std::array<pollfd, 2> events{{{.fd = end, .events = POLLIN, .revents = 0},  //
                                   {.fd = descriptor_, .events = POLLIN, .revents = 0}}};
-    while (!bytes_to_come_ && ::poll(events.data(), events.size(), -1) < 0 && errno == EINTR) {
+    while (!bytes_left_ && ::poll(events.data(), events.size(), -1) < 0 && errno == EINTR) {
     }
-    if (!bytes_to_come_ && events[0].revents != 0) {
+    if (!bytes_left_ && events[0].revents != 0) {
         int present = 0;
-        bytes_to_come_ = ::ioctl(descriptor_, FIONREAD, &present) == 0 ? static_cast<size_t>(present) : 0;
+        bytes_left_ = ::ioctl(descriptor_, FIONREAD, &present) == 0 ? static_cast<size_t>(present) : 0;
     }
-    const size_t count = std::min(room, bytes_to_come_.value_or(room));
-    if (bytes_to_come_) *bytes_to_come_ -= count;
+    const size_t count = std::min(room, bytes_left_.value_or(room));
+    if (bytes_left_) *bytes_left_ -= count;
     return count;
 }
 
@@ -81,7 +81,7 @@ int StreamInput::read(uint8_t *bytes, size_t room) {
     ssize_t result = 0;
     do {
         result = ::read(descriptor_, bytes, room);
-    } while (result < 0 && can_go_on(descriptor_, POLLIN));
+    } while (result < 0 && should_retry(descriptor_, POLLIN));
     if (result < 0) return AVERROR(errno);
     const size_t kept = is_seekable() ? 0 : std::min(static_cast<size_t>(result), head_bytes - head_.size());
     head_.insert(head_.end(), bytes, bytes + kept);
@@ -96,7 +96,7 @@ bool StreamInput::read_again(int64_t position, std::span<uint8_t> bytes) const {
 }
 
 int64_t StreamInput::seek(int64_t offset, int whence) const {
-    // That the size is 0 is taken for not known; without an answer libavformat would not believe the length in an MP3.
+    // In a pipe, AVSEEK_SIZE returns 0: unknown. After an error, libavformat would ignore the length in an MP3 header.
     if (!is_seekable()) return (whence & AVSEEK_SIZE) != 0 ? 0 : AVERROR(ESPIPE);
     struct stat status {};
     if (::fstat(descriptor_, &status) != 0) return AVERROR(errno);

@@ -1,4 +1,4 @@
-// Input that is read through a descriptor: standard input or a FIFO, perhaps live.
+// Input through a descriptor: standard input, a FIFO or a character device, possibly live.
 #pragma once
 
 #include <cstdint>
@@ -11,7 +11,7 @@
 
 namespace tavik {
 
-// Reads for libavformat.
+// Reads an input for libavformat.
 class StreamInput {
  public:
     // `path` may be standard_stream. Throws ProgramError with ExitCode::input when it cannot be opened.
@@ -20,15 +20,15 @@ class StreamInput {
     StreamInput(const StreamInput &) = delete;
     StreamInput &operator=(const StreamInput &) = delete;
 
-    // The path is such an input.
-    static bool suits(const std::string &path);
+    // Whether the path is such an input.
+    static bool is_stream(const std::string &path);
 
     AVIOContext *io() { return io_.get(); }
 
-    // Can be gone back over, as a file that is standard input can.
+    // Whether it can be read again from an earlier position: standard input may be a regular file.
     bool is_seekable() const { return start_ >= 0; }
 
-    // Bytes near the beginning of a pipe, which have been read before; false when they have not, or are too far behind.
+    // Copies bytes that were read earlier; false if they are not among the first bytes of a pipe, which are kept.
     bool read_again(int64_t position, std::span<uint8_t> bytes) const;
 
  private:
@@ -40,9 +40,9 @@ class StreamInput {
     static int64_t seek_callback(void *input, int64_t offset, int whence);
 
     int descriptor_;
-    int64_t start_;                        // position in the file when it was opened; -1 in a pipe
-    std::vector<uint8_t> head_;            // of a pipe
-    std::optional<size_t> bytes_to_come_;  // once an interruption has ended the input
+    int64_t start_;                     // position in the file when it was opened; -1 if it is a pipe
+    std::vector<uint8_t> head_;         // the first bytes of a pipe
+    std::optional<size_t> bytes_left_;  // bytes still to read after a signal has ended the input
     FfmpegHandle<AVIOContext> io_;
 };
 

@@ -1,4 +1,5 @@
-// Every kind of file has its own class in TagLib and its own kinds of tags, of which a file may have several.
+// TagLib has a class for each file format. A format may have several kinds of tags, and a file may contain more than
+// one of them.
 #include "tag_reader.h"
 
 #include <fmt/format.h>
@@ -48,8 +49,8 @@ void add_missing(Tags &tags, const PropertyMap &fields) {
     }
 }
 
-// TagLib names an ID3v2 frame that is no field by its identification, with a slash before what it is about.
-// Pictures, chapters and ratings are kept in other ways.
+// Records what TagLib cannot represent as a field. It names such an ID3v2 frame by its identifier and, after a slash,
+// its description. Pictures, chapters and ratings are handled elsewhere.
 void note_unsupported(Tags &tags, const StringList &names) {
     for (const String &name : names) {
         std::string text = name.to8Bit(true);
@@ -61,8 +62,8 @@ void note_unsupported(Tags &tags, const StringList &names) {
     }
 }
 
-// Per cent of one of ID3v2's ratings, of which 1, 64, 128, 196 and 255 are one to five stars.
-unsigned per_cent(int rating) {
+// Converts an ID3v2 rating to per cent: 1, 64, 128, 196 and 255 are one to five stars.
+unsigned rating_percent(int rating) {
     constexpr std::array stars{0, 1, 64, 128, 196, 255};
     const auto *const above = std::ranges::lower_bound(stars, rating);
     if (above == stars.begin()) return 0;
@@ -79,13 +80,13 @@ void read_rating(const TagLib::ID3v2::Tag &tag, Tags &tags) {
             tags.fields.insert("PLAYCOUNT", String(std::to_string(popularity->counter())));
         }
         if (popularity->rating() == 0 || tags.fields.contains("RATING")) continue;  // 0: not rated
-        const std::string rating = std::to_string(per_cent(popularity->rating()));
+        const std::string rating = std::to_string(rating_percent(popularity->rating()));
         tags.fields.insert("RATING", String(rating));
         tags.changes.push_back("POPM to RATING " + rating + " %");
     }
 }
 
-// Those who took part, as pairs of what they did and who they are. TagLib knows the first in capitals only.
+// Reads pairs of a role and a name. TagLib recognises roles in capitals only.
 void read_people(const StringList &pairs, Tags &tags) {
     for (unsigned i = 0; i + 1 < pairs.size(); i += 2) {
         const String role = pairs[i].upper();
@@ -94,7 +95,8 @@ void read_people(const StringList &pairs, Tags &tags) {
     }
 }
 
-// Takes a text that TagLib has no name for under that of its frame.
+// Reads a text frame that TagLib does not map to a field; its identifier becomes the name of the field. False if it is
+// not a text frame.
 bool read_unknown_text(const TagLib::ID3v2::Tag &tag, const String &name, Tags &tags) {
     const TagLib::ByteVector id = name.data(String::Latin1);
     const TagLib::ID3v2::FrameList &frames = tag.frameList(id);
@@ -128,14 +130,14 @@ void read(TagLib::ID3v2::Tag *tag, Tags &tags) {
     }
 }
 
-// Pictures as FLAC files and Vorbis comments have them.
+// Pictures in FLAC files and Vorbis comments.
 void read(const TagLib::List<TagLib::FLAC::Picture *> &pictures, Tags &tags) {
     for (TagLib::FLAC::Picture *picture : pictures) {
         tags.source_pictures.push_back({picture->data(), picture->type() == TagLib::FLAC::Picture::FrontCover});
     }
 }
 
-// Of Vorbis comments, APE's tags, whose binary items are no fields, and ID3v1. TagLib's function is not a virtual one.
+// Vorbis comments, APE tags, whose binary items are not fields, and ID3v1. TagLib's properties() is not virtual.
 template <typename Tag>
 void read(Tag *tag, Tags &tags) {
     if (tag == nullptr) return;
@@ -145,16 +147,17 @@ void read(Tag *tag, Tags &tags) {
     if constexpr (requires { tag->pictureList(); }) read(tag->pictureList(), tags);
 }
 
-// Attributes that TagLib has no name for are kept under their own, and left out where they tell about the file.
+// Attributes that TagLib does not map to a field keep their own names. Those about the file itself are left out.
 void read(TagLib::ASF::Tag *tag, Tags &tags) {
     if (tag == nullptr) return;
     const PropertyMap fields = tag->properties();
     add_missing(tags, fields);
     for (const String &attribute : fields.unsupportedData()) {
-        static constexpr std::array<std::string_view, 6> of_file{"WMFSDK",      "IsVBR",   "DeviceConformance",
-                                                                 "WM/Encoding", "WM/WMAD", "WM/Picture"};
+        static constexpr std::array<std::string_view, 6> file_attributes{"WMFSDK",      "IsVBR",   "DeviceConformance",
+                                                                         "WM/Encoding", "WM/WMAD", "WM/Picture"};
         std::string name = attribute.to8Bit(true);
-        if (std::ranges::any_of(of_file, [&](std::string_view start) { return name.starts_with(start); })) continue;
+        if (std::ranges::any_of(file_attributes, [&](std::string_view start) { return name.starts_with(start); }))
+            continue;
         if (name.starts_with("WM/")) name.erase(0, 3);
         for (const TagLib::ASF::Attribute &value : tag->attribute(attribute)) {
             const String text = value.toString();
@@ -167,8 +170,8 @@ void read(TagLib::ASF::Tag *tag, Tags &tags) {
     }
 }
 
-// Atoms keep their names. ReplayGain becomes fields, since it may have to be changed; a freeform name with a colon is
-// one that TagLib cannot write.
+// Atoms keep their names, except ReplayGain, which becomes fields because it may have to be corrected. TagLib cannot
+// write freeform atoms with a colon in the name.
 void read_atom(const String &name, const TagLib::MP4::Item &item, Tags &tags) {
     const std::string plain = name.to8Bit(true);
     const std::string last = plain.substr(plain.rfind(':') + 1);
@@ -188,7 +191,7 @@ void read_atom(const String &name, const TagLib::MP4::Item &item, Tags &tags) {
 void read(TagLib::MP4::Tag *tag, Tags &tags) {
     if (tag == nullptr) return;
     PropertyMap fields = tag->properties();
-    fields.erase("PODCASTDESC");  // TagLib's name for any description
+    fields.erase("PODCASTDESC");  // which TagLib uses for every description
     add_missing(tags, fields);
     const StringList others = fields.unsupportedData();
     for (const auto &[name, item] : tag->itemMap()) {
@@ -196,7 +199,7 @@ void read(TagLib::MP4::Tag *tag, Tags &tags) {
     }
 }
 
-// Reads all tags of a file that TagLib takes for what it is.
+// Reads all tags of a file if TagLib accepts it as a `File`.
 template <typename File, typename... GetTags>
 void read_file(const std::string &path, Tags &tags, GetTags... get_tags) {
     File file(path.c_str(), false);
@@ -217,7 +220,7 @@ void read_ogg(const std::string &path, AVCodecID codec, Tags &tags) {
     if (codec == AV_CODEC_ID_SPEEX) read_file<TagLib::Ogg::Speex::File>(path, tags, main_tag);
 }
 
-// Of WAV's own tags libavformat knows more than TagLib, which is needed for the others.
+// TagLib reads WAV files only if they have ID3v2 tags: libavformat knows more of WAV's own tags.
 void read_wav(const std::string &path, Tags &tags) {
     TagLib::RIFF::WAV::File file(path.c_str(), false);
     if (!file.isValid() || !file.hasID3v2Tag()) return;
@@ -225,7 +228,7 @@ void read_wav(const std::string &path, Tags &tags) {
     read(file.InfoTag(), tags);
 }
 
-// By what libavformat has found the file to be, whatever its name.
+// `kind`: the format that libavformat has detected.
 void read_file_tags(const std::string &path, std::string_view kind, AVCodecID codec, Tags &tags) {
     if (kind == "flac") read_file<TagLib::FLAC::File>(path, tags, xiph, pictures, id3v2, id3v1);
     if (kind == "mp3" || kind == "aac") read_file<TagLib::MPEG::File>(path, tags, id3v2, ape, id3v1);
@@ -240,7 +243,7 @@ void read_file_tags(const std::string &path, std::string_view kind, AVCodecID co
     if (kind == "asf") read_file<TagLib::ASF::File>(path, tags, main_tag);
 }
 
-// TagLib's name for one of FFmpeg's.
+// TagLib's field name for a metadata key of FFmpeg.
 String field_name(const std::string &key) {
     static const std::map<std::string, const char *> others{{"album_artist", "ALBUMARTIST"},
                                                             {"track", "TRACKNUMBER"},
@@ -272,14 +275,14 @@ String field_name(const std::string &key) {
     return other != others.end() ? String(other->second) : String(key, String::UTF8).upper();
 }
 
-// The entry of a dictionary stands there once more with its language behind a hyphen.
-bool is_repeated(const AVDictionary *dictionary, const std::string &key) {
+// Whether the entry repeats another one, with a hyphen and its language appended to the key.
+bool is_language_variant(const AVDictionary *dictionary, const std::string &key) {
     const size_t hyphen = key.rfind('-');
     return hyphen != std::string::npos && key.size() - hyphen == 4 &&
            av_dict_get(dictionary, key.substr(0, hyphen).c_str(), nullptr, 0) != nullptr;
 }
 
-// Some formats do not tell how their text is coded.
+// Text in an unknown encoding: UTF-8 if it is valid, else Latin-1.
 String text_of(const char *bytes) {
     const String text(bytes, String::UTF8);
     return text.isEmpty() ? String(bytes, String::Latin1) : text;
@@ -288,7 +291,7 @@ String text_of(const char *bytes) {
 void read_dictionary(const AVDictionary *dictionary, Tags &tags) {
     const AVDictionaryEntry *entry = nullptr;
     while ((entry = av_dict_get(dictionary, "", entry, AV_DICT_IGNORE_SUFFIX)) != nullptr) {
-        if (is_repeated(dictionary, entry->key)) continue;
+        if (is_language_variant(dictionary, entry->key)) continue;
         std::string key = entry->key;
         std::ranges::transform(key, key.begin(), [](unsigned char c) { return std::tolower(c); });
         if (key.starts_with("id3v2_priv")) {
@@ -296,7 +299,7 @@ void read_dictionary(const AVDictionary *dictionary, Tags &tags) {
             continue;
         }
         const String name = field_name(key);
-        if (name == "LANGUAGE") continue;  // that of the audio track, where it is kept
+        if (name == "LANGUAGE") continue;  // the language of the audio track is kept elsewhere
         if (!tags.fields.contains(name)) tags.fields.insert(name, text_of(entry->value));
     }
 }
@@ -308,11 +311,11 @@ bool is_file(const std::string &path) {
 
 }  // namespace
 
-// Tags stand in the file or, in some formats, in its audio stream.
+// libavformat finds tags in the file or, in some formats, in its audio stream.
 void read_source_tags(const AudioDecoder &source, Tags &tags) {
     const std::string path = source.path() == standard_stream ? "/dev/stdin" : source.path();
     if (is_file(path)) {
-        const std::lock_guard lock(taglib_names());
+        const std::lock_guard lock(taglib_mutex());
         read_file_tags(path, source.container().iformat->name, source.stream().codecpar->codec_id, tags);
     }
     if (!tags.fields.isEmpty() || !tags.atoms.isEmpty()) return;

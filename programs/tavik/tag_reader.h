@@ -1,4 +1,4 @@
-// The tags of the source, as TagLib or libavformat reads them.
+// Reads the tags of the source with TagLib or libavformat.
 #pragma once
 
 #include "audio_decoder.h"
@@ -6,8 +6,8 @@
 
 namespace tavik {
 
-// Everything but pictures, as the file has it; of what has no file, or is of a format that TagLib does not know, what
-// libavformat has found. May throw whatever a library throws at a broken file.
+// Reads all tags, and pictures only as source_pictures. If the input is not a file, or has a format that TagLib does
+// not know, the tags are those that libavformat has found. May throw any exception of the libraries for a broken file.
 void read_source_tags(const AudioDecoder &source, Tags &tags);
 
 }  // namespace tavik

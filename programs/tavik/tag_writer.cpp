@@ -1,4 +1,4 @@
-// TagLib writes the atoms; here is which atom a field goes to, and where the bytes go.
+// TagLib writes the atoms. This file chooses the atom for each field and connects TagLib with the output.
 #include "tag_writer.h"
 
 #include <fmt/format.h>
@@ -24,9 +24,9 @@ using TagLib::String;
 using TagLib::StringList;
 namespace MP4 = TagLib::MP4;
 
-constexpr size_t move_bytes = 1 << 20;  // moved at once to make room
+constexpr size_t max_move_bytes = 1 << 20;  // moved at a time to make room
 
-// The output as TagLib reads and writes it; errors pass through TagLib as exceptions.
+// The output as a stream for TagLib. Errors pass through TagLib as exceptions.
 class OutputStream : public TagLib::IOStream {
  public:
     explicit OutputStream(OutputFile &output) : output_(output) {}
@@ -36,8 +36,8 @@ class OutputStream : public TagLib::IOStream {
     bool isOpen() const override { return true; }
     long tell() const override { return position_; }
     long length() override { return static_cast<long>(output_.size()); }
-    void truncate(long /*length*/) override { refuse(); }
-    void removeBlock(unsigned long /*start*/, unsigned long /*length*/) override { refuse(); }
+    void truncate(long /*length*/) override { fail_on_shrinking(); }
+    void removeBlock(unsigned long /*start*/, unsigned long /*length*/) override { fail_on_shrinking(); }
 
     void seek(long offset, Position from) override {
         const long start = from == Beginning ? 0 : from == Current ? position_ : length();
@@ -45,10 +45,10 @@ class OutputStream : public TagLib::IOStream {
     }
 
     ByteVector readBlock(unsigned long count) override {
-        const long there = std::min(static_cast<long>(std::min<unsigned long>(count, INT32_MAX)), length() - position_);
-        ByteVector bytes(static_cast<unsigned>(there), '\0');
+        const long size = std::min(static_cast<long>(std::min<unsigned long>(count, INT32_MAX)), length() - position_);
+        ByteVector bytes(static_cast<unsigned>(size), '\0');
         read(position_, bytes);
-        position_ += there;
+        position_ += size;
         return bytes;
     }
 
@@ -57,9 +57,9 @@ class OutputStream : public TagLib::IOStream {
         position_ += bytes.size();
     }
 
-    // TagLib fills what it does not need any more, so that nothing ever becomes shorter.
+    // Never makes the file shorter: TagLib overwrites bytes that it does not need any more with padding.
     void insert(const ByteVector &bytes, unsigned long start, unsigned long replaced) override {
-        if (replaced > bytes.size()) refuse();
+        if (replaced > bytes.size()) fail_on_shrinking();
         make_room(static_cast<long>(start + replaced), static_cast<long>(bytes.size() - replaced));
         position_ = static_cast<long>(start);
         writeBlock(bytes);
@@ -69,7 +69,7 @@ class OutputStream : public TagLib::IOStream {
     void make_room(long start, long room) {
         long end = room == 0 ? start : length();
         while (end > start) {
-            const long count = std::min<long>(end - start, move_bytes);
+            const long count = std::min<long>(end - start, max_move_bytes);
             ByteVector bytes(static_cast<unsigned>(count), '\0');
             end -= count;
             read(end, bytes);
@@ -94,13 +94,13 @@ class OutputStream : public TagLib::IOStream {
         output_.write({data, bytes.size()});
     }
 
-    [[noreturn]] static void refuse() { throw std::logic_error("tags that become shorter"); }
+    [[noreturn]] static void fail_on_shrinking() { throw std::logic_error("TagLib tried to shorten the file"); }
 
     OutputFile &output_;
     long position_ = 0;
 };
 
-// Fields that have an atom of which TagLib does not know, or that is known by another name than the field's own.
+// Atoms of fields that TagLib does not map, or for which players expect another name than the field's own.
 constexpr std::array atom_names{std::pair("DESCRIPTION", "desc"),
                                 std::pair("LONGDESCRIPTION", "ldes"),
                                 std::pair("SYNOPSIS", "ldes"),
@@ -110,7 +110,7 @@ constexpr std::array atom_names{std::pair("DESCRIPTION", "desc"),
                                 std::pair("MUSICBRAINZ_ALBUMSTATUS", "----:com.apple.iTunes:MusicBrainz Album Status"),
                                 std::pair("MUSICBRAINZ_ALBUMTYPE", "----:com.apple.iTunes:MusicBrainz Album Type")};
 
-// The freeform atom of a field. Players look for ReplayGain in small letters; a colon would end the name.
+// Name of the freeform atom for a field. Players expect ReplayGain in lower case. TagLib would end the name at a colon.
 String freeform_name(const String &field) {
     std::string name = field.to8Bit(true);
     std::ranges::replace(name, ':', '/');
@@ -127,7 +127,7 @@ String atom_for(const MP4::Tag &tag, const String &field) {
     return freeform_name(field);
 }
 
-// The same number, or two of them as in 3/12, whatever zeros are in front.
+// Compares numbers, or pairs such as 3/12, without leading zeros.
 bool is_same_number(const String &a, const String &b) {
     const auto trim = [](const String &text) {
         std::string result;
@@ -140,9 +140,9 @@ bool is_same_number(const String &a, const String &b) {
     return trim(a) == trim(b);
 }
 
-// Atoms for numbers cannot hold everything that a field can: 128.5 beats, track A1. The field is then kept beside them
-// under its own name, and a number that is none is taken out.
-void keep_exactly(MP4::Tag &tag, const PropertyMap &fields) {
+// Numeric atoms cannot store every value of a field, for example 128.5 beats or track A1. The exact value then goes
+// into a freeform atom, and the numeric atom is removed if it became 0.
+void keep_exact_values(MP4::Tag &tag, const PropertyMap &fields) {
     for (const auto &[field, values] : tag.properties()) {
         const auto original = fields.find(field);
         if (original == fields.end()) continue;
@@ -157,17 +157,17 @@ void keep_exactly(MP4::Tag &tag, const PropertyMap &fields) {
 }
 
 void set_fields(MP4::Tag &tag, PropertyMap fields) {
-    const std::lock_guard lock(taglib_names());
+    const std::lock_guard lock(taglib_mutex());
     fields.removeEmpty();
-    // TagLib's name of the atom that tells what has made the file.
+    // TagLib would write this field into the atom for the encoder that made the file.
     const StringList encoded_by = fields["ENCODEDBY"];
     fields.erase("ENCODEDBY");
     for (const auto &[field, values] : tag.setProperties(fields)) tag.setItem(atom_for(tag, field), values);
-    keep_exactly(tag, fields);
+    keep_exact_values(tag, fields);
     if (!encoded_by.isEmpty()) tag.setItem(freeform_name("ENCODEDBY"), encoded_by);
 }
 
-// In the form of iTunes: samples to leave out at the start and at the end, and those between.
+// Value of iTunSMPB: samples to skip at the start and at the end, and the number of samples in between.
 String text_of(const PlayedPart &part) {
     const uint64_t padding = (part.frames - 1) * TAVIK_FRAME_LENGTH - part.samples;
     return fmt::format(
@@ -176,7 +176,7 @@ String text_of(const PlayedPart &part) {
         TAVIK_FRAME_LENGTH, padding, part.samples);
 }
 
-// Returns whether that was possible.
+// False if the stream is not a valid MP4 file or saving fails.
 bool write_tags_into(TagLib::IOStream &stream, const Tags &tags, const std::optional<PlayedPart> &played_part) {
     MP4::File file(&stream, false);
     if (!file.isValid() || file.tag() == nullptr) return false;
@@ -192,8 +192,8 @@ bool write_tags_into(TagLib::IOStream &stream, const Tags &tags, const std::opti
     return tag.save();
 }
 
-// Bytes of the head of a stream, the atoms up to the end of `moov`; nothing while it is not complete.
-std::optional<size_t> head_size(std::span<const uint8_t> bytes) {
+// Size in bytes of the header of a stream: all atoms up to the end of `moov`. Absent while it is not complete.
+std::optional<size_t> header_size(std::span<const uint8_t> bytes) {
     constexpr size_t atom_header = 8;
     size_t position = 0;
     while (bytes.size() >= position + atom_header) {
@@ -215,21 +215,21 @@ void write_tags(OutputFile &output, const Tags &tags, const std::optional<Played
     }
 }
 
-std::span<const uint8_t> StreamTagger::pass(std::span<const uint8_t> bytes) {
+std::span<const uint8_t> StreamTagger::process(std::span<const uint8_t> bytes) {
     if (is_done_) return bytes;
-    head_.insert(head_.end(), bytes.begin(), bytes.end());
-    const std::optional<size_t> size = head_size(head_);
+    header_.insert(header_.end(), bytes.begin(), bytes.end());
+    const std::optional<size_t> size = header_size(header_);
     if (!size) return {};
     is_done_ = true;
-    const auto *data = reinterpret_cast<const char *>(head_.data());  // NOLINT(*-reinterpret-cast): TagLib's bytes
+    const auto *data = reinterpret_cast<const char *>(header_.data());  // NOLINT(*-reinterpret-cast): TagLib's bytes
     TagLib::ByteVectorStream stream(ByteVector(data, static_cast<unsigned>(*size)));
     if (!write_tags_into(stream, tags_, std::nullopt)) {
-        throw std::logic_error("head of a stream without a place for tags");
+        throw std::logic_error("cannot write tags into the header of a stream");
     }
     std::vector<uint8_t> tagged(stream.data()->begin(), stream.data()->end());
-    tagged.insert(tagged.end(), head_.begin() + static_cast<std::ptrdiff_t>(*size), head_.end());
-    head_ = std::move(tagged);
-    return head_;
+    tagged.insert(tagged.end(), header_.begin() + static_cast<std::ptrdiff_t>(*size), header_.end());
+    header_ = std::move(tagged);
+    return header_;
 }
 
 }  // namespace tavik

@@ -1,4 +1,4 @@
-// Tags and pictures on their way into MP4 files.
+// Writes tags and pictures into MP4 files and streams.
 #pragma once
 
 #include <cstdint>
@@ -11,29 +11,29 @@
 
 namespace tavik {
 
-// The part of a file that is to be played: `samples` per channel behind the priming frame, the first of `frames`.
+// The part of a file that players should play: `samples` samples per channel after the priming frame.
 struct PlayedPart {
-    uint64_t frames;
-    uint64_t samples;
+    uint64_t frames;   // all frames, including the priming frame
+    uint64_t samples;  // per channel
 };
 
-// Puts tags into the complete MP4 file `output`, a regular file, and the played part for players that look for it there
-// instead of into the edit list; not where the edit list tells more. Throws ProgramError with ExitCode::output.
+// Writes tags into the complete MP4 file `output`, a regular file. The played part, if present, is written as a tag for
+// players that ignore the edit list. Throws ProgramError with ExitCode::output.
 void write_tags(OutputFile &output, const Tags &tags, const std::optional<PlayedPart> &played_part);
 
-// Puts tags into the head of a fragmented MP4 stream while that passes.
+// Inserts tags into the header of a fragmented MP4 stream while the stream is written.
 class StreamTagger {
  public:
     // Keeps a reference to `tags`.
     explicit StreamTagger(const Tags &tags) : tags_(tags) {}
 
-    // Takes the next bytes of the stream and returns those that can be written, valid until the next call. Nothing
-    // leaves before the head is complete.
-    std::span<const uint8_t> pass(std::span<const uint8_t> bytes);
+    // Takes the next bytes of the stream and returns the bytes to write, valid until the next call. Returns nothing
+    // until the header is complete.
+    std::span<const uint8_t> process(std::span<const uint8_t> bytes);
 
  private:
     const Tags &tags_;
-    std::vector<uint8_t> head_;
+    std::vector<uint8_t> header_;
     bool is_done_ = false;
 };
 

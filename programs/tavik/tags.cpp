@@ -1,4 +1,4 @@
-// Which tags are kept, and under which names.
+// Decides which tags are kept, and under which names.
 #include "tags.h"
 
 #include <fmt/format.h>
@@ -19,55 +19,54 @@ using TagLib::PropertyMap;
 using TagLib::String;
 using TagLib::StringList;
 
-// Fields that tell about the source's file, not about the music.
-constexpr std::array foreign_fields{
+// Fields that describe the source file, not the music.
+constexpr std::array file_fields{
     "ENCODER",     "ENCODEDBY",        "ENCODED_BY",        "ENCODING",        "ENCODING_TOOL",  "ENCODERSETTINGS",
     "MAJOR_BRAND", "MINOR_VERSION",    "COMPATIBLE_BRANDS", "CREATION_TIME",   "HANDLER_NAME",   "VENDOR_ID",
     "DURATION",    "LENGTH",           "FILETYPE",          "ENCODINGTIME",    "TAGGINGDATE",    "ORIGINALFILENAME",
     "BPS",         "NUMBER_OF_FRAMES", "NUMBER_OF_BYTES",   "ENCODER_OPTIONS", "ENCODEROPTIONS", "COMMENT:ITUNSMPB",
     "ITUNSMPB",    "ITUNPGAP",         "COMMENT:ITUNPGAP",  "CODING_HISTORY",  "TIME_REFERENCE"};
-constexpr const char *foreign_start = "_STATISTICS";
+constexpr const char *file_field_start = "_STATISTICS";
 
-// The same of the atoms of an MP4 file; the last is the level of the song.
-constexpr std::array foreign_atoms{"iTunSMPB", "Encoding Params", "cdec", "tool"};
+// Atoms of MP4 files that describe the source file, and the one with the level of the song.
+constexpr std::array file_atoms{"iTunSMPB", "Encoding Params", "cdec", "tool"};
 constexpr const char *level_atom = "iTunNORM";
 
-// Other usual names of fields.
-struct OtherName {
-    const char *other;
+// Other common names of fields.
+struct Alias {
+    const char *alias;
     const char *name;
 };
-constexpr std::array other_names{OtherName{"TRACK", "TRACKNUMBER"},        OtherName{"DISC", "DISCNUMBER"},
-                                 OtherName{"DISK", "DISCNUMBER"},          OtherName{"YEAR", "DATE"},
-                                 OtherName{"ALBUM_ARTIST", "ALBUMARTIST"}, OtherName{"ALBUM ARTIST", "ALBUMARTIST"},
-                                 OtherName{"UNSYNCEDLYRICS", "LYRICS"},    OtherName{"TEMPO", "BPM"}};
+constexpr std::array aliases{Alias{"TRACK", "TRACKNUMBER"},        Alias{"DISC", "DISCNUMBER"},
+                             Alias{"DISK", "DISCNUMBER"},          Alias{"YEAR", "DATE"},
+                             Alias{"ALBUM_ARTIST", "ALBUMARTIST"}, Alias{"ALBUM ARTIST", "ALBUMARTIST"},
+                             Alias{"UNSYNCEDLYRICS", "LYRICS"},    Alias{"TEMPO", "BPM"}};
 
-String usual_name(const String &name) {
-    const auto *const found =
-        std::ranges::find_if(other_names, [&](const OtherName &entry) { return name == entry.other; });
-    return found != other_names.end() ? String(found->name) : name;
+String canonical_name(const String &name) {
+    const auto *const found = std::ranges::find_if(aliases, [&](const Alias &entry) { return name == entry.alias; });
+    return found != aliases.end() ? String(found->name) : name;
 }
 
-void use_usual_names(PropertyMap &fields) {
-    for (const OtherName &entry : other_names) {
-        if (!fields.contains(entry.other) || fields.contains(entry.name)) continue;
-        fields.insert(entry.name, fields[entry.other]);
-        fields.erase(entry.other);
+void use_canonical_names(PropertyMap &fields) {
+    for (const Alias &entry : aliases) {
+        if (!fields.contains(entry.alias) || fields.contains(entry.name)) continue;
+        fields.insert(entry.name, fields[entry.alias]);
+        fields.erase(entry.alias);
     }
 }
 
-void remove_foreign(Tags &tags) {
-    for (const char *field : foreign_fields) tags.fields.erase(field);
+void remove_file_tags(Tags &tags) {
+    for (const char *field : file_fields) tags.fields.erase(field);
     std::vector<String> more;
     for (const auto &[name, values] : tags.fields) {
-        if (name.startsWith(foreign_start)) more.push_back(name);
+        if (name.startsWith(file_field_start)) more.push_back(name);
     }
     for (const String &name : more) tags.fields.erase(name);
     tags.atoms.erase("\251too");
-    for (const char *atom : foreign_atoms) tags.atoms.erase(String("----:com.apple.iTunes:") + atom);
+    for (const char *atom : file_atoms) tags.atoms.erase(String("----:com.apple.iTunes:") + atom);
 }
 
-// The number of tracks or discs, which some formats keep apart, behind a slash.
+// Joins a track or disc number with the total, which some formats store separately, as in 3/12.
 void join_total(PropertyMap &fields, const char *field, std::initializer_list<const char *> total_fields) {
     for (const char *total_field : total_fields) {
         const StringList total = fields[total_field];
@@ -93,13 +92,13 @@ String gain_text(double gain) { return fmt::format("{:+.2f} dB", gain); }
 
 String peak_text(double peak) { return fmt::format("{:.6f}", peak); }
 
-// Opus has gains in 256ths of a decibel that lead to -23 LUFS, ReplayGain those to -18 LUFS.
+// Converts a gain of Opus, in 1/256 dB relative to -23 LUFS, to ReplayGain, which is relative to -18 LUFS.
 void use_replay_gain(PropertyMap &fields, const char *r128_field, const char *field) {
-    constexpr double lufs_between = 5;
+    constexpr double lufs_difference = 5;
     const StringList r128 = fields[r128_field];
     fields.erase(r128_field);
     const auto value = r128.isEmpty() ? std::nullopt : number_in(r128.front());
-    if (value && !fields.contains(field)) fields.insert(field, gain_text(*value / 256 + lufs_between));
+    if (value && !fields.contains(field)) fields.insert(field, gain_text(*value / 256 + lufs_difference));
 }
 
 void correct_replay_gain(Tags &tags, double gain) {
@@ -117,7 +116,7 @@ void correct_replay_gain(Tags &tags, double gain) {
     tags.atoms.erase(level);
 }
 
-// An atom goes where the option names its field.
+// Removes atoms that are replaced by a field from an option.
 void erase_atoms(Tags &tags, const String &field) {
     std::vector<String> erased;
     for (const auto &[name, item] : tags.atoms) {
@@ -127,7 +126,7 @@ void erase_atoms(Tags &tags, const String &field) {
     for (const String &name : erased) tags.atoms.erase(name);
 }
 
-// A number of a track or disc alone does not change how many there are.
+// If only the number of a track or disc is given, keeps the total from the old value.
 void keep_total(StringList &number, const StringList &old) {
     const int slash = old.isEmpty() ? -1 : old.front().find("/");
     const bool is_alone = number.size() == 1 && number.front().find("/") < 0;
@@ -137,8 +136,8 @@ void keep_total(StringList &number, const StringList &old) {
 void set_by_options(Tags &tags, const Options &options) {
     PropertyMap given;
     for (const auto &[key, value] : options.tags) {
-        const String name = usual_name(String(key, String::UTF8));
-        given[name];  // also without a value
+        const String name = canonical_name(String(key, String::UTF8));
+        given[name];  // creates the entry even if the value is empty
         if (!value.empty()) given[name].append(String(value, String::UTF8));
     }
     for (auto &[name, values] : given) {
@@ -155,7 +154,7 @@ void Tags::note_not_kept(const std::string &name) {
     if (std::ranges::find(not_kept, name) == not_kept.end()) not_kept.push_back(name);
 }
 
-std::mutex &taglib_names() {
+std::mutex &taglib_mutex() {
     static std::mutex mutex;
     return mutex;
 }
@@ -172,8 +171,8 @@ Tags read_tags(const AudioDecoder &source, const Options &options, double gain) 
         none.source_pictures = std::move(tags.source_pictures);
         tags = std::move(none);
     }
-    remove_foreign(tags);
-    use_usual_names(tags.fields);
+    remove_file_tags(tags);
+    use_canonical_names(tags.fields);
     use_replay_gain(tags.fields, "R128_TRACK_GAIN", "REPLAYGAIN_TRACK_GAIN");
     use_replay_gain(tags.fields, "R128_ALBUM_GAIN", "REPLAYGAIN_ALBUM_GAIN");
     correct_replay_gain(tags, gain);

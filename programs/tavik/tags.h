@@ -1,4 +1,4 @@
-// What a file carries beside its audio, and what becomes of it.
+// Tags and pictures of a source, and what is kept of them.
 #pragma once
 
 #include <taglib/mp4coverart.h>
@@ -16,7 +16,7 @@
 
 namespace tavik {
 
-// A picture as the source has it.
+// A picture as stored in the source.
 struct SourcePicture {
     TagLib::ByteVector bytes;
     bool is_front_cover;
@@ -24,29 +24,27 @@ struct SourcePicture {
 
 struct Tags {
     TagLib::PropertyMap fields;                            // by TagLib's names, which are in capitals
-    TagLib::Map<TagLib::String, TagLib::MP4::Item> atoms;  // those of an MP4 source that no field stands for
+    TagLib::Map<TagLib::String, TagLib::MP4::Item> atoms;  // atoms of an MP4 source that are not represented by a field
     TagLib::MP4::CoverArtList pictures;                    // the front cover first
-    std::vector<SourcePicture> source_pictures;            // those that TagLib has found
-    std::vector<std::string> changes;                      // in words: what is kept otherwise than it was
-    std::vector<std::string> not_kept;                     // names of what an MP4 file has no place for
+    std::vector<SourcePicture> source_pictures;            // pictures that TagLib has found
+    std::vector<std::string> changes;                      // descriptions of what is kept in a changed form
+    std::vector<std::string> not_kept;                     // names of what an MP4 file cannot store
 
-    // Notes each name once.
+    // Adds a name to not_kept unless it is there already.
     void note_not_kept(const std::string &name);
 };
 
-// TagLib fills tables of names when it first needs them, without regard to other threads: to be held wherever its tags
-// are turned into fields or back.
-std::mutex &taglib_names();
+// To be locked while TagLib converts tags to fields or back: it fills tables of names on first use without locking.
+std::mutex &taglib_mutex();
 
-// The tags and pictures of a source, as the options change them; those that tell about the source's file and not about
-// the music are left out. gain: dB by which the audio is made louder, so that its ReplayGain is less. Never fails: tags
-// that cannot be read are none.
+// The tags and pictures of a source, changed as the options ask, without tags about the source file itself. gain: dB
+// applied to the audio, by which ReplayGain is corrected. Does not fail: tags that cannot be read are left out.
 Tags read_tags(const AudioDecoder &source, const Options &options, double gain);
 
-// What was measured goes before what the source says.
+// Sets ReplayGain to measured values, if there are any.
 void set_replay_gain(Tags &tags, const Loudness &measured);
 
-// Names of all that there is, for an output that has no place for anything.
+// Names of all tags and of the pictures, for an output that cannot store any.
 std::vector<std::string> names_of(const Tags &tags);
 
 }  // namespace tavik

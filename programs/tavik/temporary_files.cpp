@@ -1,4 +1,4 @@
-// Locks of flock() tell whose a file is: they end with the process, however it ends.
+// A temporary file in use has a lock by flock(), which the system releases when the process ends for whatever reason.
 #include "temporary_files.h"
 
 #include <dirent.h>
@@ -20,7 +20,7 @@ namespace {
 constexpr std::string_view prefix = ".tavik-";
 constexpr std::string_view suffix = ".tmp";
 
-// Notes a directory; false when it was noted before.
+// True at the first call for a directory.
 bool is_new(int directory) {
     static std::mutex mutex;
     static std::set<std::pair<dev_t, ino_t>> seen;
@@ -46,8 +46,8 @@ std::string temporary_name() {
     return std::string(prefix) + std::to_string(::getpid()) + "-" + std::to_string(++count) + std::string(suffix);
 }
 
-bool claim_file(int file) {
-    // Where the file system has no locks, no run takes a file for abandoned.
+bool lock_file(int file) {
+    // If the file system has no locks, remove_if_abandoned() cannot get one either and keeps the file.
     ::flock(file, LOCK_EX);
     struct stat status {};
     return ::fstat(file, &status) == 0 && status.st_nlink > 0;

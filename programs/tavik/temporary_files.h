@@ -1,18 +1,17 @@
-// Files that have a name before they are complete: whose they are, and which a dead run has left behind.
+// Temporary files: their names, and the removal of those that a killed run has left.
 #pragma once
 
 #include <string>
 
 namespace tavik {
 
-// A short name, so that it fits wherever another one does; a new one at each call.
+// Returns a new name at each call, short enough for any file system.
 std::string temporary_name();
 
-// Marks a file as belonging to this run until it is closed. False when another run has removed it just before that.
-bool claim_file(int file);
+// Locks a file until it is closed, so that other runs do not remove it. False if one has removed it just before.
+bool lock_file(int file);
 
-// Removes the temporary files in a directory, given by its descriptor, that belong to no run any more. Looks at each
-// directory only once.
+// Removes temporary files that are not in use from a directory, given by its descriptor. Does so once per directory.
 void remove_abandoned_files(int directory);
 
 }  // namespace tavik

@@ -9,15 +9,14 @@
 namespace tavik {
 namespace {
 
-// What overlaps for longer is other audio with a clock of its own, and so is what comes much later in a format whose
-// clock may jump. Nothing is as late as a day: such time stamps are wrong.
-constexpr double longest_overlap = 1;         // seconds
-constexpr double longest_hole = 86400;        // seconds
-constexpr double longest_hole_by_jump = 600;  // seconds
+// Larger differences are jumps: the time stamps belong to a different clock, or are wrong.
+constexpr double max_overlap = 1;            // seconds
+constexpr double max_hole = 86400;           // seconds
+constexpr double max_hole_with_jumps = 600;  // seconds, in formats whose clock may jump
 
-constexpr double least_late_start = 0.01;  // seconds that are worth a word
+constexpr double min_reported_late_start = 0.01;  // seconds
 
-constexpr size_t most_lines = 3;  // about errors of one kind
+constexpr size_t max_lines = 3;  // for errors of one kind
 
 std::string text_of(const TimeError &error, bool start_is_edit) {
     const double seconds = std::abs(error.seconds);
@@ -34,26 +33,26 @@ std::string text_of(const TimeError &error, bool start_is_edit) {
 
 }  // namespace
 
-TimeError::Kind Timeline::judge(double difference) const {
-    const double longest = may_jump_ ? longest_hole_by_jump : longest_hole;
-    if (difference < -longest_overlap || difference > longest) return TimeError::Kind::jump;
+TimeError::Kind Timeline::classify(double difference) const {
+    const double longest = may_jump_ ? max_hole_with_jumps : max_hole;
+    if (difference < -max_overlap || difference > longest) return TimeError::Kind::jump;
     if (difference < 0) return TimeError::Kind::overlap;
     return is_begun_ ? TimeError::Kind::hole : TimeError::Kind::late_start;
 }
 
-bool Timeline::doubts(std::optional<double> seconds) const {
+bool Timeline::is_suspect(std::optional<double> seconds) const {
     return is_begun_ && std::abs(lateness(seconds)) > tolerance_;
 }
 
-// The next frame, if there is one, is out of place in the same direction.
+// Whether the next frame, if there is one, is late or early like this one.
 bool Timeline::is_confirmed(double difference, std::optional<double> next, double frame_seconds) const {
     if (!next) return true;
     const double next_difference = *next + offset_ - (position_ + frame_seconds);
     return std::abs(next_difference) > tolerance_ && std::signbit(next_difference) == std::signbit(difference);
 }
 
-// The frame is part of the same overlap as the one before it, of which nothing was left.
-bool Timeline::continues(TimeError::Kind kind) const {
+// Whether the frame is in the same overlap as the previous one, which was cut completely.
+bool Timeline::continues_overlap(TimeError::Kind kind) const {
     return kind == TimeError::Kind::overlap && !errors_.empty() && errors_.back().kind == kind &&
            errors_.back().at == position_;
 }
@@ -62,11 +61,11 @@ Placement Timeline::place(std::optional<double> seconds, std::optional<double> n
     Placement placement;
     const double difference = lateness(seconds);
     const int64_t late_samples = std::llround(difference * rate);
-    const TimeError::Kind kind = judge(difference);
-    const bool goes_on = continues(kind);
-    const bool is_error = is_begun_
-                              ? doubts(seconds) && is_confirmed(difference, next, static_cast<double>(samples) / rate)
-                              : kind == TimeError::Kind::jump || late_samples > 0;
+    const TimeError::Kind kind = classify(difference);
+    const bool goes_on = continues_overlap(kind);
+    const bool is_error =
+        is_begun_ ? is_suspect(seconds) && is_confirmed(difference, next, static_cast<double>(samples) / rate)
+                  : kind == TimeError::Kind::jump || late_samples > 0;
     if (is_error && !goes_on) errors_.push_back({kind, position_, difference});
     if (is_error && kind == TimeError::Kind::jump) {
         offset_ -= difference;
@@ -93,11 +92,11 @@ std::vector<std::string> describe(const std::vector<TimeError> &errors, bool sta
     std::map<TimeError::Kind, size_t> counts;
     for (const TimeError &error : errors) {
         const bool is_late_start = error.kind == TimeError::Kind::late_start;
-        if (is_late_start && error.seconds < least_late_start) continue;
-        if (++counts[error.kind] <= most_lines) texts.push_back(text_of(error, start_is_edit));
+        if (is_late_start && error.seconds < min_reported_late_start) continue;
+        if (++counts[error.kind] <= max_lines) texts.push_back(text_of(error, start_is_edit));
     }
     for (const auto &[kind, count] : counts) {
-        if (count > most_lines) texts.push_back(fmt::format("{} more {}s", count - most_lines, name_of(kind)));
+        if (count > max_lines) texts.push_back(fmt::format("{} more {}s", count - max_lines, name_of(kind)));
     }
     return texts;
 }

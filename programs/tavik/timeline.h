@@ -1,4 +1,4 @@
-// Where decoded samples belong in time: the policy for late starts, holes and overlaps.
+// Positions of decoded samples in time: how late starts, holes, overlaps and jumps are handled.
 #pragma once
 
 #include <cstdint>
@@ -8,37 +8,36 @@
 
 namespace tavik {
 
-// A place where the time stamps of a stream are not those of its samples.
+// A position where the time stamps of a stream do not match the number of samples.
 struct TimeError {
     enum class Kind { late_start, hole, overlap, jump };
     Kind kind;
     double at;       // seconds from the start of the file
-    double seconds;  // how much is missing, twice there, or jumped over (backwards: negative)
+    double seconds;  // time stamp minus expected time: positive for late starts and holes, negative for overlaps
 };
 
-// What is to be done before a frame is used.
+// How to place a frame.
 struct Placement {
-    int64_t silence = 0;  // samples to put before it
-    int64_t cut = 0;      // samples to leave out at its start
+    int64_t silence = 0;  // samples to insert before it
+    int64_t cut = 0;      // samples to remove from its start
 };
 
-// Compares the time stamps of frames with the samples that there have been. Time stamps may be rounded and may jitter,
-// so that small differences mean nothing; since they are never added up, they do not grow either.
+// Compares time stamps of frames with the number of samples so far. Time stamps may be rounded and may jitter, so small
+// differences are ignored. They do not accumulate, because every frame is compared with the total.
 class Timeline {
  public:
-    // Differences of up to `tolerance` seconds mean nothing. may_jump: the format joins streams whose clocks have
-    // nothing to do with each other, such as MPEG-TS.
+    // Differences of up to `tolerance` seconds are ignored. may_jump: in this format, such as MPEG-TS, streams with
+    // unrelated clocks may follow each other.
     Timeline(double tolerance, bool may_jump) : tolerance_(tolerance), may_jump_(may_jump) {}
 
-    // A frame of this time stamp seems to be out of place, which the next one has to confirm: it may have a wrong
-    // stamp.
-    bool doubts(std::optional<double> seconds) const;
+    // Whether the time stamp differs by more than the tolerance. It may be wrong, so the next frame has to confirm it.
+    bool is_suspect(std::optional<double> seconds) const;
 
-    // Places a frame of `samples` at `rate` Hz; `seconds` is its time stamp from the start of the file, if it has one,
-    // and `next` that of the frame behind it, needed where there are doubts.
+    // Places a frame with `samples` samples at `rate` Hz. `seconds` is its time stamp from the start of the file, if it
+    // has one; `next` is that of the next frame, needed only if is_suspect(seconds).
     Placement place(std::optional<double> seconds, std::optional<double> next, int64_t samples, int rate);
 
-    // The next sample's time.
+    // Time of the next sample in seconds.
     double position() const { return position_; }
 
     // All errors, in order.
@@ -47,22 +46,22 @@ class Timeline {
  private:
     double lateness(std::optional<double> seconds) const { return seconds ? *seconds + offset_ - position_ : 0; }
     bool is_confirmed(double difference, std::optional<double> next, double frame_seconds) const;
-    TimeError::Kind judge(double difference) const;
-    bool continues(TimeError::Kind kind) const;
+    TimeError::Kind classify(double difference) const;
+    bool continues_overlap(TimeError::Kind kind) const;
 
     double tolerance_;
     bool may_jump_;
     bool is_begun_ = false;
     double position_ = 0;  // seconds
-    double offset_ = 0;    // seconds that jumps have added to the time stamps
+    double offset_ = 0;    // seconds to add to time stamps, because of jumps
     std::vector<TimeError> errors_;
 };
 
-// As JSON names it: late_start, hole, overlap or jump.
+// Name in JSON: late_start, hole, overlap or jump.
 const char *name_of(TimeError::Kind kind);
 
-// In words, three lines at most of each kind and how many there are more; nothing about a late start of less than
-// 10 milliseconds.
+// Describes the errors: at most three lines for each kind, and a line with the number of the others. Late starts of
+// less than 10 ms are not reported.
 std::vector<std::string> describe(const std::vector<TimeError> &errors, bool start_is_edit);
 
 }  // namespace tavik

@@ -1,5 +1,5 @@
-// MP4 and ADTS are taken apart by libavformat; it does not know ADIF and bare frames, so that those are read by the
-// sizes that their frames had.
+// libavformat reads MP4 and ADTS. It does not support ADIF and raw frames: those are split by the sizes of the frames
+// that were written.
 #include "verification.h"
 
 extern "C" {
@@ -30,14 +30,14 @@ int check(int result) {
     return result;
 }
 
-// What the decoder made of the output.
+// The decoded output.
 struct Decoded {
-    std::vector<FrameMark> marks;
+    std::vector<FrameDigest> digests;
     uint64_t samples = 0;          // per channel
-    int64_t declared_samples = 0;  // what an MP4 file says that is to be played
+    int64_t declared_samples = 0;  // number of samples to play, declared by an MP4 file
 };
 
-// Decodes packets and holds what comes out to the configuration.
+// Decodes packets and checks the result against the configuration.
 class Checker {
  public:
     Checker(const AVCodecParameters &parameters, AVRational time_base, const EncoderConfig &config)
@@ -50,7 +50,7 @@ class Checker {
         check(avcodec_open2(codec_.get(), codec, nullptr));
     }
 
-    // Decodes a packet, or with nullptr what is left in the end.
+    // Decodes a packet; nullptr drains the decoder at the end.
     void decode(const AVPacket *packet) {
         check(avcodec_send_packet(codec_.get(), packet));
         while (avcodec_receive_frame(codec_.get(), frame_.get()) >= 0) take_frame();
@@ -72,7 +72,7 @@ class Checker {
     Decoded decoded_;
 };
 
-// Short streams would not be recognised, hence the name of the demuxer.
+// The demuxer is given, because short streams would not be recognised.
 Decoded decode_container(const std::string &path, const EncoderConfig &config, const char *demuxer) {
     AVFormatContext *opened = nullptr;
     check(avformat_open_input(&opened, ("file:" + path).c_str(), av_find_input_format(demuxer), nullptr));
@@ -80,56 +80,56 @@ Decoded decode_container(const std::string &path, const EncoderConfig &config, c
     check(avformat_find_stream_info(opened, nullptr));
     const int index = check(av_find_best_stream(opened, AVMEDIA_TYPE_AUDIO, -1, -1, nullptr, 0));
     Checker checker(*opened->streams[index]->codecpar, opened->streams[index]->time_base, config);
-    std::vector<FrameMark> marks;
+    std::vector<FrameDigest> digests;
     const auto packet = own(av_packet_alloc());
     for (;;) {
         const int result = av_read_frame(opened, packet.get());
         if (result == AVERROR_EOF) break;
         check(result);
         if (packet->stream_index == index) {
-            marks.push_back(mark_of({packet->data, static_cast<size_t>(packet->size)}));
+            digests.push_back(digest_of({packet->data, static_cast<size_t>(packet->size)}));
             checker.decode(packet.get());
         }
         av_packet_unref(packet.get());
     }
     checker.decode(nullptr);
     Decoded decoded = checker.decoded();
-    decoded.marks = std::move(marks);
+    decoded.digests = std::move(digests);
     decoded.declared_samples = opened->streams[index]->duration;
     return decoded;
 }
 
-// Without a container: one frame after the other, the header of the stream in front of the first.
+// Without a container: one frame after the other, a header of the stream before the first.
 Decoded decode_frames(const std::string &path, const EncoderConfig &config, size_t header_bytes,
-                      std::span<const FrameMark> expected) {
+                      std::span<const FrameDigest> expected) {
     const auto parameters = own(avcodec_parameters_alloc());
     parameters->codec_type = AVMEDIA_TYPE_AUDIO;
     parameters->codec_id = AV_CODEC_ID_AAC;
     set_extradata(*parameters, audio_specific_config(config));
 
     Checker checker(*parameters, {1, static_cast<int>(config.sample_rate)}, config);
-    std::vector<FrameMark> marks;
+    std::vector<FrameDigest> digests;
     std::ifstream file(path, std::ios::binary);
     size_t header = header_bytes;
-    for (const FrameMark &mark : expected) {
+    for (const FrameDigest &mark : expected) {
         std::vector<uint8_t> frame(mark.size);
         file.read(reinterpret_cast<char *>(frame.data()), mark.size);  // NOLINT(*-reinterpret-cast): bytes
         if (!file) fail("the file is too short");
-        marks.push_back(mark_of(frame));
+        digests.push_back(digest_of(frame));
         const auto block = std::span(frame).subspan(std::exchange(header, 0));
         checker.decode(new_packet(block).get());
     }
     if (file.peek() != std::ifstream::traits_type::eof()) fail("the file is too long");
     checker.decode(nullptr);
     Decoded decoded = checker.decoded();
-    decoded.marks = std::move(marks);
+    decoded.digests = std::move(digests);
     return decoded;
 }
 
-Decoded decode(const std::string &path, const EncodedFile &file, std::span<const FrameMark> marks) {
+Decoded decode(const std::string &path, const EncodedFile &file, std::span<const FrameDigest> digests) {
     switch (file.format) {
-        case Format::raw_frames: return decode_frames(path, file.config, 0, marks);
-        case Format::adif: return decode_frames(path, file.config, adif_header_bytes(file.config), marks);
+        case Format::raw_frames: return decode_frames(path, file.config, 0, digests);
+        case Format::adif: return decode_frames(path, file.config, adif_header_bytes(file.config), digests);
         case Format::adts: return decode_container(path, file.config, "aac");
         default: return decode_container(path, file.config, "mov");
     }
@@ -139,17 +139,17 @@ void require_samples(uint64_t actual, uint64_t expected) {
     if (actual != expected) fail(fmt::format("{} samples instead of {}", actual, expected));
 }
 
-void compare(const Decoded &decoded, const EncodedFile &expected, std::span<const FrameMark> marks) {
-    if (decoded.marks.size() != marks.size()) {
-        fail(fmt::format("{} frames instead of {}", decoded.marks.size(), marks.size()));
+void compare(const Decoded &decoded, const EncodedFile &expected, std::span<const FrameDigest> digests) {
+    if (decoded.digests.size() != digests.size()) {
+        fail(fmt::format("{} frames instead of {}", decoded.digests.size(), digests.size()));
     }
-    const auto difference = std::ranges::mismatch(decoded.marks, marks).in1 - decoded.marks.begin();
-    if (difference < std::ssize(marks)) fail(fmt::format("frame {} differs", difference));
+    const auto difference = std::ranges::mismatch(decoded.digests, digests).in1 - decoded.digests.begin();
+    if (difference < std::ssize(digests)) fail(fmt::format("frame {} differs", difference));
     if (expected.format != Format::m4a) {
         require_samples(decoded.samples, expected.frames * TAVIK_FRAME_LENGTH);
         return;
     }
-    // libavformat leaves the priming out, unless it is part of a wait, but not in all versions the padding at the end.
+    // libavformat removes the priming samples, unless an edit delays the start; some versions remove padding, too.
     const uint64_t lead = std::min<uint64_t>(expected.start, TAVIK_FRAME_LENGTH);
     require_samples(static_cast<uint64_t>(decoded.declared_samples), expected.samples + lead);
     const uint64_t padded = (expected.frames - 1) * TAVIK_FRAME_LENGTH;
@@ -158,15 +158,15 @@ void compare(const Decoded &decoded, const EncodedFile &expected, std::span<cons
 
 }  // namespace
 
-FrameMark mark_of(std::span<const uint8_t> frame) {
+FrameDigest digest_of(std::span<const uint8_t> frame) {
     const auto checksum = static_cast<uint32_t>(av_adler32_update(1, frame.data(), frame.size()));
     return {static_cast<uint32_t>(frame.size()), checksum};
 }
 
-void verify(const OutputFile &output, const EncodedFile &expected, std::span<const FrameMark> marks) {
+void verify(const OutputFile &output, const EncodedFile &expected, std::span<const FrameDigest> digests) {
     take_ffmpeg_log();
     try {
-        compare(decode(output.written_path(), expected, marks), expected, marks);
+        compare(decode(output.written_path(), expected, digests), expected, digests);
     } catch (const std::runtime_error &difference) {
         throw ProgramError(ExitCode::output, output.name(), std::string("verification failed: ") + difference.what());
     }

@@ -1,4 +1,4 @@
-// The finished output read back by libavcodec, which shares nothing with the encoder.
+// Reads the output back and decodes it with libavcodec, which shares no code with the encoder.
 #pragma once
 
 #include <cstdint>
@@ -9,19 +9,19 @@
 
 namespace tavik {
 
-// What identifies a frame, headers included.
-struct FrameMark {
+// Size and checksum of a frame with its headers.
+struct FrameDigest {
     uint32_t size;      // bytes
     uint32_t checksum;  // Adler-32 (RFC 1950)
 
-    bool operator==(const FrameMark &) const = default;
+    bool operator==(const FrameDigest &) const = default;
 };
 
-FrameMark mark_of(std::span<const uint8_t> frame);
+FrameDigest digest_of(std::span<const uint8_t> frame);
 
-// Decodes the output, which is complete but still has its temporary name, and compares its rate, channels, frames and
-// length with what was encoded. Throws ProgramError with ExitCode::output when anything differs, the decoder complains
-// or the output cannot be read back. marks: of all frames.
-void verify(const OutputFile &output, const EncodedFile &expected, std::span<const FrameMark> marks);
+// Decodes the output, which is complete but does not have its final name yet, and compares its rate, channels, frames
+// and length with what was encoded. `digests`: of all frames. Throws ProgramError with ExitCode::output if anything
+// differs, the decoder reports an error or the output cannot be read back.
+void verify(const OutputFile &output, const EncodedFile &expected, std::span<const FrameDigest> digests);
 
 }  // namespace tavik

@@ -1,4 +1,4 @@
-"""Whole pipelines with the element under test: runs what is typed at a shell.
+"""Functions for tests that run whole pipelines with the element.
 
 Runs under pytest: GST_PLUGIN_PATH=DIRECTORY PYTHONPATH=tests/support pytest-3 tests/gstreamer. Every test works in an
 empty directory of its own.
@@ -19,7 +19,7 @@ def directory(tmp_path, monkeypatch):
 
 
 def run(*command):
-    """Runs a command to its end; it must have nothing to complain about."""
+    """Runs a command, which must succeed and print nothing on standard error."""
     process = subprocess.run(command, capture_output=True, text=True, timeout=PATIENCE, check=False)
     assert (process.returncode, process.stderr) == (0, ""), process
     return process.stdout
@@ -35,7 +35,7 @@ def read_raw(path, channels=2):
 
 
 def signal_to_noise(source, decoded):
-    """In dB, over the length of `source`, of which nothing may be missing."""
+    """In dB, over the length of `source`; `decoded` may not be shorter."""
     assert len(decoded) >= len(source)
     difference = decoded[: len(source)] - source
     return 10 * numpy.log10(numpy.sum(source**2) / numpy.sum(difference**2))

@@ -1,5 +1,5 @@
-"""The pipelines of docs/gstreamer.md: GStreamer knows every element and property of them; and they run, with files in
-place of devices and network."""
+"""The pipelines of docs/gstreamer.md: all their elements and properties exist, and they run, with files in place of
+devices and network."""
 import itertools
 import re
 import shlex
@@ -12,13 +12,13 @@ from conftest import run
 GUIDE = Path(__file__).parents[2] / "docs" / "gstreamer.md"
 SECTIONS = dict(section.split("\n", 1) for section in re.split(r"^#+ ", GUIDE.read_text(), flags=re.M)[1:])
 HEADINGS = ["File to M4A", "Microphone to ADTS", "RTP", "RTSP", "HLS", "RTMP"]
-# Links the elements of a pipeline, with all their properties, and starts nothing.
+# Creates and links the elements of a pipeline with their properties, but does not start it.
 CHECKER = """import gi, sys
 gi.require_version("Gst", "1.0")
 from gi.repository import Gst
 Gst.init(None)
 Gst.parse_launchv(sys.argv[1:])"""
-# The server of the section on RTSP, which parses its pipeline for the first client only, ends here at once.
+# The RTSP server parses its pipeline only when the first client connects. Here it parses the pipeline and ends.
 SERVES = "GLib.MainLoop().run()"
 PARSES = 'Gst.parse_launch(factory.get_launch()); assert factory.get_launch().startswith("( alsasrc ! ")'
 
@@ -48,7 +48,7 @@ SPEAKER = ("autoaudiosink", "wavenc ! filesink location=heard.wav")
 
 
 def rtp():
-    """The receiver's elements, behind its caps, follow the sender's."""
+    """Connects the receiver's elements, starting with its caps, directly to the sender's."""
     send, receive = blocks("RTP")
     received = changed(receive, SPEAKER).partition("udpsrc port=5004 caps=")[2]
     return changed(send, ("udpsink host=127.0.0.1 port=5004", received))
@@ -85,8 +85,8 @@ def test_pipeline(code, output, rate):
         assert len(list(Path().glob("segment*.ts"))) == 2
 
 
-def test_what_is_shown_of_the_element():
-    """Its properties and their defaults; and the rank, by which no automatic pipeline takes it."""
+def test_element_description():
+    """Properties and their defaults as documented; a rank with which no automatic pipeline chooses the element."""
     shown = run("gst-inspect-1.0", "tavikenc")
     assert re.search(r"^  Rank +none.*\n(?:.*\n)+?  Klass +Codec/Encoder/Audio$", shown, re.M)
     described = re.findall(r"^\| `([a-z-]+)` \| `?([\w-]+)`? \|", SECTIONS["Properties"], re.M)

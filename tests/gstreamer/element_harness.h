@@ -1,4 +1,4 @@
-// The element tavikenc between pads of a test: a GstHarness, in the terms of these tests.
+// The element tavikenc between pads of a test: a GstHarness with an interface for these tests.
 #pragma once
 
 #include <gst/audio/audio.h>
@@ -44,8 +44,8 @@ struct Sent {
 
 class ElementHarness {
  public:
-    // Input with rate and channels of a configuration, and a segment from 0. Properties as gst-launch-1.0 takes them;
-    // caps of downstream, any if absent.
+    // `input` has the rate and channels of the input, whose segment starts at 0; `properties` are as for
+    // gst-launch-1.0; `downstream` are the caps that downstream accepts.
     explicit ElementHarness(const EncoderConfig &input, const std::string &properties = "",
                             const char *downstream = "ANY")
         : harness_(gst_harness_new_parse(("tavikenc " + properties).c_str())) {
@@ -64,7 +64,7 @@ class ElementHarness {
         send(gst_event_new_segment(&segment));
     }
 
-    // The samples begin at an odd address, as a parser may leave them.
+    // The samples begin at an odd address, as they may after a parser.
     GstFlowReturn push(const std::int16_t *pcm, std::size_t samples, GstClockTime time) {
         const std::size_t bytes = samples * channels_ * sizeof *pcm;
         GstBuffer *buffer = gst_buffer_new_allocate(nullptr, 1 + bytes, nullptr);
@@ -73,7 +73,7 @@ class ElementHarness {
         GST_BUFFER_PTS(buffer) = time;
         return gst_harness_push(harness(), buffer);
     }
-    // Samples from `start` on in buffers of a size that suits no frame.
+    // Pushes samples from time `start` on, in buffers whose size is unrelated to frames.
     void push_all(const Samples &pcm, GstClockTime start = 0) {
         constexpr std::size_t step = 441;
         const std::size_t samples = pcm.size() / channels_;
@@ -82,7 +82,7 @@ class ElementHarness {
         }
     }
 
-    // What the element has sent since the last call.
+    // The frames that the element has sent since the last call.
     std::vector<Sent> take() {
         std::vector<Sent> frames;
         while (const Owned<GstBuffer> owner{gst_harness_try_pull(harness())}) {
@@ -102,7 +102,7 @@ class ElementHarness {
     }
 
     Owned<GstCaps> output_caps() { return Owned<GstCaps>(gst_pad_get_current_caps(harness_->sinkpad)); }
-    // The text of the first error that it has posted.
+    // The text of the first error that the element has posted.
     std::string error() {
         const Owned<GstMessage> message(gst_bus_pop_filtered(bus_.get(), GST_MESSAGE_ERROR));
         if (!message) return "";

@@ -1,6 +1,6 @@
-"""What comes out of containers and packets is the source: no sample late, none missing at the end.
+"""Audio that passes through containers and packets decodes to the source: not late, and complete at the end.
 
-Without priming frame the first 1024 samples lack what comes before them and are not exact.
+Without a priming frame the first 1024 samples are not exact.
 """
 import math
 
@@ -11,14 +11,14 @@ from conftest import gst, read_raw, signal_to_noise
 
 RATE = 44100
 FRAME = 1024
-GOOD = 25  # dB: what is left of the signal at this bit rate; a sample of delay leaves less than 15
+GOOD = 25  # dB, minimum signal-to-noise ratio at this bit rate; with a delay of one sample it is below 15
 SOURCE = "filesrc location=in.wav ! wavparse"
 ENCODER = "tavikenc bitrate=320000"
 TO_RAW = "audioconvert ! audio/x-raw,format=S16LE ! filesink location=out.raw"
 
 
 def expect_source(source, decoded, exact_start=False):
-    """`decoded` is the source without delay, completed to a whole frame at most."""
+    """`decoded` must be the source without delay, padded at most to a whole frame."""
     start = 0 if exact_start else FRAME
     assert len(source) <= len(decoded) <= FRAME * math.ceil(len(source) / FRAME)
     if len(source) > 2 * FRAME:
@@ -30,7 +30,7 @@ def expect_source(source, decoded, exact_start=False):
 @pytest.mark.parametrize("mode,muxer", [
     *[("auto", muxer) for muxer in ("mp4mux", "mp4mux fragment-duration=200", "qtmux", "matroskamux", "mpegtsmux",
                                     "flvmux streamable=true")],
-    # No channel configuration describes these; what does goes along.
+    # No channelConfiguration describes these; the program_config_element has to be passed on.
     *[("two-mono", muxer) for muxer in ("matroskamux", "aacparse ! matroskamux", "mp4mux", "mpegtsmux")],
 ])
 def test_containers(mode, muxer):
@@ -41,7 +41,7 @@ def test_containers(mode, muxer):
 
 @pytest.mark.parametrize("samples", [1, 1023, 1024, 1025, 5000])
 def test_lengths(samples):
-    """As containers declare them. GStreamer's decoders cut off what frames say: the priming frame, the last samples."""
+    """Lengths declared by containers; and samples that GStreamer's decoders clip at the start and the end."""
     source = write_noise("in.wav", samples)
     gst(f"{SOURCE} ! tee name=t ! queue ! {ENCODER} ! tee name=u ! queue "
         f"! mp4mux movie-timescale={RATE} ! filesink location=out.mp4 "
@@ -61,12 +61,12 @@ def test_adif():
     source = write_noise("in.wav", RATE + 57)
     gst(f"{SOURCE} ! {ENCODER} ! audio/mpeg,stream-format=adif ! filesink location=out.aac")
     decoded = decode("out.aac", "faad")[1]
-    expect_source(source, numpy.concatenate([source[:FRAME], decoded]))  # faad leaves the first frame out
+    expect_source(source, numpy.concatenate([source[:FRAME], decoded]))  # faad omits the first frame
 
 
 @pytest.mark.parametrize("muxer", ["mp4mux", "matroskamux", "mpegtsmux"])
 def test_priming_frame_comes_before_the_start(muxer):
-    """Where there is time in front of the input, the stream begins a frame earlier: in sync with one without priming
+    """If the segment starts early enough, the stream begins one frame earlier: in sync with a stream without priming
     frame in the same container, and exact from its first sample on."""
     gst("audiotestsrc wave=red-noise num-buffers=40 timestamp-offset=1000000000 ! tee name=t "
         f"! audio/x-raw,format=S16LE,rate={RATE},channels=2 ! queue ! filesink location=source.raw "
@@ -78,13 +78,13 @@ def test_priming_frame_comes_before_the_start(muxer):
     primed = numpy.argmin(starts)
     assert abs(starts[0] - starts[1]) == pytest.approx(FRAME / RATE, abs=1.1e-3)
     assert [lag(track, source) for track in tracks] == ([FRAME, 0] if primed == 0 else [0, FRAME])
-    # The noise is another one every time: well above the 5 dB that remain of a start without priming frame.
+    # The noise differs in every run; without priming frame the ratio would be about 5 dB.
     assert signal_to_noise(source[:FRAME], tracks[primed][FRAME:]) > 15
 
 
 @pytest.mark.parametrize("output", ["mp4mux", "audio/mpeg,stream-format=adts"])
 def test_priming_frame_without_time(output):
-    """Neither can tell that the samples of the priming frame should be left out: they come first."""
+    """Neither format can declare that the samples of the priming frame are to be skipped: they come first."""
     source = write_noise("in.wav", RATE + 57)
     gst(f"{SOURCE} ! {ENCODER} priming=true ! {output} ! filesink location=out")
     expect_source(source, decode("out", "ffmpeg")[1][FRAME:], exact_start=True)

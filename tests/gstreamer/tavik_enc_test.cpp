@@ -1,4 +1,4 @@
-// What the element sends is what the library makes of the same samples, at the right times.
+// The element sends the same frames as the library makes from the same samples, with the right times.
 #include <gtest/gtest.h>
 
 #include <functional>
@@ -25,7 +25,7 @@ Samples signal_for(const EncoderConfig &config, std::size_t samples, SignalKind 
     return make_signal(kind, channel_count(config), samples, config.sample_rate, 7);
 }
 
-// Within some nanoseconds of rounding.
+// `tolerance`: nanoseconds of rounding error.
 void expect_time(GstClockTime actual, GstClockTime expected, int tolerance) {
     EXPECT_NEAR(static_cast<double>(actual), static_cast<double>(expected), tolerance);
 }
@@ -34,11 +34,11 @@ void expect_time(GstClockTime actual, GstClockTime expected, int tolerance) {
 enum class Start {
     plain,   // without priming frame
     early,   // with the priming frame, one frame before the input
-    clipped  // with the priming frame, of which nothing is to be heard
+    clipped  // with the priming frame, whose samples are to be clipped
 };
 
-// The library's frames, with or without a priming frame as `kind` says, each with the time and duration of the samples
-// that it decodes to, to the end of the input and no further.
+// The frames must be the library's. Each must have the time and duration of the samples that it decodes to; the last
+// one ends with the input.
 void expect_stream(const std::vector<Sent> &frames, EncoderConfig config, const Samples &pcm, GstClockTime start,
                    Start kind) {
     const std::size_t samples = pcm.size() / channel_count(config);
@@ -68,8 +68,8 @@ void expect_stream(const std::vector<Sent> &frames, EncoderConfig config, const 
     }
 }
 
-// Every frame, whole or not, whatever the end; and the caps, with the decoder's description where the frames are raw.
-TEST(Streams, AreTheLibrarys) {
+// All frames for several lengths of the input, and the caps, which have codec_data for raw frames.
+TEST(Streams, AreThoseOfTheLibrary) {
     const auto raw = [](const std::string &rest) {
         return "audio/mpeg,mpegversion=4,stream-format=raw,base-profile=lc,codec_data=(buffer)" + rest;
     };
@@ -109,8 +109,8 @@ TEST(Streams, AreTheLibrarys) {
     }
 }
 
-// The priming frame has a time of its own if the segment has begun by then.
-TEST(Times, LeaveRoomForThePrimingFrame) {
+// The priming frame has its own time if the segment starts at least one frame before the input.
+TEST(Times, OfThePrimingFrame) {
     const Samples pcm = signal_for(mono, 5000);
     const GstClockTime room = 7 * GST_SECOND + time_of(1024, 44100);
     for (const auto &[start, kind] : {std::pair{room, Start::early}, {room - 1, Start::clipped}}) {
@@ -121,9 +121,8 @@ TEST(Times, LeaveRoomForThePrimingFrame) {
     }
 }
 
-// A source that knows no times, or misses some samples and tells so by their times: frames have the time of their first
-// sample, and nothing that is still in the encoder is lost. A segment of bytes, which nothing here understands, changes
-// nothing.
+// A source without time stamps, and one with a gap that its time stamps show: frames have the time of their first
+// sample, and no samples in the encoder are lost. A segment in bytes, which the base class ignores, changes nothing.
 TEST(Times, FollowTheInput) {
     const Samples pcm = signal_for(mono, 6000);
     const auto middle = pcm.begin() + 3000;
@@ -151,7 +150,8 @@ TEST(Times, FollowTheInput) {
     }
 }
 
-// The reported latency is what a frame, fed sample by sample, waits for its last one.
+// The reported latency is the time from the first sample of a frame until the frame is sent, if single samples are
+// pushed.
 TEST(Latency, IsReportedAndTrue) {
     for (const unsigned rate : {48000u, 8000u}) {
         ElementHarness encoder(config_of(TAVIK_MODE_MONO, rate, 0));
@@ -170,7 +170,7 @@ TEST(Latency, IsReportedAndTrue) {
     }
 }
 
-// One stream, then what ends it, then another stream from another time on.
+// One stream, then an event that ends it, then a stream that starts at another time.
 TEST(Streams, FollowOneAnother) {
     constexpr GstClockTime start = 10 * GST_SECOND;
     const auto flush = [](ElementHarness &encoder) {
@@ -189,13 +189,14 @@ TEST(Streams, FollowOneAnother) {
         encoder.change_input(stereo);
         encoder.begin_segment(start);
     };
-    enum class Rest { drained, forgotten, refused };  // what becomes of the first stream's; downstream may be gone
-    // The second stream's configuration, and its start: only a first stream, and one after a flush or a stop, has a
-    // priming frame.
+    // What happens to the samples of the first stream that are still in the encoder; downstream may refuse their
+    // frames.
+    enum class Rest { drained, discarded, refused };
+    // The configuration and the start of the second stream: it has a priming frame only after a flush or a stop.
     for (const auto &[name, restart, first_rest, config, kind] : std::initializer_list<
              std::tuple<const char *, std::function<void(ElementHarness &)>, Rest, EncoderConfig, Start>>{
-             {"flush", flush, Rest::forgotten, stereo, Start::clipped},
-             {"stop", use_again, Rest::forgotten, stereo, Start::clipped},
+             {"flush", flush, Rest::discarded, stereo, Start::clipped},
+             {"stop", use_again, Rest::discarded, stereo, Start::clipped},
              {"segment", begin_segment, Rest::drained, stereo, Start::plain},
              {"format", change_format, Rest::drained, other, Start::plain},
              {"segment, refused end", begin_segment, Rest::refused, stereo, Start::plain},
@@ -210,7 +211,7 @@ TEST(Streams, FollowOneAnother) {
 
         gst_pad_set_active(encoder.harness()->sinkpad, first_rest == Rest::refused ? FALSE : TRUE);
         restart(encoder);
-        encoder.push(second.data(), 1, start);  // caps take effect with the first sample behind them
+        encoder.push(second.data(), 1, start);  // caps take effect with the first sample after them
         gst_pad_set_active(encoder.harness()->sinkpad, TRUE);
         const auto rest = encoder.take();
         frames.insert(frames.end(), rest.begin(), rest.end());
@@ -224,8 +225,8 @@ TEST(Streams, FollowOneAnother) {
     }
 }
 
-// Converters upstream learn how many channels the mode takes, and which rate downstream.
-TEST(Input, IsWhatTheModeAndDownstreamTake) {
+// Converters upstream see the number of channels that the mode accepts, and the rate that downstream accepts.
+TEST(Input, IsLimitedByModeAndDownstream) {
     for (const auto &[properties, downstream, taken] :
          {std::tuple{"", "audio/mpeg", "channels=(int)[ 1, 2 ]"},
           {"channel-mode=mono", "audio/mpeg", "channels=(int)1"},
@@ -237,7 +238,7 @@ TEST(Input, IsWhatTheModeAndDownstreamTake) {
     }
 }
 
-TEST(Refusals, NameWhatIsLegal) {
+TEST(Refusals, StateTheReason) {
     for (const auto &[input, properties, downstream, message] :
          std::initializer_list<std::tuple<EncoderConfig, const char *, const char *, const char *>>{
              {stereo, "bitrate=16000", "ANY", ""},
@@ -247,7 +248,9 @@ TEST(Refusals, NameWhatIsLegal) {
              {stereo, "channel-mode=mono", "ANY", "channel-mode takes 1 channel, the input has 2"},
              {mono, "channel-mode=two-mono", "ANY", "channel-mode takes 2 channels, the input has 1"},
              {mono, "", "audio/mpeg,mpegversion=4,stream-format=adts",
-              "nothing downstream takes AAC-LC of this input as raw frames, or as ADTS or ADIF of MPEG-2"}}) {
+              "downstream accepts none of AAC-LC raw frames (mpegversion 4), ADTS and ADIF (mpegversion 2) with this "
+              "rate "
+              "and number of channels"}}) {
         SCOPED_TRACE(properties);
         ElementHarness encoder(input, properties, downstream);
         const GstFlowReturn expected = *message == '\0' ? GST_FLOW_OK : GST_FLOW_NOT_NEGOTIATED;
@@ -257,8 +260,8 @@ TEST(Refusals, NameWhatIsLegal) {
     }
 }
 
-// A format that is refused leaves the one before it in force.
-TEST(Refusals, OldFormatGoesOn) {
+// After a format was refused, the previous one still works.
+TEST(Refusals, KeepTheOldFormat) {
     const EncoderConfig config = config_of(TAVIK_MODE_MONO, 48000, 96000);
     const Samples pcm = signal_for(config, 5000);
     ElementHarness encoder(config, "bitrate=96000");
@@ -271,8 +274,8 @@ TEST(Refusals, OldFormatGoesOn) {
     expect_stream(encoder.end(), config, pcm, 2 * GST_SECOND, Start::plain);
 }
 
-// With the tags of the input, and in place of what those say of its coding.
-TEST(Tags, TellCodecAndBitRates) {
+// The tags of the input are kept, except those about its codec and bit rate, which are replaced.
+TEST(Tags, HaveCodecAndBitRates) {
     for (const bool constant : {false, true}) {
         ElementHarness encoder(stereo, constant ? "rate-control=cbr bitrate=128000" : "bitrate=128000");
         encoder.send(gst_event_new_tag(
@@ -306,7 +309,7 @@ TEST(Tags, TellCodecAndBitRates) {
 
 }  // namespace
 
-// Only the plug-in under test, and no look at the user's registry. What GLib finds wrong ends the test.
+// Loads only the plug-in under test and does not read the user's registry. GLib's critical messages abort the test.
 int main(int argc, char **argv) {
     testing::InitGoogleTest(&argc, argv);
     g_setenv("GST_REGISTRY", "/dev/null/none", TRUE);

@@ -16,7 +16,7 @@ using FetchSamples = std::uint32_t (*)(void *host, std::int16_t *pcm);
 using TakeFrame = void (*)(void *host, const std::uint8_t *frame, std::uint32_t bytes);
 std::int32_t encode_stream(EncoderContext *context, const EncoderConfig *config, FetchSamples fetch, TakeFrame take,
                            void *host);
-std::uint32_t largest_frame_bytes(const EncoderConfig *config);
+std::uint32_t max_frame_bytes(const EncoderConfig *config);
 std::uint32_t audio_specific_config(const EncoderConfig *config, std::uint8_t *bytes);
 }
 
@@ -64,7 +64,7 @@ TEST(HostGuide, LargestFrames) {
         for (std::uint32_t i = 0; i < 3 * 2; ++i) {
             EncoderConfig config = config_of(44100, i % 3, bit_rate);
             config.constant_rate = i / 3;
-            EXPECT_EQ(largest_frame_bytes(&config), largest_frame(config)) << bit_rate << ' ' << i;
+            EXPECT_EQ(max_frame_bytes(&config), largest_frame(config)) << bit_rate << ' ' << i;
         }
     }
 }

@@ -1,4 +1,4 @@
-"""What a player that honours the whole edit list makes of MP4 files: Chromium, which is not there everywhere."""
+"""MP4 files in a player that honours the whole edit list: Chromium, which need not be installed."""
 import base64
 import json
 import os
@@ -26,13 +26,13 @@ PAGE = """<script>(async () => {
 
 
 class Answer(BaseHTTPRequestHandler):
-    """The one request that the page makes, which the browser does not outlive."""
+    """Receives the only request of the page, after which the browser is killed."""
     def do_POST(self):
         self.server.decoded = json.loads(self.rfile.read(int(self.headers["Content-Length"])))
 
 
 def decode_in_browser(files):
-    """First channels of files, given with their rates, as the browser's Web Audio decodes them; None of a bad one."""
+    """First channels of files, given with their rates, decoded by the browser's Web Audio; None for a bad file."""
     with HTTPServer(("127.0.0.1", 0), Answer) as server:
         server.timeout = PATIENCE
         texts = json.dumps([(rate, base64.b64encode(data).decode()) for rate, data in files])

@@ -1,4 +1,4 @@
-"""The program under test, and what its tests share: inputs, and views of the outputs that do not depend on it.
+"""The program under test, and fixtures and functions that its tests share.
 
 Runs under pytest: PYTHONPATH=tests/support pytest-3 tests/programs --program=PATH --faulty-io=PATH. Every test works in
 an empty directory of its own.
@@ -24,7 +24,7 @@ Run = collections.namedtuple("Run", "status out err data")
 
 def pytest_addoption(parser):
     parser.addoption("--program", required=True, type=os.path.realpath, help="the program tavik")
-    parser.addoption("--faulty-io", required=True, type=os.path.realpath, help="library to preload: disks that fail")
+    parser.addoption("--faulty-io", required=True, type=os.path.realpath, help="library to preload: failing disks")
 
 
 class Program:
@@ -33,7 +33,7 @@ class Program:
         self.running = []
 
     def start(self, *arguments, within=None, **streams):
-        """`within` is a script for bash in which the command stands as "$@"."""
+        """`within`: a bash script that runs the command, which it gets as "$@"."""
         streams = {"stdin": subprocess.DEVNULL, "stdout": subprocess.PIPE, "stderr": subprocess.PIPE, **streams}
         shell = ["bash", "-c", within, "bash"] if within else []
         command = [*shell, self.path, *[it if isinstance(it, bytes) else str(it) for it in arguments]]
@@ -41,7 +41,7 @@ class Program:
         return self.running[-1]
 
     def run(self, *arguments, data=None, **options):
-        """Runs the program to its end; `data` is its standard input. Whatever it prints must be lines of plain text."""
+        """Runs the program to its end; `data` is its standard input. Its messages must be plain text."""
         process = self.start(*arguments, **({"stdin": subprocess.PIPE} if data else {}), **options)
         out, err = process.communicate(data, timeout=PATIENCE)
         assert re.fullmatch(rb"([^\0-\x1f\x7f]+\n)*", err), err
@@ -54,7 +54,7 @@ class Program:
         return run
 
     def refuse(self, status, pattern, *arguments, **options):
-        """A run that must fail with one line and leave all files below the directory as they are."""
+        """A run that must fail with a one-line message and change no files below the directory."""
         before = snapshot()
         run = self.run(*arguments, **options)
         assert (run.status, run.out, len(run.err)) == (status, [], 1), run
@@ -74,14 +74,14 @@ def directory(tavik, tmp_path, monkeypatch):
     yield
     os.umask(previous)
     while tavik.running:
-        with contextlib.suppress(ProcessLookupError):  # it has normally ended
+        with contextlib.suppress(ProcessLookupError):  # it has ended already
             os.killpg(tavik.running.pop().pid, signal.SIGKILL)
     shutil.rmtree(tmp_path)
 
 
 @pytest.fixture(scope="session")
 def sound(tmp_path_factory):
-    """sound(name, expression, rate, samples, *ffmpeg's options): the path of such a file, made only once."""
+    """sound(name, expression, rate, samples, *FFmpeg options) makes such a file once and returns its path."""
 
     @functools.lru_cache(maxsize=None)
     def make(name="tone.wav", expression=TONE, rate=44100, samples=132300, *options):
@@ -94,15 +94,15 @@ def sound(tmp_path_factory):
 
 
 def unfinished(process):
-    """Sizes of the files that the process, or one that it has started, writes before they have a name."""
+    """Sizes of the unnamed files that the process or its children are writing."""
     processes = [process.pid, *map(int, Path(f"/proc/{process.pid}/task/{process.pid}/children").read_text().split())]
     return [size for pid in processes for target, size in open_files(pid) if "/#" in target]
 
 
 def open_files(pid):
-    """What each descriptor of a process is open on, and the size of that."""
+    """Target and size of each open file of a process."""
     for file in Path(f"/proc/{pid}/fd").iterdir():
-        with contextlib.suppress(FileNotFoundError):  # closed meanwhile
+        with contextlib.suppress(FileNotFoundError):  # has been closed
             yield os.readlink(file), file.stat().st_size
 
 

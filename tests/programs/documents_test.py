@@ -1,4 +1,4 @@
-"""The man page and the completions of the shells offer the options that --help prints, no more and no less."""
+"""The man page and the shell completions have exactly the options that --help prints."""
 import re
 import subprocess
 from pathlib import Path
@@ -13,7 +13,7 @@ VALUES = {"--mode": "mono stereo two-mono",
 
 
 def run(*command):
-    """Lines that a command prints in the directory of the completions."""
+    """Runs a command in the directory of the completions and returns the printed lines."""
     process = subprocess.run(command, cwd=SOURCES / "completions", capture_output=True, text=True, timeout=PATIENCE,
                              check=True)
     assert not process.stderr, process.stderr
@@ -32,11 +32,11 @@ def fish(line):
 
 
 def zsh(line):
-    """From what the file gives to the shell's own function: OPTION[text]:what:(values)."""
+    """Parses the arguments of zsh's function _arguments: OPTION[text]:message:(values)."""
     lines = run("zsh", "-f", "-c", '_arguments() { print -l -- "$@" }; source ./_tavik')
-    told = dict(re.findall(r"(?m)^(?:\(.*?\)|\*)?(-[\w-]+)[+=]?\[.*?\](?::.*:\((.*)\))?", "\n".join(lines)))
+    found = dict(re.findall(r"(?m)^(?:\(.*?\)|\*)?(-[\w-]+)[+=]?\[.*?\](?::.*:\((.*)\))?", "\n".join(lines)))
     _, option, *value = line.split(" ")
-    return set(told[option].split()) if value else set(told)
+    return set(found[option].split()) if value else set(found)
 
 
 @pytest.fixture(scope="module")

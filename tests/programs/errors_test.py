@@ -1,4 +1,4 @@
-"""Wrong usage, input that cannot be used, output that cannot be written, interruption."""
+"""Wrong usage, unusable input, output that cannot be written, interruption."""
 import os
 import re
 import shutil
@@ -37,14 +37,14 @@ def tone(sound):
     ("standard input can be read only once", "- /dev/stdin -o new/"),
     ("--verify", "tone.wav -o - --verify"),
     ("--verify", "tone.wav -o pipe --verify"),
-    ("one input", "folder -o -"),
+    ("only one input", "folder -o -"),
     ("tone.flac.*not a directory", "folder -o tone.flac"),
     ("--skip-existing", "tone.wav -f --skip-existing"),
     *[(f"{name}: use .m4a .mp4 .m4b .aac .adts .adif .*raw", f"tone.wav -o {name}")
       for name in ("x.mp3", "x.WAV", "x.ogg", "x.raw", "x.mkv", "x.anything")],
     ("x.m4a: with --adts use .aac .adts", "tone.wav --adts -o x.m4a"),
     ("x.mp3: with --m4a use .m4a .mp4 .m4b", "tone.wav --m4a -o x.mp3"),
-    *[(f"{name}: .* several; a directory is {name}/", f"{inputs} -o {name}")
+    *[(f"{name}: .* several outputs; for a directory use {name}/", f"{inputs} -o {name}")
       for name, inputs in (("x.m4a", "tone.wav tone.flac"), ("x.mp3", "folder"))],
 ])
 def test_wrong_usage(tavik, tone, pattern, arguments):
@@ -67,7 +67,7 @@ def test_unusable_input(tavik, tone):
         tavik.refuse(3, re.sub("[\n\x1b\x7f]", r"[?]", name) + ": " + problem, name, "-o", "new/")
 
 
-def test_what_to_do_with_urls_and_folders_of_films(tavik):
+def test_advice_for_urls_and_directories_of_films(tavik):
     for url, advice in (("https://a.b/c.mp3", "curl .*tavik - "), ("rtsp://a.b/c", "ffmpeg .*tavik - "),
                         ("file:///a", "the file itself")):
         tavik.refuse(3, f"{url}: .*URL.*{advice}", url, "-o", "x.m4a")
@@ -79,7 +79,7 @@ def test_what_to_do_with_urls_and_folders_of_films(tavik):
 
 @pytest.mark.parametrize("kind,name,piped", [
     *[("truncated", name, False) for name in ("x.wav", "x.flac", "x.mp3", "x.ogg", "x.m4a")],
-    *[("truncated", name, True) for name in ("x.wav", "x.flac")],  # others do not tell their lengths
+    *[("truncated", name, True) for name in ("x.wav", "x.flac")],  # others do not declare their length
     *[("damaged", name, False) for name in ("x.flac", "x.mp3", "x.ogg", "x.m4a")], ("damaged", "x.flac", True),
 ])
 def test_damaged_input(tavik, sound, kind, name, piped):
@@ -99,7 +99,7 @@ def test_damaged_input(tavik, sound, kind, name, piped):
     tavik.refuse(3, kind, source, "-o", "out.m4a", "--strict", data=data)
 
 
-def test_what_follows_the_audio_is_no_damage(tavik, sound):
+def test_data_after_the_audio_is_no_damage(tavik, sound):
     for name, tag in (("x.flac", b"TAG".ljust(128, b"\0")), ("x.mp3", bytes(5000)), ("x.mp3", b"LYRICSBEGIN" * 99)):
         Path(name).write_bytes(sound(name, NOISE, 44100, 441000).read_bytes() + tag)
         tavik.encode(name, "--strict", "-f")
@@ -120,7 +120,7 @@ def test_outputs_that_cannot_be_written(tavik, tone):
     Path("file").touch()
     Path("locked").mkdir(0o555)
     Path("old.m4a").touch(0o444)
-    # root without the right to ignore permissions
+    # root, but without the capability to ignore permissions
     within = 'setpriv --bounding-set=-dac_override,-dac_read_search "$@"' if os.geteuid() == 0 else None
     for name, problem in (("locked/x.m4a", "Permission denied"), ("none/x.m4a", "No such file"),
                           ("file/x.m4a", "Not a directory"), ("old.m4a", "Permission denied")):
@@ -143,7 +143,7 @@ def test_full_streams_broken_pipes_and_size_limits(tavik, sound, form):
 
 def test_full_device(tavik, tone):
     device = "/dev/full"
-    if os.geteuid() == 0:  # root, if the program were wrong, would replace that of the machine
+    if os.geteuid() == 0:  # as root, a faulty program would replace the machine's device
         device = "full"
         try:
             os.mknod(device, 0o20666, os.makedev(1, 7))
@@ -160,7 +160,7 @@ def test_reports_that_cannot_be_written(tavik, tone):
 
 @pytest.mark.parametrize("name", ["x.m4a", "x.aac", "x.adif", "x.raw"])
 def test_verification(tavik, tone, request, name):
-    """Accepts what is right; a disk that stores something else, or tells late that it does not store, is seen."""
+    """Accepts correct outputs; detects a disk that stores wrong data or reports a failed write late."""
     arguments = ["-o", name, "--verify", "--raw-frames" if name == "x.raw" else "--quiet"]
     for samples in (1, 3000, 100000):
         write_noise("noise.wav", samples)
@@ -175,7 +175,7 @@ def test_verification(tavik, tone, request, name):
 @pytest.mark.parametrize("number,status,inputs", [(signal.SIGINT, 130, 1), (signal.SIGTERM, 143, 3),
                                                   (signal.SIGHUP, 129, 1)])
 def test_interruption(tavik, number, status, inputs):
-    """In the middle of inputs that never end."""
+    """While it encodes inputs that never end."""
     Path("new").mkdir()
     names = [f"{i}.wav" for i in range(inputs)]
     for i, name in enumerate(names):

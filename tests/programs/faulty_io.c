@@ -1,6 +1,6 @@
-/* Preloaded into the program under test: system calls with the fault that TAVIK_TEST_FAULT names. A disk that flips a
-   bit of what is written ("write"), one that only notices later that something is wrong ("fsync", "close"), and one
-   without files that have no name ("unnamed"). */
+/* Preloaded into the program under test: system calls with the fault that TAVIK_TEST_FAULT names. "write": a disk that
+   flips a bit of written data; "fsync", "close": one that reports errors late; "unnamed": a file system without unnamed
+   files. */
 #include <errno.h>
 #include <fcntl.h>
 #include <stdarg.h>
@@ -11,13 +11,13 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
-/* The call named is to go wrong on this file: a regular one. */
+/* Whether the call should fail on this file; only regular files have faults. */
 static bool has_fault(const char *call, int file) {
     struct stat status;
     return strcmp(getenv("TAVIK_TEST_FAULT"), call) == 0 && fstat(file, &status) == 0 && S_ISREG(status.st_mode);
 }
 
-/* In the first frame of some size the last bit, which is padding: decoders do not see it. */
+/* Flips the last bit of the first frame of more than 100 bytes. It is padding, so decoders do not notice. */
 ssize_t write(int file, const void *bytes, size_t count) {
     static bool is_flipped = false;
     const ssize_t written = syscall(SYS_write, file, bytes, count);

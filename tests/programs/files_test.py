@@ -1,4 +1,4 @@
-"""Which files are read and written, and what becomes of files that are there already."""
+"""Which files are read and written, and what happens to existing files."""
 import json
 import os
 import shutil
@@ -17,7 +17,7 @@ def names(directory="."):
 
 @pytest.fixture
 def music(sound):
-    """A directory `music` with two songs and things to leave out, and songs outside."""
+    """A directory `music` with two songs and files to ignore, and songs outside of it."""
     for name in ("music/a.wav", "music/sub/b.wav", "music/.hidden.wav", "music/.hid/c.wav", "other.wav", "-o.wav",
                  "side:2._Allegro_(live)"):
         Path(name).parent.mkdir(parents=True, exist_ok=True)
@@ -60,9 +60,9 @@ def test_names_of_outputs_and_a_second_run(tavik, music, arguments, made):
 
 
 def test_originals_with_the_extension_of_outputs(tavik, music, sound):
-    """Files that tavik has not made are inputs as any others, also where they are not encoded."""
+    """Files with such names that tavik has not made are treated like any other input."""
     shutil.copy(sound("alac.m4a", NOISE, 44100, 50000, "-c:a", "alac"), "music/a.m4a")
-    shutil.copy(sound("tone.mp2"), "music/a.aac")  # whatever it is
+    shutil.copy(sound("tone.mp2"), "music/a.aac")  # in spite of its name
     before = snapshot("music")
     for form, name in (("--m4a", "a.m4a"), ("--adts", "a.aac")):
         run = tavik.run("music", form, "-f")
@@ -71,15 +71,15 @@ def test_originals_with_the_extension_of_outputs(tavik, music, sound):
     before_all = names()
     assert all(snapshot("music")[path] == content for path, content in before.items())
     run = tavik.run("music", "-o", "new")
-    assert sorted(run.err) == [f"tavik: music/{name}: new/{place}.m4a is the output of music/{other} too"
+    assert sorted(run.err) == [f"tavik: music/{name}: new/{place}.m4a is also the output of music/{other}"
                                for name, place, other in (("a.aac", "a", "a.m4a"), ("a.m4a", "a", "a.aac"),
                                                           ("a.wav", "a", "a.aac"), ("sub/b.aac", "sub/b", "sub/b.wav"),
                                                           ("sub/b.wav", "sub/b", "sub/b.aac"))]
     assert names() == sorted(before_all)
 
 
-def test_results_of_earlier_runs_are_no_inputs_and_no_originals(tavik, music):
-    """MP4 files that the program knows as its own, next to what they were made of."""
+def test_outputs_of_earlier_runs_are_not_inputs(tavik, music):
+    """MP4 files that the program has made, next to their originals."""
     for arguments, made in (("music", ["a.m4a", "sub/b.m4a"]), ("music --adts -o new", ["a.aac", "sub/b.aac"]),
                             ("music --mode mono -f", ["a.m4a", "sub/b.m4a"])):
         events = [json.loads(line) for line in tavik.encode(*arguments.split(), "--json", "--no-progress").out]
@@ -91,7 +91,7 @@ def test_results_of_earlier_runs_are_no_inputs_and_no_originals(tavik, music):
 
 @pytest.mark.parametrize("output,place", [([], "music"), (["-o", "new"], "new")])
 def test_update(tavik, music, output, place):
-    """What is missing or older is made, what is as new is left, an original is never replaced."""
+    """Missing and older outputs are made, newer ones are kept, and originals are never replaced."""
     Path("music/sub/new.WAV").write_bytes(Path("other.wav").read_bytes())
     assert len(tavik.encode("music", "--update", *output).out) == 4
     for name, seconds in (("a", 0), ("sub/b", -1)):
@@ -109,7 +109,7 @@ def test_same_output_twice(tavik, music):
     shutil.copy("other.wav", "a.wav")
     run = tavik.run("a.wav", "music/a.wav", "a.wav", "music/sub/../../other.wav", "other.wav", "-o", "new", "-j", "4")
     assert (run.status, len(run.err), Path("new").exists()) == (1, 5, False)
-    assert all("new/" in line and "is the output of" in line for line in run.err)
+    assert all("new/" in line and "is also the output of" in line for line in run.err)
 
 
 @pytest.mark.parametrize("name,force", [("other.m4a", "-f"), ("./music/../other.m4a", ""), ("hard.m4a", "-f"),
@@ -159,7 +159,7 @@ def test_output_that_appears_while_its_file_is_encoded(tavik, sound):
 
 
 def start_endless(tavik, request, name, fault="none"):
-    """A run in the middle of an input that does not end."""
+    """A run that is encoding an endless input."""
     environment = f"LD_PRELOAD={request.config.getoption('--faulty-io')} TAVIK_TEST_FAULT={fault}"
     process = tavik.start("/dev/zero", "--pcm", "s16le", "-o", name, within=f'exec env {environment} "$@"')
     named = f".tavik-{process.pid}-1.tmp"
@@ -173,11 +173,11 @@ def kill(process):
 
 
 def test_a_killed_run_leaves_nothing(tavik, request, sound):
-    """Where the file system has no files without a name, for the next run to remove, unless it is in use."""
+    """If the file system has no unnamed files, the next run removes the file, unless it is in use."""
     kill(start_endless(tavik, request, "x.m4a"))
     assert names() == []
     kill(start_endless(tavik, request, "x.m4a", "unnamed"))
-    Path(names()[0]).rename(".tavik-1-1.tmp")  # whatever its name says
+    Path(names()[0]).rename(".tavik-1-1.tmp")  # as if from another process
     running = start_endless(tavik, request, "y.m4a", "unnamed")
     assert len(names()) == 1 and names() != [".tavik-1-1.tmp"]
     tavik.encode(sound(), "-o", "z.m4a")
@@ -188,7 +188,7 @@ def test_a_killed_run_leaves_nothing(tavik, request, sound):
 
 
 @pytest.mark.parametrize("fault", ["none", "unnamed"])
-def test_a_directory_that_is_renamed_meanwhile(tavik, request, fault):
+def test_a_directory_that_is_renamed_during_the_run(tavik, request, fault):
     Path("a").mkdir()
     process = start_endless(tavik, request, "a/x.m4a", fault)
     Path("a").rename("b")
@@ -198,7 +198,7 @@ def test_a_directory_that_is_renamed_meanwhile(tavik, request, fault):
 
 
 def test_bad_files_among_good_ones_and_jobs(tavik, music):
-    """How many are encoded at once changes neither bytes nor what is said."""
+    """The number of jobs changes neither outputs nor messages."""
     Path("music/bad.flac").write_bytes(b"not audio" * 1000)
     Path("silence").mkdir()
     for i in range(4):

@@ -1,4 +1,4 @@
-"""Endless inputs: recordings that outlive what may happen to them, and streams."""
+"""Endless inputs: recordings that survive failures, and streams."""
 import fcntl
 import os
 import select
@@ -16,7 +16,7 @@ from waiting import PATIENCE, wait_until
 
 
 def start_recording(tavik, *arguments, seconds=3):
-    """Gives the program so many seconds of samples and holds the pipe open; returns the process and the samples."""
+    """Starts the program, writes samples to it and keeps the pipe open; returns the process and the samples."""
     noise = write_noise("noise.wav", int(44100 * seconds))
     process = tavik.start("-", "--live", "--pcm", "s16le", *arguments, stdin=subprocess.PIPE)
     process.stdin.write(Path("noise.wav").read_bytes()[44:])
@@ -25,7 +25,7 @@ def start_recording(tavik, *arguments, seconds=3):
 
 
 def end(process, *signals):
-    """Sends signals, with the pipe still open; status and what it says."""
+    """Sends signals while the pipe is open; returns the exit status, standard output and standard error."""
     for number in signals:
         process.send_signal(number)
         time.sleep(0.1)
@@ -55,7 +55,7 @@ def test_an_interrupt_finishes_the_file(tavik, number):
 @pytest.mark.parametrize("arguments,name", [
     ("-o x.m4a", "x.unfinished.m4a"), ("-o x.aac", "x.unfinished.aac"),
 ])
-def test_a_killed_recording_is_there_but_for_its_end(tavik, arguments, name):
+def test_a_killed_recording_lacks_only_its_end(tavik, arguments, name):
     process, noise = start_recording(tavik, *arguments.split(), seconds=5)
     wait_until(lambda: size(name) > 55000)
     process.kill()
@@ -68,7 +68,7 @@ def test_a_killed_recording_is_there_but_for_its_end(tavik, arguments, name):
 
 
 def test_a_second_interrupt_ends_the_program(tavik):
-    """Here the output cannot be finished: the reader of a small pipe has gone to sleep."""
+    """Here the output cannot be completed: nobody reads from a small pipe."""
     os.mkfifo("pipe")
     reader = os.open("pipe", os.O_RDONLY | os.O_NONBLOCK)
     fcntl.fcntl(reader, fcntl.F_SETPIPE_SZ, 4096)
@@ -82,20 +82,21 @@ def test_a_second_interrupt_ends_the_program(tavik):
 def test_a_recording_that_fails_is_named(tavik):
     run = tavik.run("/dev/zero", "--pcm", "s16le", "--live", "-o", "x.aac", "-b", "500k", "--cbr",
                     within='ulimit -f 16; "$@"')
-    assert run.status == 4 and run.err[0].endswith("File too large; x.unfinished.aac has what was recorded")
+    assert run.status == 4 and run.err[0].endswith("File too large; the recording is kept in x.unfinished.aac")
     assert size("x.unfinished.aac") == 16384
 
 
 def test_a_recording_that_cannot_be_read_back_is_kept(tavik):
     process, _ = start_recording(tavik, "-o", "x.m4a")
     wait_until(lambda: size("x.unfinished.m4a") > 30000)
-    os.truncate("x.unfinished.m4a", 800)  # behind the header; what comes is written behind a hole
+    os.truncate("x.unfinished.m4a", 800)  # after the header; later writes leave a hole
     status, _, err = end(process, signal.SIGINT)
-    assert (status, err) == (4, "tavik: x.unfinished.m4a: cannot read back; x.unfinished.m4a has what was recorded\n")
+    assert (status, err) == (
+        4, "tavik: x.unfinished.m4a: cannot read back; the recording is kept in x.unfinished.m4a\n")
     assert (Path("x.m4a").exists(), size("x.unfinished.m4a") > 0) == (False, True)
 
 
-def test_an_interrupt_before_anybody_writes(tavik):
+def test_an_interrupt_before_the_pipe_has_a_writer(tavik):
     os.mkfifo("pipe")
     process = tavik.start("pipe", "--pcm", "s16le", "--live", "-o", "x.m4a")
     wait_until(lambda: any("eventfd" in target for target, _ in open_files(process.pid)))
@@ -103,7 +104,7 @@ def test_an_interrupt_before_anybody_writes(tavik):
     assert status == 3 and err.startswith("tavik: pipe: "), err
 
 
-def test_mp4_frames_leave_at_once(tavik):
+def test_mp4_frames_are_written_at_once(tavik):
     process, _ = start_recording(tavik, "-o", "-", seconds=1)
     timer = threading.Timer(PATIENCE, process.kill)
     timer.start()

@@ -93,12 +93,12 @@ def test_standard_streams_that_are_closed_at_the_start(tavik, sound, closed, sta
 def test_progress_bar_on_a_terminal(tavik, arguments, bars, lines):
     write_noise("noise.wav", 441000)
     os.mkfifo("in.wav")
-    # A pause in the middle that is twice as long as a bar stays as it is.
+    # The pause in the middle is twice the interval between updates of the bar.
     slowly = "{ head -c 900000; sleep 0.2; cat; } <noise.wav >in.wav"
     run = tavik.encode("in.wav", "-o", "x.m4a", arguments, within=f'{slowly} & script -qec "$*" /dev/null')
     shown = run.data.decode()
     assert bool(re.search(r"\d ?%.*ETA", shown)) == bars
-    rest = re.sub(r"[^\r\n]*\r\x1b\[K", "", shown)  # every bar is cleared away, also for the line
+    rest = re.sub(r"[^\r\n]*\r\x1b\[K", "", shown)  # every bar is cleared, also before the line
     assert re.fullmatch(r"(in.wav -> x.m4a: .*\r\n)" + f"{{{lines}}}", rest)
 
 
@@ -142,7 +142,7 @@ def format_chunk(tag=1, channels=2, bits=16, extension=b""):
     return chunk(b"fmt ", struct.pack("<HHIIHH", tag, channels, 44100, 44100 * frame, frame, bits) + extension)
 
 
-# Quadraphonic, left and right at the side: mixed otherwise than without the mask of loudspeakers.
+# A channel mask for four channels, two of them at the sides. Without it, they would be mixed differently.
 EXTENSION = struct.pack("<HHIH", 22, 16, 0x603, 1) + bytes.fromhex("000000001000800000aa00389b71")
 SAMPLES = numpy.random.default_rng(1).integers(-9999, 9999, 40000, "<i2").tobytes()
 FORMAT, DATA, ENDLESS = format_chunk(), chunk(b"data", SAMPLES), chunk(b"data", SAMPLES, 0xFFFFFFFF)
@@ -167,7 +167,7 @@ def test_wav_headers_mean_the_same_in_files_and_pipes(tavik, samples, chunks):
 
 
 def test_other_wav_headers_on_a_pipe(tavik):
-    """A long file, and what is no header at all."""
+    """A 64-bit file, and broken headers."""
     size = len(SAMPLES)
     data = b"RF64\xff\xff\xff\xffWAVE" + chunk(b"ds64", struct.pack("<QQQI", size, size, 0, 0)) + FORMAT + ENDLESS
     tavik.encode("-", "-o", "x.m4a", "--strict", data=data + b"LIST")
@@ -176,7 +176,7 @@ def test_other_wav_headers_on_a_pipe(tavik):
         tavik.refuse(3, "standard input: ", "-", "-o", "new.m4a", data=b"RIFF\xff\xff\xff\xffWAVE" + chunks)
 
 
-def test_standard_input_begins_where_it_stands(tavik, sound):
+def test_standard_input_begins_at_its_current_position(tavik, sound):
     data = sound().read_bytes()
     Path("x.wav").write_bytes(data[:1000] + data)  # a longer file, by the header at its start
     tavik.encode("-", "-o", "x.m4a", "--strict",
@@ -184,7 +184,7 @@ def test_standard_input_begins_where_it_stands(tavik, sound):
     assert probe("x.m4a", "stream=duration_ts") == ["duration_ts=132300"]
 
 
-def test_standard_input_that_does_not_wait(tavik, sound):
+def test_non_blocking_standard_input(tavik, sound):
     unblock = "import os, sys; os.set_blocking(0, False); os.execv(sys.argv[1], sys.argv[1:])"
     pause = f"{{ head -c 100000; sleep 0.2; cat; }} <{sound()}"
     tavik.encode("-", "-o", "x.m4a", "--strict", within=f'{pause} | python3 -c "{unblock}" "$@"')
@@ -192,7 +192,7 @@ def test_standard_input_that_does_not_wait(tavik, sound):
 
 
 def test_memory_does_not_grow_with_the_input(tavik, sound):
-    """96 Mbyte go in."""
+    """The input has 96 Mbyte."""
     data = sound("tone.wav", "0.5*sin(2*PI*440*t)", 8000, 8000 * 600).read_bytes()
     process = tavik.start("-", "-o", "x.m4a", "--pcm", "s16le:8000:1", stdin=subprocess.PIPE)
     for _ in range(10):
@@ -204,9 +204,9 @@ def test_memory_does_not_grow_with_the_input(tavik, sound):
 
 @pytest.mark.parametrize("kind", ["wav", "pcm"])
 def test_live_stream(tavik, kind):
-    """Input that pauses after each frame: what can be coded by then comes out, and waits for no more.
+    """Input that pauses after each frame: every frame that can be coded is written at once.
 
-    The first 128 Kbyte behind a WAV header are looked at before any of them is used."""
+    With a WAV header, the first 128 Kbyte are read before anything is decoded."""
     write_noise("noise.wav", 61440)
     data = Path("noise.wav").read_bytes()
     options, first = (["--pcm", "s16le"], 1) if kind == "pcm" else ([], 33)
@@ -215,10 +215,10 @@ def test_live_stream(tavik, kind):
     received = b""
     for given in range(first, 61):
         process.stdin.write(data[44 + (given - 1) * 4096:44 + given * 4096])
-        while len(received) < (given - 2) * 370:  # bytes of each frame, of which the encoder holds two
+        while len(received) < (given - 2) * 370:  # 370 bytes per frame; the encoder holds two frames
             assert select.select([process.stdout], [], [], PATIENCE)[0], f"{len(received)} bytes after {given} frames"
             piece = os.read(process.stdout.fileno(), 65536)
-            assert piece, "the end of the output"
+            assert piece, "unexpected end of the output"
             received += piece
         assert len(received) % 370 == 0
     process.communicate(timeout=PATIENCE)

@@ -1,4 +1,4 @@
-"""What is done about damage, levels, time stamps and several tracks of the input."""
+"""Handling of damage, levels, time stamps and several tracks of the input."""
 import json
 import re
 import struct
@@ -30,7 +30,7 @@ def test_a_flipped_bit_is_damage(tavik, sound, name, places):
 
 
 @pytest.mark.parametrize("options,bits", [((), 16), (("-c:a", "pcm_s24le"), 24)])
-def test_flac_samples_are_held_to_their_checksum(tavik, options, bits):
+def test_flac_samples_are_checked_against_their_md5(tavik, options, bits):
     write_noise("x.wav", 50000)
     ffmpeg("-i", "x.wav", *options, "y.wav")
     ffmpeg("-i", "y.wav", "x.flac")
@@ -43,8 +43,8 @@ def test_flac_samples_are_held_to_their_checksum(tavik, options, bits):
     assert "MD5" in warnings(tavik.run("x.flac", "-o", "y.m4a", "--verify"))[0]
 
 
-def test_what_is_above_full_scale(tavik, sound):
-    """1000 samples of 2, others of 0.5, and what is no number."""
+def test_samples_above_full_scale(tavik, sound):
+    """1000 samples of magnitude 2, others of 0.5, and one NaN."""
     samples = numpy.tile(numpy.array([0.5, -0.5], "<f4"), 20000)
     samples[1000:2000] *= 4
     samples[3000] = numpy.nan
@@ -60,7 +60,7 @@ def test_what_is_above_full_scale(tavik, sound):
 
 
 def film(name, *options):
-    """Noise that starts after a second, with three holes, beside 12 seconds of pictures."""
+    """A film of 12 seconds whose sound is noise that starts after a second and has three holes."""
     noise = write_noise("noise.wav", 12 * 48000, 48000)
     ffmpeg(*VIDEO, "-i", "noise.wav", "-filter_complex", f"[1:a]{HOLES}[a]", "-map", "0:v", "-map", "[a]", *options, name)
     return noise
@@ -112,7 +112,7 @@ def test_tracks(tavik):
         tavik.refuse(3, r"no such audio track, it has 1 \(eng\), 2 \(deu\), 3 \(fra\)", "x.mka", "-o", "y.m4a", option)
 
 
-def test_pipes_give_what_files_do(tavik):
+def test_pipes_give_the_same_as_files(tavik):
     noise = write_noise("noise.wav", 100001)
     for name, options in (("vbr.mp3", ("-q:a", "4")), ("x.mp4", ("-c:a", "alac", "-movflags", "faststart"))):
         ffmpeg("-i", "noise.wav", *options, name)
@@ -129,8 +129,8 @@ def loudness(path):
     return [float(re.search(rf"{key}: +(\S+) ", summary)[1]) for key in ("I", "Peak")]
 
 
-def test_loudness_is_evened_out(tavik):
-    """A soft file, a loud one and one above full scale."""
+def test_loudness_is_normalised(tavik):
+    """A quiet file, a loud one, and one above full scale."""
     Path("a").mkdir()
     for name, factor in (("a/1.wav", 0.05), ("a/2.wav", 0.5), ("a/3.wav", 2)):
         expression = f"{factor}*sin(2*PI*997*t)|{factor}*sin(2*PI*997*t)"

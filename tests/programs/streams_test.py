@@ -1,4 +1,4 @@
-"""Streams and files that decode to what went in."""
+"""Streams and files decode to the samples of the source."""
 import re
 import struct
 from pathlib import Path
@@ -10,7 +10,7 @@ from conftest import TONE
 MONO = "0.5*sin(2*PI*440*t)"
 LEFT = [-9, -99]
 
-# decoder, rate, samples, levels; input, arguments. faad leaves out the first frame of streams.
+# decoder, rate, samples, levels; input, arguments. faad omits the first frame of streams.
 STREAMS = [
     ("faad", 44100, 132096, LEFT, (), "-o x.aac"),
     ("ffmpeg", 44100, 133120, LEFT, (), "-o x.adts --mode two-mono"),
@@ -29,7 +29,7 @@ STREAMS = [
 
 
 @pytest.mark.parametrize("decoder,rate,samples,level,source,arguments", STREAMS)
-def test_decodes_to_what_went_in(tavik, sound, decoder, rate, samples, level, source, arguments):
+def test_decodes_to_the_source(tavik, sound, decoder, rate, samples, level, source, arguments):
     arguments = arguments.split()
     tavik.encode(sound(*source), *arguments)
     decoded_rate, decoded = decode(arguments[1], decoder)
@@ -44,7 +44,7 @@ def test_decodes_to_what_went_in(tavik, sound, decoder, rate, samples, level, so
     (11025, 20000, "--rate 8000", True), (37800, 30000, "--rate 22050", False),
 ])
 def test_mp4_has_the_samples_of_the_source_in_their_place(tavik, rate, samples, arguments, piped):
-    """Debian 12's ffmpeg leaves out the samples before time 0, but plays the last frame as a whole."""
+    """Debian 12's ffmpeg skips the samples before time 0, but plays the whole last frame."""
     write_noise("in.wav", samples, rate)
     output, within = ("-", '"$@" >x.m4a') if piped else ("x.m4a", None)
     tavik.encode("in.wav", *arguments.split(), "-q", "-o", output, within=within)
@@ -71,13 +71,13 @@ def test_mp4_declares_priming_and_holds_the_frames_of_a_raw_stream(tavik):
 
 
 @pytest.mark.parametrize("kind", ["flac", "ogg", "mp3", "m4a"])
-def test_tags_chapters_and_cover_are_carried_over(tavik, kind):
+def test_tags_chapters_and_cover_are_copied(tavik, kind):
     tags = {"title": "Träume", "artist": "A", "album": "B", "album_artist": "C", "composer": "D", "genre": "Jazz",
             "date": "1999", "track": "3/12", "disc": "1/2", "comment": "three words here"}
     version = tavik.encode("--version").out[0].split()[-1].rstrip(")")
     expected = [f"TAG:{key}={value}" for key, value in {**tags, "encoder": f"Tavik {version}"}.items()]
     lines = "".join(f"{key}={value}\n" for key, value in tags.items())
-    if kind in ("flac", "ogg"):  # which keep totals apart; ffmpeg gives these their description
+    if kind in ("flac", "ogg"):  # they store totals separately; ffmpeg maps their comment to description
         expected[expected.index("TAG:comment=three words here")] = "TAG:description=three words here"
         lines = lines.replace("track=3/12", "track=3\ntracktotal=12").replace("disc=1/2", "disc=1\ndisctotal=2")
     Path("tags").write_text(f";FFMETADATA1\n{lines}[CHAPTER]\nTIMEBASE=1/10\nSTART=0\nEND=10\ntitle=Finale\n")

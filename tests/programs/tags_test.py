@@ -1,4 +1,4 @@
-"""What becomes of tags and pictures, as mutagen writes and reads them."""
+"""Tags and pictures, written and read by mutagen."""
 import json
 import re
 from pathlib import Path
@@ -9,8 +9,8 @@ import pytest
 from audio_files import ffmpeg
 from mutagen import apev2, flac, id3, mp4
 
-# TagLib's fields with their atoms in MP4 files (freeform ones in brackets) and their frames in ID3v2 (TXXX in brackets);
-# those without are of the field's own name. Fields marked with + get a second value.
+# TagLib's fields, each with its atom in MP4 files (freeform in brackets) and its frame in ID3v2 (TXXX in brackets). An
+# omitted atom or frame is freeform or TXXX with the name of the field. Fields marked with + get a second value.
 FIELDS = """
 TITLE+ ©nam TIT2|ARTIST+ ©ART TPE1|ALBUM+ ©alb TALB|ALBUMARTIST+ aART TPE2|COMPOSER+ ©wrt TCOM|GENRE+ ©gen TCON
 DATE ©day TDRC|COPYRIGHT+ cprt TCOP|COMMENT ©cmt COMM|DESCRIPTION+ desc|LYRICS ©lyr USLT|GROUPING+ ©grp GRP1
@@ -45,22 +45,22 @@ PAIRS = {"TRACKNUMBER": (3, 12), "DISCNUMBER": (1, 2)}
 
 
 def table():
-    """Field, atom, frame, values as text, values as mutagen has them in MP4 files."""
+    """Yields field, atom, frame, values as text, and values as mutagen represents them in MP4 files."""
     for cell in FIELDS.replace("\n", "|").strip("|").split("|"):
         field, several, atom, frame = re.fullmatch(r"(MY OWN|\w+)(\+?) ?(\[.*?\]|\S*) ?(\[.*\]|\S*)", cell).groups()
         values = [f"{field} ä"] + ["second"] * bool(several)
         atom = atom or f"[{field}]"
         atom = f"----:com.apple.iTunes:{atom[1:-1]}" if atom[0] == "[" else atom
-        held = [value.encode() for value in values] if atom[0] == "-" else values
+        stored = [value.encode() for value in values] if atom[0] == "-" else values
         if field in NUMBERS:
-            values, held = [str(NUMBERS[field])], [NUMBERS[field]]
+            values, stored = [str(NUMBERS[field])], [NUMBERS[field]]
         elif field in SWITCHES:
-            values, held = ["1"], True
+            values, stored = ["1"], True
         elif field in PAIRS:
-            values, held = ["{}/{}".format(*PAIRS[field])], [PAIRS[field]]
+            values, stored = ["{}/{}".format(*PAIRS[field])], [PAIRS[field]]
         elif "DATE" in field:
-            values, held = ["1999-12-31"], [b"1999-12-31" if atom[0] == "-" else "1999-12-31"]
-        yield field, atom, frame, values, held
+            values, stored = ["1999-12-31"], [b"1999-12-31" if atom[0] == "-" else "1999-12-31"]
+        yield field, atom, frame, values, stored
 
 
 def make(name, *options):
@@ -73,7 +73,7 @@ def make(name, *options):
 
 
 def read(path="x.m4a"):
-    """Tags of an output, without what each of them has."""
+    """Tags of an output, without those that every output has."""
     tags = {key: value for key, value in mp4.MP4(path).tags.items()}
     assert tags.pop("©too")[0].startswith("Tavik ")
     tags.pop("----:com.apple.iTunes:iTunSMPB", None)
@@ -83,7 +83,7 @@ def read(path="x.m4a"):
 def add_frame(tags, field, frame, values):
     if frame in ("COMM", "USLT"):
         tags.add(getattr(id3, frame)(encoding=3, lang="eng", desc="", text=values[0]))
-    elif frame and frame[0] == "W":  # that of podcasts is a text in truth, with its encoding in front
+    elif frame and frame[0] == "W":  # the URL of podcasts is really a text, with its encoding in front
         tags.add(getattr(id3, frame)(url=(frame == "WFED") * "\0" + values[0]))
     elif frame and frame[0] != "[":
         tags.add(getattr(id3, frame)(encoding=3, text=values))
@@ -96,12 +96,12 @@ def add_frame(tags, field, frame, values):
 def test_every_field_that_taglib_knows(tavik, kind, piped):
     file = make(f"in.{kind}")
     expected = {}
-    for field, atom, frame, values, held in table():
+    for field, atom, frame, values, stored in table():
         if kind == "mp3":
             add_frame(file.tags, field, frame, values)
         else:
-            file.tags[atom if kind == "m4a" else field] = held if kind == "m4a" else values
-        expected[atom] = held
+            file.tags[atom if kind == "m4a" else field] = stored if kind == "m4a" else values
+        expected[atom] = stored
     file.save()
     tavik.encode(f"in.{kind}", "-q", "-o", "-" if piped else "x.m4a", within='"$@" >x.m4a' if piped else None)
     assert read() == expected
@@ -114,7 +114,7 @@ def picture(name):
 
 
 def encoded(tavik, *arguments):
-    """The JSON object of an encoded file, whose warnings are those on standard error."""
+    """The JSON object of an encoded file; its warnings must be those on standard error."""
     run = tavik.run(*arguments, "--json", "--no-progress")
     event = json.loads(run.out[0])
     assert [line.partition(": warning: ")[2] for line in run.err] == event["warnings"]
@@ -126,7 +126,7 @@ def freeform(**fields):
             for name, values in fields.items()}
 
 
-# Kind of the source, its tags, arguments, tags of the output, beginnings of warnings.
+# Format of the source, its tags, arguments, expected tags of the output, beginnings of expected warnings.
 CHANGES = [
     ("mp3", [id3.POPM(email="a@b", rating=196, count=5)], "", freeform(RATING="80", PLAYCOUNT="5"), ["tags changed: "]),
     ("mp3", [id3.PRIV(owner="x", data=b"1"), id3.GEOB(encoding=3, mime="a/b", desc="d", data=b"x"),
@@ -158,7 +158,7 @@ CHANGES = [
 
 
 @pytest.mark.parametrize("kind,tags,arguments,expected,warnings", CHANGES, ids=range(len(CHANGES)))
-def test_what_is_changed_or_cannot_be_kept(tavik, kind, tags, arguments, expected, warnings):
+def test_tags_that_are_changed_or_cannot_be_kept(tavik, kind, tags, arguments, expected, warnings):
     if kind in ("mka", "wav"):
         ffmpeg("-f", "lavfi", "-i", "sine=d=0.2", *[part for item in tags.items()
                                                     for part in ("-metadata", "=".join(item))], f"in.{kind}")
@@ -171,12 +171,12 @@ def test_what_is_changed_or_cannot_be_kept(tavik, kind, tags, arguments, expecte
     event = encoded(tavik, f"in.{kind}", "-o", "x.m4a", *arguments)
     assert read() == expected
     assert len(event["warnings"]) == len(warnings)
-    assert all(told.startswith(warning) for told, warning in zip(event["warnings"], warnings))
+    assert all(actual.startswith(warning) for actual, warning in zip(event["warnings"], warnings))
     assert all(name in str(event["warnings"]) for name in event["not_kept"])
 
 
 def test_pictures(tavik):
-    """The front cover first, others than JPEG, PNG, BMP and GIF as PNG."""
+    """The front cover comes first; formats other than JPEG, PNG, BMP and GIF become PNG."""
     file = make("in.mp3")
     for kind, name in ((4, "c.jpg"), (3, "c.webp"), (5, "c.gif")):
         mime = f"image/{name[2:].replace('jpg', 'jpeg')}"
@@ -212,8 +212,8 @@ def test_outputs_without_tags_name_them_in_json_only(tavik):
     assert (event["warnings"], event["not_kept"]) == ([], ["TITLE", "pictures"])
 
 
-def test_broken_tags_do_not_hinder(tavik):
-    """Bytes of tags overwritten here and there: what can be decoded is encoded, and nothing else is printed."""
+def test_broken_tags_do_not_prevent_encoding(tavik):
+    """Some bytes of the tags are overwritten: what can be decoded is encoded, and nothing else is printed."""
     for kind in ("flac", "mp3", "ogg", "wv", "m4a"):
         file = make(f"in.{kind}")
         file.tags.add(id3.TIT2(encoding=3, text="title" * 50)) if kind == "mp3" else \

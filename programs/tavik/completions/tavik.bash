@@ -4,13 +4,13 @@
 _tavik() {
     local word=${COMP_WORDS[COMP_CWORD]} option=${COMP_WORDS[COMP_CWORD - 1]} values=''
     COMPREPLY=()
-    # Readline takes --option=value for three words.
+    # Readline splits --option=value into three words.
     if [[ $word == '=' ]]; then
         word=''
     elif [[ $option == '=' ]]; then
         option=${COMP_WORDS[COMP_CWORD - 2]}
     fi
-    # After -- there are only files; an empty COMPREPLY makes readline complete those.
+    # After -- only files follow; with an empty COMPREPLY readline completes file names.
     local i
     for ((i = 1; i < COMP_CWORD; ++i)); do
         [[ ${COMP_WORDS[i]} == -- ]] && return

@@ -1,4 +1,4 @@
-// Reading and writing where the other side has made the descriptor one that does not wait.
+// Repeats reads and writes on descriptors that another process may have made non-blocking.
 #pragma once
 
 #include <poll.h>
@@ -7,9 +7,9 @@
 
 namespace tavik {
 
-// After a call that failed: it was interrupted, or would have had to wait for `event` (POLLIN, POLLOUT), which has come
-// now. It is then to be tried again.
-inline bool can_go_on(int descriptor, short event) {
+// To be called after read() or write() failed: whether to call it again. If it would have blocked, waits for `event`
+// (POLLIN or POLLOUT) first.
+inline bool should_retry(int descriptor, short event) {
     if (errno == EINTR) return true;
     if (errno != EAGAIN && errno != EWOULDBLOCK) return false;
     pollfd wait{.fd = descriptor, .events = event, .revents = 0};
