@@ -143,7 +143,7 @@ void print_ratio(const Times &tavik, const Times &peer) {
     std::vector<double> ratios;
     for (std::size_t i = 0; i < peer.seconds.size(); ++i) ratios.push_back(peer.seconds[i] / tavik.seconds[i]);
     const auto [least, most] = std::minmax_element(ratios.begin(), ratios.end());
-    std::printf(" ratio %.2f %.2f ... %.2f", peer.sum_of_medians / tavik.sum_of_medians, *least, *most);
+    std::printf(" ratio %.3f %.3f ... %.3f", peer.sum_of_medians / tavik.sum_of_medians, *least, *most);
 }
 
 // Tavik's times and those of the peers, in their order.
