@@ -4,7 +4,6 @@ Colours follow the reader's light or dark mode, the background is the page's. Th
 """
 
 from dataclasses import dataclass, field
-from pathlib import Path
 from xml.sax.saxutils import escape
 
 WIDTH = 760
@@ -15,6 +14,7 @@ TOP = 30  # below the caption
 PLOT_TOP = 52  # room for the words above the highest point
 PLOT_LEFT, PLOT_RIGHT = 40, WIDTH - 130
 PLOT_HEIGHT = 200
+LINE_HEIGHT = 17
 
 STYLE = """
 text { font: 13px system-ui, sans-serif; fill: #59636e; }
@@ -91,7 +91,7 @@ class Series:
     points: list[tuple[float, float]]
     words: list[str]  # beside the points; none where they are empty
     accent: bool = False
-    below: bool = False  # the words stand below the points
+    below: list[bool] = field(default_factory=list)  # where the words stand below the points
     dashed: bool = False
     ranges: list[tuple[float, float]] = field(default_factory=list)  # lowest and highest at the points
 
@@ -140,6 +140,7 @@ def line_chart(title: str, caption: str, series: list[Series], marks: list[Mark]
     for one in series:
         draw(chart, one, [(across(x), up(y)) for x, y in one.points],
              [(up(highest), up(lowest)) for lowest, highest in one.ranges])
+    name_lines(chart, [(up(one.points[-1][1]), one) for one in series])
     return chart.svg(floor + (46 if any(mark.emphasis for mark in marks) else 28))
 
 
@@ -153,19 +154,14 @@ def draw(chart: Chart, series: Series, places: list[tuple[float, float]], ranges
         chart.elements.append(f'<circle class="{kind}-dot" cx="{x:.1f}" cy="{y:.1f}" r="3"/>')
         top, bottom = ranges[place] if ranges else (y, y)
         if words:
-            chart.text(x, bottom + 18 if series.below else top - 10, words, "accent-words" if series.accent else "", "middle")
-    x, y = places[-1]
-    chart.text(x + 28, y + 4, series.name, "accent" if series.accent else "")
+            below = series.below and series.below[place]
+            chart.text(x, bottom + 18 if below else top - 10, words, "accent-words" if series.accent else "", "middle")
 
 
-def replace_file(file: Path, text: str) -> None:
-    """The file has its old or its new text, never a part of it."""
-    part = file.with_name(file.name + ".part")
-    part.write_text(text)
-    part.rename(file)
-
-
-def write_charts(directory: Path, charts: dict[str, str]) -> None:
-    directory.mkdir(exist_ok=True)
-    for name, chart in charts.items():
-        replace_file(directory / f"{name}.svg", chart)
+def name_lines(chart: Chart, ends: list[tuple[float, Series]]) -> None:
+    """Beside their ends, or below the name above where that would cover it."""
+    lowest_free = 0.0
+    for y, series in sorted(ends, key=lambda end: end[0]):
+        y = max(y, lowest_free)
+        chart.text(PLOT_RIGHT + 28, y + 4, series.name, "accent" if series.accent else "")
+        lowest_free = y + LINE_HEIGHT

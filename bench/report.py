@@ -16,13 +16,11 @@ from dataclasses import dataclass
 from fnmatch import fnmatch
 from pathlib import Path
 
-from charts import Bar, Series, bar_chart, bit_rate_marks, line_chart, replace_file, write_charts
+from charts import Bar, Series, bar_chart, bit_rate_marks, line_chart
+from document import FRAME_LENGTH, SAMPLE_RATE, SHOWN_BIT_RATE, Report, Rows, kilobits, markdown, publish
 from hot_loops import cycles_per_iteration, hottest_loops
 from icount_profile import TOOLS, Profile, output_of, short_name, source_files, source_line
 
-FRAME_LENGTH = 1024
-PROFILED_BIT_RATE = 128000
-SAMPLE_RATE = 44100
 HOT_LOOPS = 12
 CPUS = {"Cortex-A55": "cortex-a55", "Neoverse N1": "neoverse-n1"}
 POWERS = "3/4 powers"
@@ -32,12 +30,12 @@ LISTED_TABLE = 500  # bytes from which on a table that TABLES does not know has 
 
 # By the source file of a function, below src/; the first pattern that fits counts.
 STAGES = {
-    "staging and peaks": ["interface/stream_control*", "interface/staging*", "filterbank/block_switching*",
+    "staging and peaks": ["interface/stream*", "interface/staging*", "filterbank/*switching*", "filterbank/*attack*",
                           "*peaks*"],
     "windows, MDCT, FFT": ["filterbank/*"],
-    "mid/side": ["tools/ms*", "tools/mid*"],
+    "mid/side": ["tools/ms*", "tools/mid*", "tools/*stereo*"],
     "TNS": ["tools/*"],
-    "scale factors": ["quant/scale_factors*", "quant/pow*34*"],
+    "scale factors": ["quant/scale_factor*", "quant/*pow*34*"],
     "rate loop": ["quant/*"],
     "bitstream": ["bitstream/*"],
 }
@@ -59,20 +57,6 @@ TABLES = [
     ("bands", "SwbOffset", "the standard's scale-factor bands"),
     ("gains", "_ipow20$|_gains$", "the quantizer's gain by one look-up"),
 ]
-
-Rows = list[list[str]]
-
-
-def markdown(header: list[str], rows: Rows) -> str:
-    """A table; columns of numbers are aligned to the right."""
-    numeric = [all(re.match(r"[\d*]|$", row[i]) for row in rows) for i in range(len(header))]
-    rule = ["---:" if right else "---" for right in numeric]
-    return "\n".join("| " + " | ".join(row) + " |" for row in [header, rule, *rows])
-
-
-def kilobits(bit_rate: int) -> str:
-    return f"{bit_rate // 1000} kbit/s"
-
 
 # ---- Instructions ----
 
@@ -151,7 +135,7 @@ def stage_chart(counts: dict[str, int], seconds: float) -> str:
     bars = [Bar(stage, count, f"{count / seconds / 1e6:.2f} · {100 * count / total:.0f} %")
             for stage, count in counts.items()]
     return bar_chart("AArch64 instructions by stage",
-                     f"Million instructions per second of stereo audio at {kilobits(PROFILED_BIT_RATE)}", bars)
+                     f"Million instructions per second of stereo audio at {kilobits(SHOWN_BIT_RATE)}", bars)
 
 
 def loop_table(profile: Profile, library_with_lines: Path, seconds: float) -> str:
@@ -236,13 +220,14 @@ def decoding_table(speeds: list[Speed]) -> str:
     for speed in speeds:
         peers = [speed.peers[name] for name in DECODERS]
         rows.append([kilobits(speed.bit_rate), f"{speed.tavik:.0f}", *(f"{peer.speed:.0f}" for peer in peers),
-                     *(f"**{peer.speed / speed.tavik:.2f}** ({1 / peer.high:.2f} to {1 / peer.low:.2f})" for peer in peers)])
+                     *(f"**{peer.speed / speed.tavik:.2f}** ({1 / peer.high:.2f} to {1 / peer.low:.2f})"
+                       for peer in peers)])
     table = markdown(["bit rate", "Tavik encodes, x real time",
                       *(f"{name} decodes, x real time" for name in DECODERS.values()),
                       *(f"encoding takes, times {name}'s decoding" for name in DECODERS.values())], rows)
-    times = [f"{speed.peers[name].speed / speed.tavik:.2f} times what {decoder} needs to decode it"
-             for speed in speeds if speed.bit_rate == PROFILED_BIT_RATE for name, decoder in DECODERS.items()]
-    return f"{table}\n\nAt {kilobits(PROFILED_BIT_RATE)} encoding a stream takes " + " and ".join(times) + "."
+    times = [f"{speed.peers[name].speed / speed.tavik:.2f} times as long as {decoder}'s decoding"
+             for speed in speeds if speed.bit_rate == SHOWN_BIT_RATE for name, decoder in DECODERS.items()]
+    return f"{table}\n\nAt {kilobits(SHOWN_BIT_RATE)} encoding takes {' and '.join(times)}."
 
 
 # ---- Size ----
@@ -292,15 +277,9 @@ def footprint_table(library: Path) -> str:
 # ---- Document ----
 
 
-@dataclass
-class Report:
-    tables: dict[str, str]
-    charts: dict[str, str]
-
-
 def make_report(results: Path) -> Report:
     counts = (results / "counts.txt").read_text()
-    seconds = count_by_bit_rate(counts)[PROFILED_BIT_RATE][1]
+    seconds = count_by_bit_rate(counts)[SHOWN_BIT_RATE][1]
     library = results / "libtavik.so"
     library_with_lines = results / "libtavik-lines.so"
     profile = Profile(library, results / "blocks.txt")
@@ -321,25 +300,6 @@ def make_report(results: Path) -> Report:
         "instructions": instruction_chart(counts),
         "speed": speed_chart(speeds),
     })
-
-
-def replace_tables(document: str, tables: dict[str, str]) -> str:
-    for name, table in tables.items():
-        begin, end = f"<!-- begin: {name} -->\n", f"\n<!-- end: {name} -->"
-        if document.count(begin) != 1 or document.count(end) != 1:
-            raise RuntimeError(f"the document has no place for the table {name}")
-        head, _, tail = document.partition(begin)
-        document = head + begin + table + end + tail.partition(end)[2]
-    return document
-
-
-def publish(report: Report, document: Path | None) -> None:
-    if document is None:
-        print("\n\n".join(f"## {name}\n\n{table}" for name, table in report.tables.items()))
-        return
-    text = replace_tables(document.read_text(), report.tables)
-    write_charts(document.parent / "charts", report.charts)
-    replace_file(document, text)
 
 
 def main() -> None:
