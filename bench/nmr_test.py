@@ -52,6 +52,7 @@ class NmrTest(unittest.TestCase):
         self.assertEqual(self.model.bands, 109)
         np.testing.assert_allclose(self.model.edges[:3], [80, 103.445, 127.023], atol=0.001)
         np.testing.assert_allclose(self.model.centres[[0, 1, 108]], [91.708, 115.216, 17690.045], atol=0.003)
+        np.testing.assert_allclose(decibels(self.model.offset[[0, 48, 108]]), [-3, -3, -6.75])
 
     def test_level_is_that_of_playback(self) -> None:
         """A sine at a quarter of full scale lies 12 dB below 92 dB, all its power in a few bands."""
