@@ -10,7 +10,7 @@ from collections.abc import Callable
 from dataclasses import dataclass
 from pathlib import Path
 
-from report import FRAME_LENGTH, markdown, replace_tables
+from document import FRAME_LENGTH, Report, markdown, publish
 
 MODES = {"mono": "mono", "stereo": "stereo", "two_mono": "two channels"}
 GATED = "-gated"  # the end of the names of clips that are there for the dearest call alone
@@ -80,7 +80,7 @@ def main() -> None:
         "rates": instruction_table(runs, lambda run: run.bit_rate == default_bit_rate[run.sample_rate]),
         "bit_rates": instruction_table(runs, lambda run: run.sample_rate >= 44100),
     }
-    document.write_text(replace_tables(document.read_text(), tables))
+    publish(Report(tables), document)
 
 
 if __name__ == "__main__":

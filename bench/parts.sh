@@ -1,5 +1,5 @@
 # shellcheck shell=bash
-# What scripts/benchmark and scripts/embedded-facts share; both run in the directory above.
+# What scripts/benchmark, scripts/embedded-facts and scripts/quality share; all run in the directory above.
 export LC_ALL=C
 music_dir=build/bench/music
 results=build/bench/results
@@ -45,6 +45,15 @@ make_music_clips() {
     for file in "${music[@]}"; do make_clip "$(echo "$music_dir"/*/usr/share/"$file")" "$1" "$2" "$3" -ss 30 -t 10; done
 }
 
+# make_all_clips DIRECTORY RATE CHANNELS FILE...: of the files, in full; without any of the music.
+make_all_clips() {
+    local file
+    rm -rf "$1"
+    mkdir -p "$1"
+    [ $# -gt 3 ] || make_music_clips "$@"
+    for file in "${@:4}"; do make_clip "$file" "$1" "$2" "$3"; done
+}
+
 # build DIRECTORY PRESET OPTIONS...
 build() {
     {
@@ -59,6 +68,9 @@ count_instructions() {
         -plugin "build/bench-release/bench/icount.so$1" build/bench-arm64/bench/tavik_speed --count-instructions "${@:2}"
 }
 
-# fill_tables REPORT DOCUMENT...: a script of bench/ makes its tables of the results, those of a document where one is
-# given.
-fill_tables() { PYTHONDONTWRITEBYTECODE=1 PYTHONPATH=bench/icount /usr/bin/python3 "bench/$1" "$results" "${@:2}"; }
+# fill_tables REPORT ARGUMENTS...: a script of bench/ makes its tables of the results, those of a document where one is
+# given last.
+fill_tables() { run_python "$1" "$results" "${@:2}"; }
+
+# run_python SCRIPT ARGUMENTS...: a script of bench/, by Debian's Python.
+run_python() { PYTHONDONTWRITEBYTECODE=1 PYTHONPATH=bench/icount /usr/bin/python3 "bench/$1" "${@:2}"; }

@@ -1,25 +1,26 @@
 #!/usr/bin/python3
-"""Makes the tables of docs/performance.md from what scripts/benchmark measured.
+"""Makes the tables and charts of docs/performance.md from what scripts/benchmark measured.
 
 Usage: report.py RESULTS [DOCUMENT]
 
 RESULTS is the directory with the measurements. With DOCUMENT its generated tables are replaced, each between the lines
-"<!-- begin: NAME -->" and "<!-- end: NAME -->"; otherwise they are printed.
+"<!-- begin: NAME -->" and "<!-- end: NAME -->", and the charts in the directory charts beside it; otherwise the tables
+are printed.
 """
 
 import hashlib
 import re
 import sys
 from collections import Counter
+from dataclasses import dataclass
 from fnmatch import fnmatch
 from pathlib import Path
 
+from charts import Bar, Series, bar_chart, bit_rate_marks, line_chart
+from document import FRAME_LENGTH, SAMPLE_RATE, SHOWN_BIT_RATE, Report, Rows, kilobits, markdown, publish
 from hot_loops import cycles_per_iteration, hottest_loops
 from icount_profile import TOOLS, Profile, output_of, short_name, source_files, source_line
 
-FRAME_LENGTH = 1024
-PROFILED_BIT_RATE = 128000
-SAMPLE_RATE = 44100
 HOT_LOOPS = 12
 CPUS = {"Cortex-A55": "cortex-a55", "Neoverse N1": "neoverse-n1"}
 POWERS = "3/4 powers"
@@ -29,16 +30,20 @@ LISTED_TABLE = 500  # bytes from which on a table that TABLES does not know has 
 
 # By the source file of a function, below src/; the first pattern that fits counts.
 STAGES = {
-    "staging and peaks": ["interface/stream_control*", "interface/staging*", "filterbank/block_switching*",
+    "staging and peaks": ["interface/stream*", "interface/staging*", "filterbank/*switching*", "filterbank/*attack*",
                           "*peaks*"],
     "windows, MDCT, FFT": ["filterbank/*"],
-    "mid/side": ["tools/ms*", "tools/mid*"],
+    "mid/side": ["tools/ms*", "tools/mid*", "tools/*stereo*"],
     "TNS": ["tools/*"],
-    "scale factors": ["quant/scale_factors*", "quant/pow*34*"],
+    "scale factors": ["quant/scale_factor*", "quant/*pow*34*"],
     "rate loop": ["quant/*"],
     "bitstream": ["bitstream/*"],
 }
 REST = "rest"
+
+# The peers' names in what tavik_speed prints.
+ENCODER = "ffmpeg-encoder"
+DECODERS = {"ffmpeg-decoder": "FFmpeg", "faad-decoder": "faad"}
 
 # What the tables buy: name, pattern of the symbols, text. The first pattern that fits counts.
 TABLES = [
@@ -52,20 +57,6 @@ TABLES = [
     ("bands", "SwbOffset", "the standard's scale-factor bands"),
     ("gains", "_ipow20$|_gains$", "the quantizer's gain by one look-up"),
 ]
-
-Rows = list[list[str]]
-
-
-def markdown(header: list[str], rows: Rows) -> str:
-    """A table; columns of numbers are aligned to the right."""
-    numeric = [all(re.match(r"[\d*]|$", row[i]) for row in rows) for i in range(len(header))]
-    rule = ["---:" if right else "---" for right in numeric]
-    return "\n".join("| " + " | ".join(row) + " |" for row in [header, rule, *rows])
-
-
-def kilobits(bit_rate: int) -> str:
-    return f"{bit_rate // 1000} kbit/s"
-
 
 # ---- Instructions ----
 
@@ -86,8 +77,13 @@ def clip_range(counts: str, wanted: int) -> tuple[float, float]:
     return min(rates), max(rates)
 
 
+def instruction_rates(counts: str) -> dict[int, float]:
+    """Instructions per second of audio."""
+    return {bit_rate: count / seconds for bit_rate, (count, seconds) in count_by_bit_rate(counts).items()}
+
+
 def instruction_table(counts: str) -> str:
-    rates = {bit_rate: count / seconds for bit_rate, (count, seconds) in count_by_bit_rate(counts).items()}
+    rates = instruction_rates(counts)
     rows = []
     for bit_rate, rate in rates.items():
         low, high = clip_range(counts, bit_rate)
@@ -100,6 +96,16 @@ def instruction_table(counts: str) -> str:
            "instructions of the cheapest."
 
 
+def instruction_chart(counts: str) -> str:
+    rates = instruction_rates(counts)
+    ranges = [clip_range(counts, bit_rate) for bit_rate in rates]
+    mean = Series("mean", list(rates.items()), [f"{rate / 1e6:.2f}" for rate in rates.values()], accent=True,
+                  ranges=ranges)
+    return line_chart("AArch64 instructions by bit rate",
+                      "Million instructions per second of stereo audio; thin lines: cheapest to dearest clip", [mean],
+                      bit_rate_marks(list(rates)), 0, max(high for _, high in ranges))
+
+
 def stage_of(source_file: str) -> str:
     for stage, patterns in STAGES.items():
         if any(fnmatch(source_file, pattern) for pattern in patterns):
@@ -107,17 +113,29 @@ def stage_of(source_file: str) -> str:
     return REST
 
 
-def stage_table(profile: Profile, library_with_lines: Path, seconds: float) -> str:
+def count_by_stage(profile: Profile, library_with_lines: Path) -> dict[str, int]:
     files = source_files(library_with_lines, [function.address for function in profile.functions])
-    counts = Counter({stage: 0 for stage in [*STAGES, REST]})
+    counts = {stage: 0 for stage in [*STAGES, REST]}
     for function in profile.functions:
         counts[stage_of(files[function.address])] += profile.executed_in(function)
     counts[REST] += profile.outside
+    return counts
+
+
+def stage_table(counts: dict[str, int], seconds: float) -> str:
+    total = sum(counts.values())
     frames = seconds * SAMPLE_RATE / FRAME_LENGTH * 2
-    lines = [(stage, counts[stage]) for stage in [*STAGES, REST]] + [("all", profile.total())]
-    rows = [[stage, f"{count / seconds / 1e6:.3f} M", f"{count / frames:,.0f}",
-             f"{100 * count / profile.total():.1f} %"] for stage, count in lines]
+    rows = [[stage, f"{count / seconds / 1e6:.3f} M", f"{count / frames:,.0f}", f"{100 * count / total:.1f} %"]
+            for stage, count in [*counts.items(), ("all", total)]]
     return markdown(["stage", "instructions per second of audio", "per channel and frame", "share"], rows)
+
+
+def stage_chart(counts: dict[str, int], seconds: float) -> str:
+    total = sum(counts.values())
+    bars = [Bar(stage, count, f"{count / seconds / 1e6:.2f} · {100 * count / total:.0f} %")
+            for stage, count in counts.items()]
+    return bar_chart("AArch64 instructions by stage",
+                     f"Million instructions per second of stereo audio at {kilobits(SHOWN_BIT_RATE)}", bars)
 
 
 def loop_table(profile: Profile, library_with_lines: Path, seconds: float) -> str:
@@ -146,17 +164,70 @@ def loop_table(profile: Profile, library_with_lines: Path, seconds: float) -> st
 # ---- Time ----
 
 
-def speed_table(speed: str, cpu: str) -> str:
+@dataclass
+class PeerSpeed:
+    speed: float  # x real time
+    ratio: float  # of its time to Tavik's
+    low: float  # of single repetitions
+    high: float
+
+
+@dataclass
+class Speed:
+    """All clips together at a bit rate."""
+
+    bit_rate: int
+    tavik: float
+    peers: dict[str, PeerSpeed]
+
+
+def read_speeds(text: str) -> list[Speed]:
+    speeds = []
+    for line in text.splitlines():
+        if match := re.match(r" *(\d+)  all +tavik ([\d.]+) x", line):
+            found = re.findall(r"  (\S+) ([\d.]+) x \d+ bytes ratio ([\d.]+) ([\d.]+) \.\.\. ([\d.]+)", line)
+            peers = {name: PeerSpeed(*map(float, figures)) for name, *figures in found}
+            speeds.append(Speed(int(match[1]), float(match[2]), peers))
+    return speeds
+
+
+def speed_table(speeds: list[Speed], cpu: str) -> str:
     rows: Rows = []
-    for line in speed.splitlines():
-        match = re.match(r" *(\d+)  all +([\d.]+) x .*peer +([\d.]+) x .*ratio +([\d.]+) +([\d.]+) ... ([\d.]+)", line)
-        if match:
-            rate, tavik, peer, ratio, low, high = match.groups()
-            rows.append([kilobits(int(rate)), f"{float(tavik):.0f}", f"{float(peer):.0f}", f"**{ratio}**",
-                         f"{low} to {high}"])
+    for speed in speeds:
+        peer = speed.peers[ENCODER]
+        rows.append([kilobits(speed.bit_rate), f"{speed.tavik:.0f}", f"{peer.speed:.0f}", f"**{peer.ratio:.2f}**",
+                     f"{peer.low:.2f} to {peer.high:.2f}"])
     table = markdown(["bit rate", "Tavik, x real time", "FFmpeg's encoder, x real time", "ratio",
                       "in single repetitions"], rows)
     return f"{table}\n\nOn one core of: {cpu}."
+
+
+def speed_chart(speeds: list[Speed]) -> str:
+    ours = [(speed.bit_rate, speed.tavik) for speed in speeds]
+    theirs = [(speed.bit_rate, speed.peers[ENCODER].speed) for speed in speeds]
+    series = [Series(name, points, [f"{y:.0f}" for _, y in points], accent=name == "Tavik")
+              for name, points in {"Tavik": ours, "FFmpeg": theirs}.items()]
+    marks = bit_rate_marks([speed.bit_rate for speed in speeds],
+                           [f"{speed.peers[ENCODER].ratio:.1f} x" for speed in speeds])
+    return line_chart("Speed of Tavik and of FFmpeg's encoder",
+                      "Encoding speed, x real time, on one core; below: how many times faster Tavik is", series, marks,
+                      0, max(y for _, y in ours))
+
+
+def decoding_table(speeds: list[Speed]) -> str:
+    """Beside decoders what counts is how long encoding takes in units of their time."""
+    rows: Rows = []
+    for speed in speeds:
+        peers = [speed.peers[name] for name in DECODERS]
+        rows.append([kilobits(speed.bit_rate), f"{speed.tavik:.0f}", *(f"{peer.speed:.0f}" for peer in peers),
+                     *(f"**{peer.speed / speed.tavik:.2f}** ({1 / peer.high:.2f} to {1 / peer.low:.2f})"
+                       for peer in peers)])
+    table = markdown(["bit rate", "Tavik encodes, x real time",
+                      *(f"{name} decodes, x real time" for name in DECODERS.values()),
+                      *(f"encoding takes, times {name}'s decoding" for name in DECODERS.values())], rows)
+    times = [f"{speed.peers[name].speed / speed.tavik:.2f} times as long as {decoder}'s decoding"
+             for speed in speeds if speed.bit_rate == SHOWN_BIT_RATE for name, decoder in DECODERS.items()]
+    return f"{table}\n\nAt {kilobits(SHOWN_BIT_RATE)} encoding takes {' and '.join(times)}."
 
 
 # ---- Size ----
@@ -206,40 +277,33 @@ def footprint_table(library: Path) -> str:
 # ---- Document ----
 
 
-def make_tables(results: Path) -> dict[str, str]:
+def make_report(results: Path) -> Report:
     counts = (results / "counts.txt").read_text()
-    seconds = count_by_bit_rate(counts)[PROFILED_BIT_RATE][1]
+    seconds = count_by_bit_rate(counts)[SHOWN_BIT_RATE][1]
     library = results / "libtavik.so"
+    library_with_lines = results / "libtavik-lines.so"
     profile = Profile(library, results / "blocks.txt")
+    stages = count_by_stage(profile, library_with_lines)
+    speeds = read_speeds((results / "speed.txt").read_text())
     digest = hashlib.sha256((results / "clips.txt").read_bytes()).hexdigest()[:16]
     clips = len((results / "clips.txt").read_text().splitlines())
-    return {
+    return Report({
         "clips": f"{clips} clips, {seconds:.1f} seconds of audio; digest of their samples: `{digest}`.",
         "instructions": instruction_table(counts),
-        "stages": stage_table(profile, results / "libtavik-lines.so", seconds),
-        "speed": speed_table((results / "speed.txt").read_text(), (results / "cpu.txt").read_text().strip()),
-        "loops": loop_table(profile, results / "libtavik-lines.so", seconds),
+        "stages": stage_table(stages, seconds),
+        "speed": speed_table(speeds, (results / "cpu.txt").read_text().strip()),
+        "decoding": decoding_table(speeds),
+        "loops": loop_table(profile, library_with_lines, seconds),
         "footprint": footprint_table(library),
-    }
-
-
-def replace_tables(document: str, tables: dict[str, str]) -> str:
-    for name, table in tables.items():
-        begin, end = f"<!-- begin: {name} -->\n", f"\n<!-- end: {name} -->"
-        if document.count(begin) != 1 or document.count(end) != 1:
-            raise RuntimeError(f"the document has no place for the table {name}")
-        head, _, tail = document.partition(begin)
-        document = head + begin + table + end + tail.partition(end)[2]
-    return document
+    }, {
+        "stages": stage_chart(stages, seconds),
+        "instructions": instruction_chart(counts),
+        "speed": speed_chart(speeds),
+    })
 
 
 def main() -> None:
-    tables = make_tables(Path(sys.argv[1]))
-    if len(sys.argv) > 2:
-        document = Path(sys.argv[2])
-        document.write_text(replace_tables(document.read_text(), tables))
-    else:
-        print("\n\n".join(f"## {name}\n\n{table}" for name, table in tables.items()))
+    publish(make_report(Path(sys.argv[1])), Path(sys.argv[2]) if len(sys.argv) > 2 else None)
 
 
 if __name__ == "__main__":

@@ -1,6 +1,6 @@
 // The program tavik_speed: encodes clips from memory and tells how fast, as multiples of real time, beside FFmpeg's own
-// AAC encoder if that is asked for; or lets qemu's plugin icount count the instructions. Only the encode calls are
-// inside what is measured.
+// AAC encoder and decoders of what was encoded if those are asked for; or lets qemu's plugin icount count the
+// instructions. Only the calls that encode or decode are inside what is measured.
 #include <dlfcn.h>
 #include <sched.h>
 #include <tavik.h>
@@ -15,7 +15,7 @@
 #include <vector>
 
 #include "clip.h"
-#include "encoding_pass.h"
+#include "pass.h"
 
 namespace {
 
@@ -28,14 +28,15 @@ struct Options {
     std::vector<unsigned> bit_rates{128000};  // of all channels together
     unsigned repetitions = 5;
     bool with_peer = false;
+    bool with_decoders = false;
     bool count_instructions = false;
     bool find_dearest_call = false;
     bool two_mono = false;
 };
 
-// A clip that gives no bytes is a fault of the benchmark or of the encoder, not a result.
-void require_stream(std::size_t bytes) {
-    if (bytes == 0) throw std::runtime_error("nothing was encoded");
+// A clip that gives no bytes is a fault of the benchmark or of the codec, not a result.
+void require_output(std::size_t bytes) {
+    if (bytes == 0) throw std::runtime_error("nothing was encoded or decoded");
 }
 
 // ---- Instructions ----
@@ -63,7 +64,7 @@ void count_instructions(const std::vector<Clip> &clips, unsigned bit_rate, const
         syscall(mark, mark_start, library_origin());
         const std::size_t bytes = pass->run();
         syscall(mark, mark_stop, static_cast<long>(clip.seconds() * 1e6));
-        require_stream(bytes);
+        require_output(bytes);
     }
 }
 
@@ -76,7 +77,7 @@ double processor_seconds() {
     return static_cast<double>(now.tv_sec) + 1e-9 * static_cast<double>(now.tv_nsec);
 }
 
-// Keeps the thread on the core that it is on, so that both encoders run on the same one.
+// Keeps the thread on the core that it is on, so that all that is compared runs on the same one.
 void stay_on_core() {
     const int core = sched_getcpu();
     cpu_set_t cores;
@@ -85,7 +86,7 @@ void stay_on_core() {
     if (core < 0 || sched_setaffinity(0, sizeof(cores), &cores) != 0) std::perror("cannot stay on one core");
 }
 
-// The times of one encoder with one clip, by repetition; those of several clips add up.
+// The times of one codec with one clip, by repetition; those of several clips add up.
 struct Times {
     std::vector<double> seconds;
     double sum_of_medians = 0;
@@ -98,11 +99,11 @@ double median(std::vector<double> values) {
     return values.size() % 2 == 1 ? values[middle] : (values[middle - 1] + values[middle]) / 2;
 }
 
-void time_pass(EncodingPass &pass, Times &times) {
+void time_pass(Pass &pass, Times &times) {
     const double start = processor_seconds();
     times.bytes = pass.run();
     times.seconds.push_back(processor_seconds() - start);
-    require_stream(times.bytes);
+    require_output(times.bytes);
     times.sum_of_medians = median(times.seconds);
 }
 
@@ -113,37 +114,82 @@ void add(Times &total, const Times &times) {
     total.bytes += times.bytes;
 }
 
-// One line; the ratio is followed by the smallest and the largest ratio of a single repetition.
-void print_line(unsigned bit_rate, const std::string &name, double seconds, const Times &tavik, const Times &peer) {
-    std::printf("%7u  %-24s %8.1f x %9zu bytes", bit_rate, name.c_str(), seconds / tavik.sum_of_medians, tavik.bytes);
-    if (!peer.seconds.empty()) {
-        std::vector<double> ratios;
-        for (std::size_t i = 0; i < peer.seconds.size(); ++i) ratios.push_back(peer.seconds[i] / tavik.seconds[i]);
-        const auto [least, most] = std::minmax_element(ratios.begin(), ratios.end());
-        std::printf("   peer %8.1f x %9zu bytes   ratio %6.2f  %6.2f ... %.2f", seconds / peer.sum_of_medians,
-                    peer.bytes, peer.sum_of_medians / tavik.sum_of_medians, *least, *most);
+std::vector<Peer> wanted_peers([[maybe_unused]] const Options &options) {
+    std::vector<Peer> peers;
+    if (options.with_peer) {
+#ifdef TAVIK_BENCH_LIBAVCODEC
+        peers.push_back({"ffmpeg-encoder", make_ffmpeg_encoder});
+#else
+        throw std::runtime_error("built without libavcodec, so there is no peer");
+#endif
+    }
+    if (options.with_decoders) {
+#if defined(TAVIK_BENCH_LIBAVCODEC) && defined(TAVIK_BENCH_LIBFAAD)
+        peers.push_back({"ffmpeg-decoder", make_ffmpeg_decoder});
+        peers.push_back({"faad-decoder", make_faad_decoder});
+#else
+        throw std::runtime_error("built without libavcodec or libfaad, so there are no decoders");
+#endif
+    }
+    return peers;
+}
+
+void print_speed(const std::string &name, double seconds, const Times &times) {
+    std::printf("  %s %.1f x %zu bytes", name.c_str(), seconds / times.sum_of_medians, times.bytes);
+}
+
+// A peer's time in units of Tavik's, followed by the smallest and the largest ratio of a single repetition.
+void print_ratio(const Times &tavik, const Times &peer) {
+    std::vector<double> ratios;
+    for (std::size_t i = 0; i < peer.seconds.size(); ++i) ratios.push_back(peer.seconds[i] / tavik.seconds[i]);
+    const auto [least, most] = std::minmax_element(ratios.begin(), ratios.end());
+    std::printf(" ratio %.3f %.3f ... %.3f", peer.sum_of_medians / tavik.sum_of_medians, *least, *most);
+}
+
+// Tavik's times and those of the peers, in their order.
+struct Comparison {
+    Times tavik;
+    std::vector<Times> peers;
+};
+
+// One line.
+void print(unsigned bit_rate, const std::string &clip, double seconds, const std::vector<Peer> &peers,
+           const Comparison &times) {
+    std::printf("%7u  %-24s", bit_rate, clip.c_str());
+    print_speed("tavik", seconds, times.tavik);
+    for (std::size_t i = 0; i < peers.size(); ++i) {
+        print_speed(peers[i].name, seconds, times.peers[i]);
+        print_ratio(times.tavik, times.peers[i]);
     }
     std::printf("\n");
     std::fflush(stdout);
 }
 
+// Tavik and its peers in turns.
+Comparison compare(const Clip &clip, unsigned bit_rate, const std::vector<Peer> &peers, const Options &options) {
+    const Stream stream = options.with_decoders ? encode_with_tavik(clip, bit_rate, {options.two_mono}) : Stream();
+    Comparison times{{}, std::vector<Times>(peers.size())};
+    for (unsigned repetition = 0; repetition < options.repetitions; ++repetition) {
+        time_pass(*make_tavik_pass(clip, bit_rate, {options.two_mono}), times.tavik);
+        for (std::size_t i = 0; i < peers.size(); ++i) {
+            time_pass(*peers[i].make_pass(clip, stream, bit_rate), times.peers[i]);
+        }
+    }
+    return times;
+}
+
 void measure_speed(const std::vector<Clip> &clips, unsigned bit_rate, const Options &options) {
-    Times all_tavik;
-    Times all_peer;
+    const std::vector<Peer> peers = wanted_peers(options);
+    Comparison all{{}, std::vector<Times>(peers.size())};
     double seconds = 0;
     for (const Clip &clip : clips) {
-        Times tavik;
-        Times peer;
-        for (unsigned i = 0; i < options.repetitions; ++i) {
-            time_pass(*make_tavik_pass(clip, bit_rate, {options.two_mono}), tavik);
-            if (options.with_peer) time_pass(*make_peer_pass(clip, bit_rate), peer);
-        }
-        print_line(bit_rate, clip.name, clip.seconds(), tavik, peer);
-        add(all_tavik, tavik);
-        add(all_peer, peer);
+        const Comparison times = compare(clip, bit_rate, peers, options);
+        print(bit_rate, clip.name, clip.seconds(), peers, times);
+        add(all.tavik, times.tavik);
+        for (std::size_t i = 0; i < peers.size(); ++i) add(all.peers[i], times.peers[i]);
         seconds += clip.seconds();
     }
-    print_line(bit_rate, "all", seconds, all_tavik, all_peer);
+    print(bit_rate, "all", seconds, peers, all);
 }
 
 // ---- Command line ----
@@ -164,6 +210,8 @@ void describe(CLI::App &app, Options &options) {
         ->capture_default_str()
         ->check(CLI::PositiveNumber);
     app.add_flag("--peer", options.with_peer, "Compare with FFmpeg's own encoder, its fast coder and one thread");
+    app.add_flag("--decoders", options.with_decoders,
+                 "Compare with FFmpeg's decoder, one thread, and faad's, of the streams that Tavik makes");
     app.add_flag("--count-instructions", options.count_instructions,
                  "Mark each run for qemu's plugin icount instead of taking the time");
     app.add_flag("--dearest-call", options.find_dearest_call, "Mark each call too, and learn of the dearest one");
@@ -181,9 +229,6 @@ std::vector<Clip> load_clips(const Options &options) {
 
 void measure(const Options &options) {
     const std::vector<Clip> clips = load_clips(options);
-    if (options.with_peer && make_peer_pass(clips.front(), options.bit_rates.front()) == nullptr) {
-        throw std::runtime_error("built without libavcodec, so there is no peer");
-    }
     stay_on_core();
     for (const unsigned bit_rate : options.bit_rates) {
         if (options.count_instructions) {

@@ -2,14 +2,15 @@
 
 #include <algorithm>
 #include <array>
+#include <span>
 #include <stdexcept>
 
-#include "encoding_pass.h"
+#include "pass.h"
 
 namespace tavik_bench {
 namespace {
 
-class TavikPass : public EncodingPass {
+class TavikPass : public Pass {
  public:
     TavikPass(const Clip &clip, unsigned bit_rate, const TavikOptions &options)
         : clip_(clip), after_call_(options.after_call) {
@@ -26,6 +27,22 @@ class TavikPass : public EncodingPass {
 
     std::size_t run() override {
         std::size_t bytes = 0;
+        encode([&bytes](std::span<const std::uint8_t> frame) { bytes += frame.size(); });
+        return bytes;
+    }
+
+    Stream frames() {
+        Stream stream;
+        encode([&stream](std::span<const std::uint8_t> frame) {
+            if (!frame.empty()) stream.emplace_back(frame.begin(), frame.end());
+        });
+        return stream;
+    }
+
+ private:
+    // Takes what each call gives, which may be nothing, to `take`.
+    template <typename Take>
+    void encode(Take take) {
         std::size_t position = 0;
         do {
             const std::size_t left = clip_.samples_per_channel() - position;
@@ -35,12 +52,10 @@ class TavikPass : public EncodingPass {
                          &frame_bytes);
             if (after_call_ != nullptr) after_call_();
             position += samples;
-            bytes += frame_bytes;
+            take(std::span(frame_.data(), frame_bytes));
         } while (context_.status != TAVIK_STATUS_END_OF_STREAM);
-        return bytes;
     }
 
- private:
     const Clip &clip_;
     void (*after_call_)();
     EncoderContext context_{};
@@ -49,8 +64,12 @@ class TavikPass : public EncodingPass {
 
 }  // namespace
 
-std::unique_ptr<EncodingPass> make_tavik_pass(const Clip &clip, unsigned bit_rate, const TavikOptions &options) {
+std::unique_ptr<Pass> make_tavik_pass(const Clip &clip, unsigned bit_rate, const TavikOptions &options) {
     return std::make_unique<TavikPass>(clip, bit_rate, options);
+}
+
+Stream encode_with_tavik(const Clip &clip, unsigned bit_rate, const TavikOptions &options) {
+    return TavikPass(clip, bit_rate, options).frames();
 }
 
 }  // namespace tavik_bench

@@ -33,4 +33,4 @@ install(FILES ${CMAKE_CURRENT_BINARY_DIR}/tavik.pc DESTINATION ${CMAKE_INSTALL_L
 # The layout of the source tree is kept, so that links between documents work.
 install(FILES ${PROJECT_SOURCE_DIR}/README.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT development)
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs ${PROJECT_SOURCE_DIR}/examples DESTINATION ${CMAKE_INSTALL_DOCDIR}
-        COMPONENT development FILES_MATCHING PATTERN *.md PATTERN *.c)
+        COMPONENT development FILES_MATCHING PATTERN *.md PATTERN *.svg PATTERN *.c)

@@ -1,4 +1,4 @@
-// FFmpeg's own AAC encoder, through the public interface of libavcodec.
+// FFmpeg's own AAC encoder and decoder, through the public interface of libavcodec.
 extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavutil/channel_layout.h>
@@ -9,7 +9,7 @@ extern "C" {
 #include <algorithm>
 #include <stdexcept>
 
-#include "encoding_pass.h"
+#include "pass.h"
 
 namespace tavik_bench {
 namespace {
@@ -27,9 +27,18 @@ void require(bool success, const char *what) {
     if (!success) throw std::runtime_error(std::string("libavcodec: ") + what);
 }
 
-class FfmpegPass : public EncodingPass {
+Handle<AVCodecContext> make_context(const AVCodec *codec) {
+    av_log_set_level(AV_LOG_WARNING);
+    require(codec != nullptr, "no codec aac");
+    Handle<AVCodecContext> context(avcodec_alloc_context3(codec));
+    require(context != nullptr, "no context");
+    context->thread_count = 1;
+    return context;
+}
+
+class FfmpegEncoder : public Pass {
  public:
-    FfmpegPass(const Clip &clip, unsigned bit_rate) : packet_(av_packet_alloc()) {
+    FfmpegEncoder(const Clip &clip, unsigned bit_rate) : packet_(av_packet_alloc()) {
         require(packet_ != nullptr, "no packet");
         open(clip, bit_rate);
         for (std::size_t begin = 0; begin < clip.samples_per_channel();) begin += add_frame(clip, begin);
@@ -43,15 +52,11 @@ class FfmpegPass : public EncodingPass {
 
  private:
     void open(const Clip &clip, unsigned bit_rate) {
-        av_log_set_level(AV_LOG_WARNING);
         const AVCodec *codec = avcodec_find_encoder_by_name("aac");
-        require(codec != nullptr, "no encoder aac");
-        context_.reset(avcodec_alloc_context3(codec));
-        require(context_ != nullptr, "no context");
+        context_ = make_context(codec);
         context_->bit_rate = bit_rate;
         context_->sample_rate = static_cast<int>(clip.sample_rate);
         context_->sample_fmt = AV_SAMPLE_FMT_FLTP;
-        context_->thread_count = 1;
         av_channel_layout_default(&context_->ch_layout, static_cast<int>(clip.channels));
         require(av_opt_set(context_->priv_data, "aac_coder", "fast", 0) == 0, "no fast coder");
         require(avcodec_open2(context_.get(), codec, nullptr) == 0, "configuration refused");
@@ -95,10 +100,52 @@ class FfmpegPass : public EncodingPass {
     std::vector<Handle<AVFrame>> frames_;
 };
 
+class FfmpegDecoder : public Pass {
+ public:
+    explicit FfmpegDecoder(const Stream &stream) : frame_(av_frame_alloc()) {
+        const AVCodec *codec = avcodec_find_decoder_by_name("aac");
+        context_ = make_context(codec);
+        require(frame_ != nullptr, "no frame");
+        require(avcodec_open2(context_.get(), codec, nullptr) == 0, "decoder refused");
+        for (const auto &bytes : stream) {
+            Handle<AVPacket> packet(av_packet_alloc());
+            require(packet != nullptr && av_new_packet(packet.get(), static_cast<int>(bytes.size())) == 0, "no packet");
+            std::copy(bytes.begin(), bytes.end(), packet->data);
+            packets_.push_back(std::move(packet));
+        }
+    }
+
+    std::size_t run() override {
+        std::size_t bytes = 0;
+        for (const auto &packet : packets_) bytes += send(packet.get());
+        return bytes + send(nullptr);
+    }
+
+ private:
+    // nullptr ends the stream. Returns the bytes of the samples that come out.
+    std::size_t send(const AVPacket *packet) {
+        require(avcodec_send_packet(context_.get(), packet) == 0, "packet refused");
+        std::size_t bytes = 0;
+        while (avcodec_receive_frame(context_.get(), frame_.get()) == 0) {
+            const int samples = frame_->nb_samples * frame_->ch_layout.nb_channels;
+            bytes += static_cast<std::size_t>(samples) * sizeof(float);
+        }
+        return bytes;
+    }
+
+    Handle<AVCodecContext> context_;
+    Handle<AVFrame> frame_;
+    std::vector<Handle<AVPacket>> packets_;
+};
+
 }  // namespace
 
-std::unique_ptr<EncodingPass> make_peer_pass(const Clip &clip, unsigned bit_rate) {
-    return std::make_unique<FfmpegPass>(clip, bit_rate);
+std::unique_ptr<Pass> make_ffmpeg_encoder(const Clip &clip, const Stream &, unsigned bit_rate) {
+    return std::make_unique<FfmpegEncoder>(clip, bit_rate);
+}
+
+std::unique_ptr<Pass> make_ffmpeg_decoder(const Clip &, const Stream &stream, unsigned) {
+    return std::make_unique<FfmpegDecoder>(stream);
 }
 
 }  // namespace tavik_bench
