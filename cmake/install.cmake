@@ -3,10 +3,12 @@
 include(CMakePackageConfigHelpers)
 
 install(TARGETS tavik EXPORT tavik LIBRARY COMPONENT runtime NAMELINK_COMPONENT development)
-if(TARGET tavik_v3)
-    install(TARGETS tavik_v3 LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}/glibc-hwcaps/x86-64-v3
-            COMPONENT runtime NAMELINK_SKIP)
-endif()
+foreach(level x86-64-v2 x86-64-v3)
+    if(TARGET tavik_${level})
+        install(TARGETS tavik_${level} LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}/glibc-hwcaps/${level}
+                COMPONENT runtime NAMELINK_SKIP)
+    endif()
+endforeach()
 
 install(TARGETS tavik_static EXPORT tavik ARCHIVE COMPONENT development)
 install(FILES ${PROJECT_SOURCE_DIR}/include/tavik.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development)

@@ -6,6 +6,7 @@
 // code by themselves.
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <bit>
 #include <type_traits>
@@ -124,11 +125,11 @@ inline Lanes<T, N> lane_by_lane(F f) {
     return result;
 }
 
-// Four values in the first of eight lanes, 0 in the others: bands are multiples of 4 lines.
-template <typename T>
-inline Lanes<T, 8> load_first_four(const T *from) {
-    Lanes<T, 8> lanes{};
-    __builtin_memcpy(&lanes.v, from, 4 * sizeof(T));
+// Four values in the first lanes, 0 in the others: bands are multiples of 4 lines.
+template <u32 N, typename T>
+inline Lanes<T, N> load_four(const T *from) {
+    Lanes<T, N> lanes{};
+    __builtin_memcpy(&lanes.v, from, std::min(4 * sizeof(T), sizeof lanes.v));
     return lanes;
 }
 
@@ -185,11 +186,17 @@ struct WideLanes {
     I32<N> shifted_down() const {
         return lane_by_lane<i32, N>([this](u32 lane) { return static_cast<i32>(sums[lane] >> Shift); });
     }
-    i64 total() const {
-        i64 total = 0;
-        for (const i64 sum : sums) total = wrap_add(total, sum);
-        return total;
+};
+
+// One sum of the products of all lanes in 64 bits.
+template <u32 N>
+struct WideTotal {
+    i64 sum = 0;
+
+    void add_product(I32<N> a, I32<N> b) {
+        for (u32 lane = 0; lane < N; ++lane) sum = wrap_add(sum, i64{a[lane]} * b[lane]);
     }
+    i64 total() const { return sum; }
 };
 
 // The sum of all lanes, and the largest.
@@ -214,21 +221,32 @@ inline U32<N> leading_zeros(U32<N> x) {
 // table[index]
 template <typename T, u32 N>
 inline Lanes<u32, N> look_up(const T *table, U32<N> index) {
-    return lane_by_lane<u32, N>([=](u32 lane) { return static_cast<u32>(table[index[lane]]); });
+    return [=]<u32... L>(std::integer_sequence<u32, L...>)->U32<N> {
+        return {typename U32<N>::Vector{static_cast<u32>(table[index[L]])...}};
+    }
+    (std::make_integer_sequence<u32, N>());
 }
 
 // The number of which four lanes are the digits in the given radix; the two numbers of which pairs of lanes are.
 inline i32 quad_number(I32<4> x, i32 radix);
 inline std::array<i32, 2> pair_numbers(I32<4> x, i32 radix);
 
+template <typename T, u32 N>
+inline void store_looked_up(u32 *to, const T *table, U32<N> index) {
+    std::array<u32, N> values;
+    unrolled<N>([&](auto lane) { values[lane] = static_cast<u32>(table[index[lane]]); });
+    unrolled<N>([&](auto lane) { to[lane] = values[lane]; });
+}
+
 // Every byte of the index selects one of the table's bytes; 0 where the index is no place in it.
-template <u32 N, std::size_t Size>
-inline U32<N> look_up_bytes(const std::array<u8, Size> &table, U32<N> index) {
+using ByteTable = std::array<u8, 16>;
+template <u32 N>
+inline U32<N> look_up_bytes(const ByteTable &table, U32<N> index) {
     return lane_by_lane<u32, N>([&](u32 lane) {
         u32 word = 0;
         for (u32 shift = 0; shift < 32; shift += 8) {
             const u32 i = index[lane] >> shift & 0xFF;
-            if (i < Size) word |= u32{table[i]} << shift;
+            if (i < table.size()) word |= u32{table[i]} << shift;
         }
         return word;
     });
@@ -252,6 +270,25 @@ inline Lanes<T, N> reversed(Lanes<T, N> x) {
     (std::make_index_sequence<N>{});
 }
 
+// Copies 4 N words.
+template <u32 N>
+inline void copy_four(const i32 *from, i32 *to) {
+    unrolled<4>([=](auto i) { I32<N>::load(from + i * N).store(to + i * N); });
+}
+
+// sum + |a - b|, for a difference that fits 32 bits.
+template <u32 N>
+inline I32<N> add_distance(I32<N> sum, I32<N> a, I32<N> b) {
+    return sum + abs(a - b);
+}
+
+// Lanes 0, 2 ... of a, then of b.
+template <typename T, u32 N>
+inline Lanes<T, N> every_second(Lanes<T, N> a, Lanes<T, N> b) {
+    return [&]<std::size_t... L>(std::index_sequence<L...>) { return shuffled(a, b, std::index_sequence<2 * L...>()); }
+    (std::make_index_sequence<N>());
+}
+
 // The lanes of a but the first, then the first one of b.
 template <typename T, u32 N>
 inline Lanes<T, N> without_first(Lanes<T, N> a, Lanes<T, N> b) {
@@ -259,6 +296,12 @@ inline Lanes<T, N> without_first(Lanes<T, N> a, Lanes<T, N> b) {
         return shuffled(a, b, std::index_sequence<(L + 1)...>());
     }
     (std::make_index_sequence<N>());
+}
+
+// V vectors in a row.
+template <u32 N, std::size_t V>
+inline void load_row(const i32 *from, std::array<I32<N>, V> &to) {
+    unrolled<V>([&](auto i) { to[i] = I32<N>::load(from + i * N); });
 }
 
 // 2 N words: the first N, then the others.
@@ -360,7 +403,16 @@ struct WideLanes<4> {
     I32<4> shifted_down() const {
         return {vshrn_high_n_s64(vshrn_n_s64(low, Shift), high, Shift)};
     }
-    i64 total() const { return vaddvq_s64(vaddq_s64(low, high)); }
+};
+
+template <>
+struct WideTotal<4> {
+    int64x2_t sums = vdupq_n_s64(0);
+
+    void add_product(I32<4> a, I32<4> b) {
+        sums = vmlal_high_s32(vmlal_s32(sums, vget_low_s32(a.v), vget_low_s32(b.v)), a.v, b.v);
+    }
+    i64 total() const { return vaddvq_s64(sums); }
 };
 
 inline i32 quad_number(I32<4> x, i32 radix) {
@@ -374,29 +426,28 @@ inline std::array<i32, 2> pair_numbers(I32<4> x, i32 radix) {
     return {vgetq_lane_s32(numbers, 0), vgetq_lane_s32(numbers, 1)};
 }
 
-// Indices leave the vector as two words of 64 bits.
-template <typename T>
-inline U32<4> look_up(const T *table, U32<4> index) {
-    const u64 low = vgetq_lane_u64(vreinterpretq_u64_u32(index.v), 0);
-    const u64 high = vgetq_lane_u64(vreinterpretq_u64_u32(index.v), 1);
-    uint32x4_t values = vdupq_n_u32(static_cast<u32>(table[static_cast<u32>(low)]));
-    values = vsetq_lane_u32(static_cast<u32>(table[low >> 32]), values, 1);
-    values = vsetq_lane_u32(static_cast<u32>(table[static_cast<u32>(high)]), values, 2);
-    return {vsetq_lane_u32(static_cast<u32>(table[high >> 32]), values, 3)};
-}
-
-inline U32<4> look_up_bytes(const std::array<u8, 16> &table, U32<4> index) {
+inline U32<4> look_up_bytes(const ByteTable &table, U32<4> index) {
     return {vreinterpretq_u32_u8(vqtbl1q_u8(vld1q_u8(table.data()), vreinterpretq_u8_u32(index.v)))};
 }
-inline U32<4> look_up_bytes(const std::array<u8, 32> &table, U32<4> index) {
-    return {vreinterpretq_u32_u8(vqtbl2q_u8(vld1q_u8_x2(table.data()), vreinterpretq_u8_u32(index.v)))};
-}
 
+template <>
+inline void copy_four<4>(const i32 *from, i32 *to) {
+    vst1q_s32_x4(to, vld1q_s32_x4(from));
+}
+inline I32<4> add_distance(I32<4> sum, I32<4> a, I32<4> b) { return {vabaq_s32(sum.v, a.v, b.v)}; }
 inline I32<4> reversed(I32<4> x) {
     constexpr uint8x16_t order = {12, 13, 14, 15, 8, 9, 10, 11, 4, 5, 6, 7, 0, 1, 2, 3};
     return {vreinterpretq_s32_u8(vqtbl1q_u8(vreinterpretq_u8_s32(x.v), order))};
 }
 // One instruction each, which moves the pointer on too.
+inline void load_row(const i32 *from, std::array<I32<4>, 3> &to) {
+    const int32x4x3_t x = vld1q_s32_x3(from);
+    to = {I32<4>{x.val[0]}, I32<4>{x.val[1]}, I32<4>{x.val[2]}};
+}
+inline void load_row(const i32 *from, std::array<I32<4>, 4> &to) {
+    const int32x4x4_t x = vld1q_s32_x4(from);
+    to = {I32<4>{x.val[0]}, I32<4>{x.val[1]}, I32<4>{x.val[2]}, I32<4>{x.val[3]}};
+}
 inline void load_two(const i32 *from, I32<4> &first, I32<4> &second) {
     const int32x4x2_t x = vld1q_s32_x2(from);
     first.v = x.val[0];
@@ -410,6 +461,11 @@ template <>
 inline Pairs<4> load_pairs<4>(const i32 *from) {
     const int32x4x2_t pairs = vld2q_s32(from);
     return {{pairs.val[0]}, {pairs.val[1]}};
+}
+template <>
+inline Pairs<4> load_pairs<4>(const i16 *from) {
+    const int16x4x2_t pairs = vld2_s16(from);
+    return {{vmovl_s16(pairs.val[0])}, {vmovl_s16(pairs.val[1])}};
 }
 inline void store_pairs(i32 *to, Pairs<4> x) {
     const int32x4x2_t pairs = {x.first.v, x.second.v};
@@ -445,10 +501,17 @@ struct WideLanes<4> {
     I32<4> shifted_down() const {
         return lanes_of(_mm_blend_epi16(_mm_srli_epi64(even, Shift), _mm_slli_epi64(odd, 32 - Shift), 0xCC));
     }
-    i64 total() const {
-        const __m128i pair = _mm_add_epi64(even, odd);
-        return _mm_cvtsi128_si64(_mm_add_epi64(pair, _mm_unpackhi_epi64(pair, pair)));
+};
+
+template <>
+struct WideTotal<4> {
+    __m128i sums = _mm_setzero_si128();
+
+    void add_product(I32<4> a, I32<4> b) {
+        sums = _mm_add_epi64(sums, _mm_mul_epi32(vector_of(a), vector_of(b)));
+        sums = _mm_add_epi64(sums, _mm_mul_epi32(_mm_srli_epi64(vector_of(a), 32), _mm_srli_epi64(vector_of(b), 32)));
     }
+    i64 total() const { return _mm_cvtsi128_si64(_mm_add_epi64(sums, _mm_unpackhi_epi64(sums, sums))); }
 };
 #else
 // Of unsigned words: what a word below 0 has too much, 2^32, takes the other word off the high word of the product.
@@ -509,9 +572,19 @@ struct WideLanes<8> {
     I32<8> shifted_down() const {
         return lanes_of(_mm256_blend_epi32(_mm256_srli_epi64(even, Shift), _mm256_slli_epi64(odd, 32 - Shift), 0xAA));
     }
+};
+
+template <>
+struct WideTotal<8> {
+    __m256i sums = _mm256_setzero_si256();
+
+    void add_product(I32<8> a, I32<8> b) {
+        sums = _mm256_add_epi64(sums, _mm256_mul_epi32(vector_of(a), vector_of(b)));
+        sums = _mm256_add_epi64(
+            sums, _mm256_mul_epi32(_mm256_srli_epi64(vector_of(a), 32), _mm256_srli_epi64(vector_of(b), 32)));
+    }
     i64 total() const {
-        const __m256i four = _mm256_add_epi64(even, odd);
-        const __m128i pair = _mm_add_epi64(_mm256_castsi256_si128(four), _mm256_extracti128_si256(four, 1));
+        const __m128i pair = _mm_add_epi64(_mm256_castsi256_si128(sums), _mm256_extracti128_si256(sums, 1));
         return _mm_cvtsi128_si64(_mm_add_epi64(pair, _mm_unpackhi_epi64(pair, pair)));
     }
 };

@@ -112,6 +112,10 @@ u32 find_attack(u32 sampling_rate_index, std::span<const i32, 2 * subblocks> pea
 
 }  // namespace
 
+void measure_peaks(std::span<const i32, frame_length> block, std::span<i32, subblocks> peaks) {
+    measure_peaks<native_lanes>(block, peaks);
+}
+
 WindowSequence decide_window(u32 sampling_rate_index, std::span<const i32, 2 * subblocks> peaks, u32 &short_run_active,
                              u32 &attack_index, TavikAttackDetectorState &previous) {
     const u32 attack = find_attack(sampling_rate_index, peaks, previous);

@@ -19,14 +19,16 @@ inline void measure_peaks(std::span<const i32, frame_length> block, std::span<i3
     for (i32 &peak : peaks) {
         I32<N> most{};
         for (const i32 *end = from + length; from != end; from += 4 * N) {
-            I32<N> a, b, c, d;
-            load_two(from, a, b);
-            load_two(from + 2 * N, c, d);
-            most = max(most, max(max(abs(a), abs(b)), max(abs(c), abs(d))));
+            std::array<I32<N>, 4> x;
+            load_row(from, x);
+            most = max(most, max(max(abs(x[0]), abs(x[1])), max(abs(x[2]), abs(x[3]))));
         }
         peak = largest(most);
     }
 }
+
+// The same with the lanes of this machine.
+void measure_peaks(std::span<const i32, frame_length> block, std::span<i32, subblocks> peaks);
 
 // Looks for an attack in the newer half of the block to be coded (peaks 0 to 7; 8 to 15 belong to the lookahead) and
 // moves the channel's window sequence on. `short_run_active`: between LONG_START and LONG_STOP. `attack_index`:

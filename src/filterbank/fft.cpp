@@ -1,3 +1,4 @@
+// The transform value by value, down to pairs, and then the bit reversal: the plain form of what fft.h does in lanes.
 #include "filterbank/fft.h"
 
 #include <algorithm>
@@ -5,34 +6,43 @@
 namespace tavik {
 namespace {
 
-// Real and imaginary parts apart.
-struct PlanarValues {
-    static constexpr u32 lanes = 1;
+struct Values {
     i32 *re;
     i32 *im;
 
-    Complex<1> load(u32 i) const { return {{re[i]}, {im[i]}}; }
-    void store(u32 i, Complex<1> x) const {
+    Complex<1> at(u32 i) const { return {{re[i]}, {im[i]}}; }
+    void set(u32 i, Complex<1> x) const {
         re[i] = x.re.v;
         im[i] = x.im.v;
     }
-    PlanarValues from(u32 i) const { return {re + i, im + i}; }
-    bool operator==(const PlanarValues &) const = default;
+    Values from(u32 i) const { return {re + i, im + i}; }
 };
 
-// What is left in a block of 16 values: a transform of 16, or two of 8.
-void transform_block(PlanarValues block, bool is_transform_of_16) {
-    SixteenValues<1> x;
-    for (u32 j = 0; j < 16; ++j) x[j] = block.load(j);
-    if (is_transform_of_16) {
-        step_16(&x[0]);
-        transform_4(&x[8]);
-        transform_4(&x[12]);
-    } else {
-        transform_8(&x[8]);
+// A step of size L >= 4.
+void step(Values x, u32 size) {
+    const u32 quarter = size / 4;
+    for (u32 i = 0; i < quarter; ++i) {
+        Complex<1> x0 = x.at(i), x1 = x.at(i + quarter), x2 = x.at(i + 2 * quarter), x3 = x.at(i + 3 * quarter);
+        split(x0, x1, x2, x3);
+        const auto [w1, w3] = tables::twiddle_pair<native_lanes>(i * (tables::max_fft_step / size));
+        Complex<1> y2 = rotate(x2, w1);
+        Complex<1> y3 = rotate(x3, w3);
+        if (2 * i == quarter) {
+            y2.im = scaled_difference(x2);
+            y3.re = scaled_difference(x3);
+        }
+        x.set(i, x0);
+        x.set(i + quarter, x1);
+        x.set(i + 2 * quarter, y2);
+        x.set(i + 3 * quarter, y3);
     }
-    transform_8(&x[0]);
-    for (u32 j = 0; j < 16; ++j) block.store(j, x[j]);
+}
+
+void transform_pair(Values x) {
+    Complex<1> a = x.at(0), b = x.at(1);
+    butterfly(a, b);
+    x.set(0, a);
+    x.set(1, b);
 }
 
 // Swaps every x[p] with x[bitreverse(p)], p = high row + low: bitreverse(p) = reversed[low] row + reversed[high].
@@ -51,9 +61,11 @@ void bit_reverse(std::span<i32> x, std::span<const u8> reversed) {
 
 void fft(std::span<i32> re, std::span<i32> im) {
     const auto n = static_cast<u32>(re.size());
-    const PlanarValues z{re.data(), im.data()};
-    fft_steps(z, n);
-    for (u32 b = 0; b < n / 16; ++b) transform_block(z.from(16 * b), is_transform(b));
+    const Values x{re.data(), im.data()};
+    for (u32 size = n; size >= 4; size /= 2) {
+        for_each_transform(n, size, [&](u32 p) { step(x.from(p), size); });
+    }
+    for_each_transform(n, 2, [&](u32 p) { transform_pair(x.from(p)); });
     const auto reversed = n == 512 ? std::span<const u8>(tables::reversed_5_bits) : tables::reversed_3_bits;
     bit_reverse(re, reversed);
     bit_reverse(im, reversed);

@@ -27,7 +27,6 @@ struct Complex {
 // Complex values in blocks of N: N real parts, then N imaginary parts.
 template <u32 N>
 struct ComplexBlocks {
-    static constexpr u32 lanes = N;
     i32 *words;
 
     Complex<N> load(u32 block) const {
@@ -37,6 +36,7 @@ struct ComplexBlocks {
     }
     void store(u32 block, Complex<N> x) const { store_two(words + 2 * N * block, x.re, x.im); }
     ComplexBlocks from(u32 block) const { return {words + 2 * N * block}; }
+    void advance() { words += 2 * N; }
     bool operator==(const ComplexBlocks &) const = default;
 };
 
@@ -56,9 +56,10 @@ inline void turn(Complex<N> &d, Complex<N> &e) {
     e = sum;
 }
 
-// x e^(-j a) in three multiplications. A Q30 product of x is a Q31 product of 2 x.
+// x e^(-j a) in three multiplications, by c, p and q. A Q30 product of x is a Q31 product of 2 x.
 template <u32 N>
-inline Complex<N> rotate(Complex<N> x, I32<N> c, I32<N> p, I32<N> q) {
+inline Complex<N> rotate(Complex<N> x, const std::array<I32<N>, 3> &w) {
+    const auto [c, p, q] = w;
     const I32<N> re = x.re << 1;
     const I32<N> im = x.im << 1;
     const I32<N> common = product<31>(re + im, c);
@@ -67,7 +68,7 @@ inline Complex<N> rotate(Complex<N> x, I32<N> c, I32<N> p, I32<N> q) {
 
 template <u32 N>
 inline Complex<N> rotate(Complex<N> x, tables::Twiddle w) {
-    return rotate(x, I32<N>::all(w.c), I32<N>::all(w.p), I32<N>::all(w.q));
+    return rotate(x, {I32<N>::all(w.c), I32<N>::all(w.p), I32<N>::all(w.q)});
 }
 
 // (re + im) cos(pi / 4) and (im - re) cos(pi / 4): both parts of a rotation by an eighth turn.
@@ -96,40 +97,59 @@ inline void split(Complex<N> &x0, Complex<N> &x1, Complex<N> &x2, Complex<N> &x3
     turn(x2, x3);
 }
 
-// A step of size L >= 32. At i = L/8, where a is an eighth turn and q = 0, the twiddle factors give one part of the
-// values only.
-template <typename Data>
-[[gnu::flatten, gnu::noinline]] inline void fft_step(Data z, u32 size) {
-    constexpr u32 N = Data::lanes;
+// A step of size L >= 32 with its twiddle factors. At i = L/8, where a is an eighth turn and q = 0, the twiddle factors
+// give one part of the values only: the other one is put right.
+template <u32 N>
+[[gnu::flatten, gnu::noinline]] inline void fft_step(ComplexBlocks<N> z, u32 size, const i32 *w) {
     const u32 quarter = size / 4 / N;
-    const i32 *w = tables::fft_twiddles<N>.data() + tables::twiddles_begin(size);
-    const i32 *const middle = w + quarter / 2 * N * tables::twiddle_words;
-    Data z0 = z, z1 = z.from(quarter), z2 = z.from(2 * quarter), z3 = z.from(3 * quarter);
-    const Data end = z1;
+    ComplexBlocks<N> z0 = z, z1 = z.from(quarter), z2 = z.from(2 * quarter), z3 = z.from(3 * quarter);
+    u32 blocks_left = quarter;
     do {
         Complex<N> x0 = z0.load(0);
         Complex<N> x1 = z1.load(0);
         Complex<N> x2 = z2.load(0);
         Complex<N> x3 = z3.load(0);
         split(x0, x1, x2, x3);
-        I32<N> c1, p1, q1, c3, p3, q3;
-        load_two(w, c1, p1);
-        load_two(w + 2 * N, q1, c3);
-        load_two(w + 4 * N, p3, q3);
+        std::array<I32<N>, 3> w1, w3;
+        load_row(w, w1);
+        w += 3 * N;
+        load_row(w, w3);
+        w += 3 * N;
         z0.store(0, x0);
         z1.store(0, x1);
-        const Complex<N> y2 = rotate(x2, c1, p1, q1);
-        const Complex<N> y3 = rotate(x3, c3, p3, q3);
-        z2.store(0, y2);
-        z3.store(0, y3);
-        if (w == middle) [[unlikely]] {
-            const I32<N> is_eighth_turn = q1 == I32<N>{};
-            z2.store(0, {y2.re, select(is_eighth_turn, scaled_difference(x2), y2.im)});
-            z3.store(0, {select(is_eighth_turn, scaled_difference(x3), y3.re), y3.im});
+        z2.store(0, rotate(x2, w1));
+        z3.store(0, rotate(x3, w3));
+        z0.advance(), z1.advance(), z2.advance(), z3.advance();
+        if (--blocks_left == (quarter - 1) / 2) [[unlikely]] {
+            const I32<N> is_eighth_turn = w1[2] == I32<N>{};
+            const ComplexBlocks<N> middle2 = z.from(5 * quarter / 2);
+            const ComplexBlocks<N> middle3 = z.from(7 * quarter / 2);
+            const Complex<N> y2 = middle2.load(0);
+            const Complex<N> y3 = middle3.load(0);
+            middle2.store(0, {y2.re, select(is_eighth_turn, scaled_difference(x2), y2.im)});
+            middle3.store(0, {select(is_eighth_turn, scaled_difference(x3), y3.re), y3.im});
         }
-        z0 = z0.from(1), z1 = z1.from(1), z2 = z2.from(1), z3 = z3.from(1);
-        w += N * tables::twiddle_words;
-    } while (z0 != end);
+    } while (blocks_left != 0);
+}
+
+// The twiddle factors of a step of this size: every second one of the step of twice the size. They may be the same
+// words.
+template <u32 N>
+inline const i32 *halve_twiddles(const i32 *w, u32 size, i32 *to) {
+    i32 *const end = to + size / 4 * tables::twiddle_words;
+    for (i32 *half = to; half != end; half += N * tables::twiddle_words) {
+        std::array<I32<N>, 3> even1, even3, odd1, odd3;
+        load_row(w, even1);
+        load_row(w + 3 * N, even3);
+        load_row(w + 6 * N, odd1);
+        load_row(w + 9 * N, odd3);
+        w += 12 * N;
+        unrolled<3>([&](auto i) {
+            every_second(even1[i], odd1[i]).store(half + i * N);
+            every_second(even3[i], odd3[i]).store(half + (3 + i) * N);
+        });
+    }
+    return to;
 }
 
 // Calls f(p) for the start p of every transform of `size` values that a split-radix transform of n values consists of:
@@ -145,14 +165,6 @@ inline void for_each_transform(u32 n, u32 size, F f) {
 
 // Whether the index-th run of equally many values is one of these transforms; of two quarters otherwise.
 constexpr bool is_transform(u32 index) { return std::countr_one(index) % 2 == 0; }
-
-// All steps of 32 values and more.
-template <typename Data>
-inline void fft_steps(Data z, u32 n) {
-    for (u32 size = n; size >= tables::min_fft_step; size /= 2) {
-        for_each_transform(n, size, [&](u32 p) { fft_step(z.from(p / Data::lanes), size); });
-    }
-}
 
 template <u32 N>
 using SixteenValues = std::array<Complex<N>, 16>;
@@ -177,7 +189,7 @@ inline void transform_8(Complex<N> *x) {
 template <u32 N>
 inline void step_16(Complex<N> *x) {
     constexpr tables::Twiddle w1 = tables::twiddle(32), w3 = tables::twiddle(96), w9 = tables::twiddle(288);
-    for (u32 i = 0; i < 4; ++i) split(x[i], x[i + 4], x[i + 8], x[i + 12]);
+    unrolled<4>([=](auto i) { split(x[i], x[i + 4], x[i + 8], x[i + 12]); });
     x[9] = rotate(x[9], w1);
     x[13] = rotate(x[13], w3);
     x[10] = rotate_eighth_turn(x[10]);
@@ -193,12 +205,15 @@ constexpr u32 block_in_lane(u32 b, u32 groups, u32 lane) {
 }
 
 template <u32 N>
-[[gnu::flatten]] inline void load_group(ComplexBlocks<N> z, u32 b, u32 groups, SixteenValues<N> &x) {
+inline void load_group(ComplexBlocks<N> z, u32 b, u32 groups, SixteenValues<N> &x) {
+    std::array<ComplexBlocks<N>, N> block;
+    unrolled<N>([&](auto lane) { block[lane] = z.from(block_in_lane<N>(b, groups, lane) * 16 / N); });
     for (u32 j = 0; j < 16; j += N) {
         std::array<I32<N>, N> re;
         std::array<I32<N>, N> im;
         unrolled<N>([&](auto lane) {
-            const Complex<N> values = z.load((16 * block_in_lane<N>(b, groups, lane) + j) / N);
+            const Complex<N> values = block[lane].load(0);
+            block[lane].advance();
             re[lane] = values.re;
             im[lane] = values.im;
         });
@@ -208,13 +223,12 @@ template <u32 N>
     }
 }
 
-// The outputs of a transform of 8: value j to block stride bitreverse(j).
+// Value j to block stride bitreverse(j).
 template <u32 N>
-inline void transform_8_in_order(Complex<N> *x, ComplexBlocks<N> out, u32 stride) {
-    transform_8(x);
+inline void store_in_order(const std::array<Complex<N>, 8> &y, ComplexBlocks<N> to, u32 stride) {
     unrolled<8>([&](auto i) {
-        out.store(0, x[tables::reversed_3_bits[i]]);
-        out = out.from(stride);
+        to.store(0, y[tables::reversed_3_bits[i]]);
+        to = to.from(stride);
     });
 }
 
@@ -226,31 +240,45 @@ template <u32 N>
                                                             bool are_transforms_of_16) {
     SixteenValues<N> x;
     load_group(z, b, groups, x);
+    if (are_transforms_of_16) step_16(x.data());
     const auto to = out.from(tables::reversed_5_bits[b] * groups / 32);
-    if (are_transforms_of_16) {
-        step_16(x.data());
-        transform_4(&x[8]);
-        transform_4(&x[12]);
-        unrolled<8>([&](auto i) { to.from((2 * i + 1) * groups).store(0, x[8 + tables::reversed_3_bits[i]]); });
-    } else {
-        transform_8_in_order(&x[8], to.from(groups), 2 * groups);
+#pragma GCC unroll 1  // for its size
+    for (u32 half = 0; half < 2; ++half) {
+        std::array<Complex<N>, 8> y;
+        unrolled<8>([&](auto j) { y[j] = x[8 * half + j]; });
+        if (half == 1 && are_transforms_of_16) {
+            transform_4(&y[0]);
+            transform_4(&y[4]);
+            store_in_order(y, to.from(groups), 2 * groups);
+        } else {
+            transform_8(y.data());
+            store_in_order(y, to.from(half * groups), 2 * groups);
+        }
     }
-    transform_8_in_order(&x[0], to, 2 * groups);
 }
 
 // The same values as fft() gives, for n = 512 or 64, from the blocks z to the blocks `out`. z is work space then; they
 // must not overlap. n >= 16 N.
 template <u32 N>
 [[gnu::noinline]] inline void fft(ComplexBlocks<N> z, ComplexBlocks<N> out, u32 n) {
-    fft_steps(z, n);
+    const i32 *w = tables::fft_twiddles<N>.data() + tables::twiddles_begin(n);
+    for (u32 size = n; size >= tables::min_fft_step; size /= 2) {
+        if (size <= tables::max_short_step) {
+            w = tables::fft_twiddles<N>.data() + tables::twiddles_begin(size);
+        } else if (size != n) {
+            w = halve_twiddles<N>(w, size, out.words);
+        }
+        for_each_transform(n, size, [&](u32 p) { fft_step(z.from(p / N), size, w); });
+    }
     const u32 groups = n / 16 / N;
     for (u32 b = 0; b < groups; ++b) transform_group(z, out, b, groups, is_transform(b));
     if constexpr (N > 1) {
-        // Only in the last group, of ones in binary, the number of a lane matters: it has blocks of both kinds.
+        // The number of the last group is all ones. Only there the lane matters: it has blocks of both kinds.
         const u32 last = groups - 1;
-        const auto mask = lane_by_lane<i32, N>([=](u32 lane) {
-            return is_transform(block_in_lane<N>(last, groups, lane)) == is_transform(last) ? -1 : 0;
-        });
+        const I32<N> mask = [=]<u32... Lane>(std::integer_sequence<u32, Lane...>)->I32<N> {
+            return {typename I32<N>::Vector{(is_transform(block_in_lane<N>(0, 1, Lane)) ? -1 : 0)...}};
+        }
+        (std::make_integer_sequence<u32, N>());
         transform_group(z, z, last, groups, !is_transform(last));
         for (u32 j = 0; j < 16; ++j) {
             const u32 block = j * groups + last;

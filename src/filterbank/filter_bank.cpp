@@ -1,7 +1,6 @@
 // Windows of the four window sequences, and the transform of each.
 #include "filterbank/filter_bank.h"
 
-#include <algorithm>
 #include <cstring>
 
 #include "filterbank/mdct.h"
@@ -16,9 +15,6 @@ using Block = std::span<i32, history_length>;
 constexpr u32 flat_length = (frame_length - short_length) / 2;  // 448 samples before or after a short slope
 
 constexpr i32 window_one_q23 = 1 << 23;
-
-// A short transform of 64 complex values has room for four lanes.
-constexpr u32 short_lanes = std::min(native_lanes, 4u);
 
 // The half window with a short slope: silence, slope, window value 1.
 const i32 *short_slope(std::span<i32, frame_length> half) {
@@ -48,8 +44,7 @@ void transform_shifted(History x, const Window &window, Block out, WindowSequenc
 // Short block w covers x[448 + 128 w ... 703 + 128 w].
 void transform_short_blocks(History x, Block out, std::span<i32, frame_length> scratch) {
     for (u32 w = 0; w < short_windows; ++w) {
-        windowed_mdct<short_lanes>(&x[flat_length + w * short_length], {TAVIK_SSW, TAVIK_SSW}, &out[w * short_length],
-                                   scratch.data(), short_length);
+        short_mdct(&x[flat_length + w * short_length], {TAVIK_SSW, TAVIK_SSW}, &out[w * short_length], scratch.data());
     }
 }
 
@@ -64,7 +59,7 @@ void filter_bank(History x, Block out, WindowSequence sequence, std::span<i32, f
         (sequence == WindowSequence::long_start ? window.fall : window.rise) = slope;
     }
     if (flat_shift == 0) {
-        windowed_mdct<native_lanes>(x.data(), window, out.data(), scratch.data(), frame_length);
+        long_mdct(x.data(), window, out.data(), scratch.data());
     } else {
         transform_shifted(x, window, out, sequence, scratch, flat_shift);
     }

@@ -106,6 +106,10 @@ inline void windowed_mdct(const i32 *x, const Window &window, i32 *spectrum, i32
     rotate_to_coefficients<N>(spectrum, n);
 }
 
+// The same with the lanes of this machine, for a block of 2048 samples and for one of 256.
+void long_mdct(const i32 *x, const Window &window, i32 *spectrum, i32 *scratch);
+void short_mdct(const i32 *x, const Window &window, i32 *spectrum, i32 *scratch);
+
 // buf[k] = 2^-9 sum over p < 2n of buf[p] cos(2 pi / 2n (p + n0)(k + 1/2)), n0 = (n + 1) / 2, k < n: the standard's
 // analysis MDCT / 1024, the same gain for both sizes, n = 1024 and 128. In: 2n samples up to about 2^22. Out: n
 // coefficients, within some 20 units of the exact sum; the upper half of buf is left as it was. scratch: n entries.

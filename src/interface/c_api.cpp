@@ -13,6 +13,7 @@
 #include "quant/rate_loop.h"
 #include "quant/scale_factors.h"
 #include "tables/escape_sequence.h"
+#include "tools/linear_prediction.h"
 #include "tools/ms_stereo.h"
 #include "tools/tns.h"
 
@@ -116,8 +117,7 @@ void TAVIK_FilterBank(const int32_t *history, int32_t *out, int32_t window_seque
 void TAVIK_LowPass(int32_t *spectrum, uint32_t limit) { low_pass(Spectrum(spectrum, frame_length), limit); }
 
 void TAVIK_CalcAttack(const int32_t *block, int32_t *peaks) {
-    measure_peaks<native_lanes>(std::span<const i32, frame_length>(block, frame_length),
-                                std::span<i32, subblocks>(peaks, subblocks));
+    measure_peaks(std::span<const i32, frame_length>(block, frame_length), std::span<i32, subblocks>(peaks, subblocks));
 }
 
 uint32_t TAVIK_BlockSwitch(uint32_t sampling_rate_index, const int32_t *peaks, uint32_t *short_run_active,
@@ -142,7 +142,7 @@ void TAVIK_TemporalNoiseShaping(TavikTnsData *tns, int32_t *spectrum, int32_t sa
 }
 
 void TAVIK_Autocorrelation(uint32_t n, int32_t start, const int32_t *spectrum, int64_t *r) {
-    autocorrelation(std::span<const i32>(spectrum + start, n), std::span<i64, tns_lags>(r, tns_lags));
+    wide_autocorrelation(std::span<const i32>(spectrum + start, n), std::span<i64, tns_lags>(r, tns_lags));
 }
 
 int32_t TAVIK_q47exp4(int64_t x) { return q47_exponent(x); }

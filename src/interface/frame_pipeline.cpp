@@ -127,7 +127,7 @@ PerChannel<WindowSequence> decide_windows(EncoderState &state) {
     for (u32 channel = 0; channel < block.num_channels; ++channel) {
         const auto peaks = std::span(block.subblock_peak[channel]);
         copy_elements(peaks.data() + subblocks, subblocks, peaks.data());
-        measure_peaks<native_lanes>(state.lookahead_input[channel], peaks.last<subblocks>());
+        measure_peaks(state.lookahead_input[channel], peaks.last<subblocks>());
         if (block.block_switching_active == 0) continue;
         previous[channel] = block.window_sequence[channel];
         block.window_sequence[channel] =

@@ -15,21 +15,19 @@ void stage_input(EncoderState &state, const i16 *pcm, u32 count);
 template <u32 N>
 inline void copy_frame(const i32 *from, i32 *to) {
     for (const i32 *end = from + frame_length; from != end; from += 4 * N, to += 4 * N) {
-        I32<N> a, b, c, d;
-        load_two(from, a, b);
-        load_two(from + 2 * N, c, d);
-        store_two(to, a, b);
-        store_two(to + 2 * N, c, d);
+        copy_four<N>(from, to);
     }
 }
 
 // The first `count` pairs of a stereo frame, a multiple of 8.
 template <u32 N>
 inline void read_stereo(const i16 *pcm, u32 count, i32 *left, i32 *right) {
-    for (const i32 *end = left + count; left != end; left += N, right += N, pcm += 2 * N) {
-        const Pairs<N> samples = load_pairs<N>(pcm);
-        samples.first.store(left);
-        samples.second.store(right);
+    constexpr u32 M = std::min(N, 4u);
+    for (const i32 *end = left + count; left != end; left += 2 * M, right += 2 * M, pcm += 4 * M) {
+        const Pairs<M> low = load_pairs<M>(pcm);
+        const Pairs<M> high = load_pairs<M>(pcm + 2 * M);
+        store_two(left, low.first, high.first);
+        store_two(right, low.second, high.second);
     }
 }
 

@@ -98,9 +98,8 @@ inline PairBits count_pairs(const BandLines &band, u32 gain, const tables::Packe
 }
 
 // What a magnitude below 2^15 takes beside its codeword, by its leading zeros in 16 bits: a sign bit, and from 16 on an
-// escape sequence of 2 floor(log2 q) - 3 bits. Nothing for 0.
-inline constexpr std::array<u8, 32> sign_and_escape_bits = {0, 0,  0,  0,  0,  0,  0,  0,  0,  0,  0, 0, 0, 0, 0, 0,
-                                                            0, 26, 24, 22, 20, 18, 16, 14, 12, 10, 8, 6, 1, 1, 1, 1};
+// escape sequence of 2 floor(log2 q) - 3 bits. Nothing for 0, which has 16.
+inline constexpr std::array<u8, 16> sign_and_escape_bits = {0, 26, 24, 22, 20, 18, 16, 14, 12, 10, 8, 6, 1, 1, 1, 1};
 
 // Codebook 11 where the products fit 32 bits. Without escape sequences, magnitudes of 16 and more, there are only signs
 // to add.
@@ -113,7 +112,7 @@ inline u32 count_escape_pairs(const BandLines &band, u32 gain) {
         band, [=](U32<4> pow34, I32<4>) { return quantize(pow34, gains); },
         [&](I32<4> q) {
             const U32<4> magnitudes = q.as<u32>();
-            more_bits += HasEscapes ? look_up_bytes(sign_and_escape_bits, leading_zeros(magnitudes))
+            more_bits += HasEscapes ? look_up_bytes(sign_and_escape_bits, leading_zeros(magnitudes) - U32<4>::all(16))
                                     : min(magnitudes, U32<4>::all(1));
             return pair_lengths(min(q, flag), tables::escape_radix, TAVIK_ZOLF_huff110);
         });

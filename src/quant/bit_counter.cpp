@@ -21,21 +21,26 @@ BandCost cheaper_of_pair(PairBits bits, u32 higher) {
     return more >= 0 ? BandCost{higher - 1, lower_bits} : BandCost{higher, lower_bits + static_cast<u32>(more)};
 }
 
-// `largest`: the band's largest value, 1 ... 4095.
+// `largest`: the band's largest value, 1 ... 4095. It tells the pair of codebooks, as TAVIK_codebook does.
 BandCost count_band(const BandLines &band, u32 gain, u32 largest) {
     using namespace tables;
-    const u32 higher = largest < std::size(TAVIK_codebook) ? TAVIK_codebook[largest] : escape_codebook;
-    switch (higher) {
-        case 2: return cheaper_of_pair(count_signed_quads(band, gain), higher);
-        case 4: return cheaper_of_pair(count_quads(band, gain), higher);
-        case 6: return cheaper_of_pair(count_signed_pairs(band, gain), higher);
-        case escape_codebook:
-            return {higher, largest < u32{escape_flag} ? count_escape_pairs<false>(band, gain)
-                                                       : count_escape_pairs<true>(band, gain)};
-        default:
-            const bool radix_8 = higher == 8;
-            const PackedLength *lengths = radix_8 ? pair_8_lengths.data() : pair_13_lengths.data();
-            return cheaper_of_pair(count_pairs(band, gain, lengths, radix_8 ? 8 : 13), higher);
+    switch (largest) {
+        case 1: return cheaper_of_pair(count_signed_quads(band, gain), 2);
+        case 2: return cheaper_of_pair(count_quads(band, gain), 4);
+        case 3:
+        case 4: return cheaper_of_pair(count_signed_pairs(band, gain), 6);
+        case 5:
+        case 6:
+        case 7: return cheaper_of_pair(count_pairs(band, gain, pair_8_lengths.data(), 8), 8);
+        case 8:
+        case 9:
+        case 10:
+        case 11:
+        case 12: return cheaper_of_pair(count_pairs(band, gain, pair_13_lengths.data(), 13), 10);
+        case 13:
+        case 14:
+        case 15: return {escape_codebook, count_escape_pairs<false>(band, gain)};
+        default: return {escape_codebook, count_escape_pairs<true>(band, gain)};
     }
 }
 

@@ -11,11 +11,13 @@
 
 namespace tavik {
 
+inline constexpr u32 max_pow34_magnitude = (1u << 23) - 1;
+
 // 3/4 power of 8 a for a = 2^11 ... 2^23 - 1: with j doublings from the table's range, the table's power of 8 a / 2^j
 // times 2^(3 j / 4).
 inline u32 large_pow34(u32 a) {
     const auto j = static_cast<u32>(std::bit_width(a)) - 12;
-    const u32 power_q11 = tables::pow34_q11[(a << 3 >> j) - tables::pow34_table_begin + tables::small_pow34_entries];
+    const u32 power_q11 = tables::pow34_q11[(a << 3 >> j) - tables::pow34_table_begin + tables::pow34_own_entries];
     const u32 dropped = tables::pow34_dropped_bits[j];
     return ((power_q11 >> dropped) * tables::pow34_scale[j]) >> (15 - dropped);
 }
@@ -23,39 +25,42 @@ inline u32 large_pow34(u32 a) {
 // About floor((8 a)^(3/4)): exactly the largest integer below it for 0 < a < 4096, within 0.6 % above. A magnitude of
 // 2^23 or more counts as 2^23 - 1. 0, or 4 ... 741381.
 inline u32 pow34(u32 a) {
-    constexpr u32 largest = (1u << 23) - 1;
-    return a < tables::small_pow34_entries ? tables::small_pow34[a] : large_pow34(std::min(a, largest));
+    return a < tables::small_pow34_entries ? tables::small_pow34[a] : large_pow34(std::min(a, max_pow34_magnitude));
 }
 
 // The same in lanes, for magnitudes below 2^23. The table holds the powers of small magnitudes too, in the same Q
 // format; they have j = 0 like those up to 4096, and of both indices below theirs is the larger.
 template <u32 N>
 inline U32<N> pow34_in_lanes(U32<N> a) {
-    constexpr u32 first_index = tables::pow34_table_begin - tables::small_pow34_entries;
+    constexpr u32 first_index = tables::pow34_table_begin - tables::pow34_own_entries;
     const auto all = [](u32 value) { return U32<N>::all(value); };
     const U32<N> j = all(32 - 12) - min(leading_zeros(a), all(32 - 12));
     const U32<N> n = (a << 3) >> j;
-    const I32<N> small_index = min(a, all(tables::small_pow34_entries - 1)).template as<i32>();
+    const I32<N> small_index = min(a, all(tables::pow34_own_entries - 1)).template as<i32>();
     const I32<N> index = max(small_index, (n - all(first_index)).template as<i32>());
     const U32<N> power_q11 = look_up(tables::pow34_q11.data(), index.template as<u32>());
-    // Bytes 2 j and 2 j + 1 of the scales; the other indices lie beyond the table.
-    const U32<N> scale = look_up_bytes(tables::pow34_scale_bytes, all(0xFFFF0100) + all(0x0202) * j);
-    const U32<N> dropped = look_up_bytes(tables::pow34_dropped_bits, j);  // none for the upper bytes, j = 0
+    // A word is looked up byte by byte. Its upper bytes find entry 0, which is 0; in the scale's low bytes, where it is
+    // not, they point past the table.
+    const U32<N> dropped = look_up_bytes(tables::pow34_dropped_bits, j);
+    const U32<N> j_alone = j | all(0xFFFFFF00);
+    const U32<N> scale =
+        look_up_bytes(tables::pow34_scale_low, j_alone) | look_up_bytes(tables::pow34_scale_high, j_alone << 8);
     return ((power_q11 >> dropped) * scale) >> (all(15) - dropped);
 }
 
-// The largest of f(values), a multiple of 4 of them.
+// The largest of f(values), a multiple of 4 of them: eight at a time, after an odd four.
 template <u32 N, typename T, typename F>
 inline u32 largest_of(const T *values, u32 count, F f) {
     const T *const end = values + count;
     U32<N> most{};
-    if constexpr (N == 8) {
-        if (count % 8 != 0) {
-            most = f(load_first_four(values));
-            values += 4;
-        }
+    if (N > 1 && count % 8 != 0) {
+        most = f(load_four<N>(values));
+        values += 4;
     }
-    for (; values != end; values += N) most = max(most, f(Lanes<T, N>::load(values)));
+    constexpr u32 step = N == 1 ? 1 : 8;
+    for (; values != end; values += step) {
+        unrolled<step / N>([&](auto i) { most = max(most, f(Lanes<T, N>::load(values + i * N))); });
+    }
     return largest(most);
 }
 
@@ -64,22 +69,34 @@ inline U32<N> magnitudes(I32<N> x) {
     return abs(x).template as<u32>();
 }
 
+// Small powers of a band, eight lines at a time after an odd four.
+template <u32 N>
+inline void look_up_small_powers(const i32 *x, u32 count, u32 *out) {
+    const auto look_up = [](const i32 *lines, u32 *powers) {
+        store_looked_up(powers, tables::small_pow34.data(), magnitudes(I32<N>::load(lines)));
+    };
+    const i32 *const end = x + count;
+    if (N == 4 && count % 8 != 0) {
+        look_up(x, out);
+        x += 4, out += 4;
+    }
+    constexpr u32 step = N == 1 ? 1 : 8;
+    for (; x != end; x += step, out += step) unrolled<step / N>([=](auto i) { look_up(x + i * N, out + i * N); });
+}
+
 // out[k] = (8 |x[k]|)^(3/4), as pow34() has it, of a band: a multiple of 4 lines. Returns the largest. Most bands have
 // small lines only, which take one look-up each.
 template <u32 N>
 inline u32 raise_to_three_quarters(const i32 *x, u32 count, u32 *out) {
     constexpr u32 M = std::min(N, 4u);
     const u32 magnitude_of_band = largest_of<N>(x, count, [](auto lanes) { return magnitudes(lanes); });
-    const i32 *const end = x + count;
     if (magnitude_of_band < tables::small_pow34_entries) {
-        for (; x != end; x += M, out += M) {
-            look_up(tables::small_pow34.data(), magnitudes(I32<M>::load(x))).store(out);
-        }
+        look_up_small_powers<M>(x, count, out);
         return tables::small_pow34[magnitude_of_band];
     }
     U32<M> most{};
-    for (; x != end; x += M, out += M) {
-        const U32<M> a = min(magnitudes(I32<M>::load(x)), U32<M>::all((1u << 23) - 1));
+    for (const i32 *const end = x + count; x != end; x += M, out += M) {
+        const U32<M> a = min(magnitudes(I32<M>::load(x)), U32<M>::all(max_pow34_magnitude));
         U32<M> power;
         if constexpr (shifts_lane_by_lane && M > 1) {
             power = pow34_in_lanes(a);

@@ -21,6 +21,7 @@ struct RateBand {
 struct RateBands {
     std::array<RateBand, max_bands> bands;
     u32 count;
+    u32 all_zero_common_sf;  // from here on every band is quantized to zero, whatever its lines
 
     const RateBand *begin() const { return bands.data(); }
     const RateBand *end() const { return bands.data() + count; }

@@ -10,14 +10,6 @@
 namespace tavik {
 namespace {
 
-// The smallest common_sf with which every coded band is quantized to zero, whatever its lines.
-u32 smallest_silent_sf(const RateBands &bands) {
-    constexpr u32 without_offset = first_silencing_gain - scale_factor_base;
-    u32 smallest_offset = without_offset;
-    for (const RateBand &band : bands) smallest_offset = std::min(smallest_offset, u32{band.sf_offset});
-    return without_offset - smallest_offset;
-}
-
 // From so many bits on the search only goes upward, however many there are. A target below 0 sets no such mark: there
 // the first step depends on the very count.
 u32 bits_that_are_enough(RateTarget target) {
@@ -98,7 +90,7 @@ u32 run_rate_loop(CodingBlock &block, const ChannelData &data, u32 channel) {
     const RateTarget target{block.bits_target[channel], block.bits_tolerance[channel]};
     Trials trials(bands, data, section_length_field(block.num_window_groups[channel] == 1),
                   bits_that_are_enough(target));
-    RateSearch search(block.common_sf[channel], smallest_silent_sf(bands), target,
+    RateSearch search(block.common_sf[channel], bands.all_zero_common_sf, target,
                       [&](u32 common_sf) { return trials.count(common_sf); });
     const u32 common_sf = search.run();
     trials.settle(common_sf);

@@ -130,19 +130,20 @@ bool is_fine_transition(const CodingBlock &block, u32 channel) {
 
 void estimate_scale_factors(CodingBlock &block, Pow34 pow34_out, ConstSpectrum spectrum, BandArray band_sf_offset,
                             std::span<i32, max_bands> band_peaks, u32 channel) {
-    block.has_signal[channel] = 0;
     const i32 transition = is_fine_transition(block, channel) ? 1 : 0;
     const OffsetRule *rule = offset_rules;
     i32 *band_peak = band_peaks.data();
-    for (const Band band : coded_bands(block, channel)) {
+    u32 signal = 0;
+    for_each_coded_band(block, channel, block.sfb_offset[channel].data(), [&](const Band &band) {
         if (band.number == 0) rule = first_rule(block, channel, band.group);
         if (band.number > rule->last_band) ++rule;
         const u32 peak =
             raise_to_three_quarters<native_lanes>(&spectrum[band.begin], band.width, &pow34_out[band.begin]);
         *band_peak++ = static_cast<i32>(peak);
-        if (peak != 0) block.has_signal[channel] = 1;
+        signal |= peak;
         band_sf_offset[band.entry()] = peak == 0 ? 0 : (*rule)(starting_offset(peak) - transition);
-    }
+    });
+    block.has_signal[channel] = signal != 0 ? 1 : 0;
 }
 
 }  // namespace tavik

@@ -33,17 +33,22 @@ constexpr Twiddle twiddle(u32 k) {
     return twiddle;
 }
 
-// The twiddle factors of the steps of 32, 64 ... 512, ready for N lanes: for each N neighbours i the N values c, p and
-// q of w1, then those of w3. Smaller steps come first.
+// The twiddle factors of the steps of 32, 64 and 512, ready for N lanes: for each N neighbours i the N values c, p and
+// q of w1, then those of w3. Those of 256 and 128 are every second one of the step of twice the size.
 inline constexpr u32 min_fft_step = 32;
+inline constexpr u32 max_short_step = 64;
 inline constexpr u32 twiddle_words = 6;
 
-constexpr u32 twiddles_begin(u32 step) { return (step - min_fft_step) / 4 * twiddle_words; }
+// Where those of a step begin.
+constexpr u32 twiddles_begin(u32 step) {
+    constexpr u32 short_steps = (2 * max_short_step - min_fft_step) / 4;
+    return (step == max_fft_step ? short_steps : (step - min_fft_step) / 4) * twiddle_words;
+}
 
 template <u32 N>
 consteval auto make_fft_twiddles() {
-    std::array<i32, twiddles_begin(2 * max_fft_step)> table{};
-    for (u32 step = min_fft_step; step <= max_fft_step; step *= 2) {
+    std::array<i32, twiddles_begin(max_fft_step) + max_fft_step / 4 * twiddle_words> table{};
+    for (const u32 step : {min_fft_step, max_short_step, max_fft_step}) {
         for (u32 i = 0; i < step / 4; ++i) {
             u32 entry = twiddles_begin(step) + i / N * N * twiddle_words + i % N;
             for (const u32 multiple : {1u, 3u}) {
@@ -60,6 +65,16 @@ consteval auto make_fft_twiddles() {
 
 template <u32 N>
 inline constexpr std::array fft_twiddles = make_fft_twiddles<N>();
+
+// w1 and w3 of the step of 512 for i < 128, out of the table for N lanes.
+struct TwiddlePair {
+    Twiddle w1, w3;
+};
+template <u32 N>
+constexpr TwiddlePair twiddle_pair(u32 i) {
+    const i32 *w = &fft_twiddles<N>[twiddles_begin(max_fft_step) + i / N * N * twiddle_words + i % N];
+    return {{w[0], w[N], w[2 * N]}, {w[3 * N], w[4 * N], w[5 * N]}};
+}
 
 // The indices below N, a power of two, with their bits in reverse order.
 template <std::size_t N>

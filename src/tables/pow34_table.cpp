@@ -19,16 +19,20 @@ consteval u32 largest_below_pow34(u32 n, u32 q) {
 
 consteval std::array<u16, small_pow34_entries> make_small_pow34() {
     std::array<u16, small_pow34_entries> powers{};
-    for (u32 a = 0; a < small_pow34_entries; ++a) powers[a] = static_cast<u16>(largest_below_pow34(8 * a, 0));
+    u32 a = 0;
+    for (; a < 1u << 12; ++a) powers[a] = static_cast<u16>(largest_below_pow34(8 * a, 0));
+    for (; a < small_pow34_entries; ++a) {  // one doubling
+        powers[a] = static_cast<u16>(largest_below_pow34(4 * a, 11) * pow34_scale[1] >> 15);
+    }
     return powers;
 }
 
 consteval std::array<u32, pow34_entries> make_pow34_q11() {
     constexpr u32 q = 11;
     std::array<u32, pow34_entries> powers{};
-    for (u32 a = 0; a < small_pow34_entries; ++a) powers[a] = largest_below_pow34(8 * a, 0) << q;
-    for (u32 i = small_pow34_entries; i < pow34_entries; ++i) {
-        powers[i] = largest_below_pow34(pow34_table_begin + i - small_pow34_entries, q);
+    for (u32 a = 0; a < pow34_own_entries; ++a) powers[a] = largest_below_pow34(8 * a, 0) << q;
+    for (u32 i = pow34_own_entries; i < pow34_entries; ++i) {
+        powers[i] = largest_below_pow34(pow34_table_begin + i - pow34_own_entries, q);
     }
     return powers;
 }

@@ -41,7 +41,7 @@ template <u32 N>
 struct WideSum {
     static constexpr u32 lanes = N;
     static constexpr u32 first_lag = 0;
-    WideLanes<N> value{};
+    WideTotal<N> value{};
     void add(I32<N> a, I32<N> b) { value.add_product(a, b); }
     i64 total() const { return value.total(); }
 };
@@ -67,20 +67,29 @@ inline Segments segments_of(std::span<const i32> x, const PaddedHead<Block> &hea
              {x.data() + head.lines(), (x.size() - head.lines()) / Block}}};
 }
 
-// Adds to the sums of lags R, R + N, R + 2 N ... those of the 2 N lines from p on. Their partners are N lines apart, so
-// that each vector serves two of these lags.
-template <u32 R, typename Sum, std::size_t Sums>
-inline void add_lags(std::array<Sum, Sums> &sums, I32<Sum::lanes> low, I32<Sum::lanes> high, const i32 *p) {
-    constexpr u32 N = Sum::lanes;
-    I32<N> high_below = R == 0 ? high : I32<N>::load(p + N - R);
-    unrolled<(tns_lags - R + N - 1) / N>([&](auto i) {
+template <typename Sum>
+using LagSums = std::array<Sum, tns_lags - Sum::first_lag>;
+
+// The partners of 2 N lines from p on in lags R, R + N ... : vectors N lines apart, from the largest lag up to p + N -
+// R.
+template <u32 R, u32 N>
+using Partners = std::array<I32<N>, (tns_lags - R + N - 1) / N + 1>;
+
+template <u32 R, u32 N>
+inline void load_partners(const i32 *p, Partners<R, N> &x) {
+    load_row(p + 2 * N - R - x.size() * N, x);
+}
+
+// Adds to the sums of these lags. Each vector serves two of them.
+template <u32 R, typename Sum, u32 N>
+inline void add_lags(LagSums<Sum> &sums, I32<N> low, I32<N> high, const Partners<R, N> &x) {
+    constexpr u32 lags = std::tuple_size_v<Partners<R, N>> - 1;
+    unrolled<lags>([&](auto i) {
         constexpr u32 lag = R + i * N;
-        const I32<N> low_below = lag == 0 ? low : I32<N>::load(p - lag);
         if constexpr (lag >= Sum::first_lag) {
-            sums[lag - Sum::first_lag].add(low, low_below);
-            sums[lag - Sum::first_lag].add(high, high_below);
+            sums[lag - Sum::first_lag].add(low, x[lags - 1 - i]);
+            sums[lag - Sum::first_lag].add(high, x[lags - i]);
         }
-        high_below = low_below;
     });
 }
 
@@ -90,16 +99,25 @@ template <typename Sum>
 [[gnu::flatten, gnu::noinline]] inline void sum_lags(std::span<const i32> x, std::span<i64, tns_lags> r) {
     constexpr u32 N = Sum::lanes;
     const PaddedHead<2 * N> head(x);
-    std::array<Sum, tns_lags - Sum::first_lag> sums{};
+    LagSums<Sum> totals{};
     for (const Segment &segment : segments_of(x, head)) {
+        LagSums<Sum> sums = totals;  // in registers
         const i32 *p = segment.lines;
         for (std::size_t blocks = segment.blocks; blocks != 0; --blocks, p += 2 * N) {
-            I32<N> low, high;
-            load_two(p, low, high);
-            unrolled<N>([&](auto residue) { add_lags<residue>(sums, low, high, p); });
+            Partners<0, N> own;
+            load_partners<0, N>(p, own);
+            const I32<N> low = own[own.size() - 2];
+            const I32<N> high = own[own.size() - 1];
+            add_lags<0, Sum, N>(sums, low, high, own);
+            unrolled<N - 1>([&](auto i) {
+                Partners<i + 1, N> partners;
+                load_partners<i + 1, N>(p, partners);
+                add_lags<i + 1, Sum, N>(sums, low, high, partners);
+            });
         }
+        totals = sums;
     }
-    for (u32 lag = Sum::first_lag; lag < tns_lags; ++lag) r[lag] = sums[lag - Sum::first_lag].total();
+    for (u32 lag = Sum::first_lag; lag < tns_lags; ++lag) r[lag] = totals[lag - Sum::first_lag].total();
 }
 
 // The lag sums of lines below 2^24. Any sum of products of lines with lines a lag below is at most the energy, r[0], by
@@ -107,9 +125,14 @@ template <typename Sum>
 // do.
 template <u32 N>
 inline void autocorrelation(std::span<const i32> x, std::span<i64, tns_lags> r) {
-    WideLanes<N> energy{};
-    const std::size_t in_vectors = x.size() / N * N;
-    for (std::size_t i = 0; i < in_vectors; i += N) energy.add_product(I32<N>::load(&x[i]), I32<N>::load(&x[i]));
+    WideTotal<N> energy{};
+    const std::size_t in_vectors = x.size() / (2 * N) * (2 * N);
+    for (std::size_t i = 0; i < in_vectors; i += 2 * N) {
+        I32<N> low, high;
+        load_two(&x[i], low, high);
+        energy.add_product(low, low);
+        energy.add_product(high, high);
+    }
     r[0] = energy.total();
     for (std::size_t i = in_vectors; i < x.size(); ++i) r[0] += i64{x[i]} * x[i];
     if (r[0] >> 31 == 0) {
@@ -185,11 +208,12 @@ inline bool prediction_gain_is_low(std::span<const i64, tns_lags> r) {
 template <u32 N>
 [[gnu::flatten]] inline void filter_lines(i32 *end, std::size_t vectors,
                                           std::span<const i32, tables::tns_max_order> c_q24) {
+    std::array<I32<N>, tables::tns_max_order> c;
+    unrolled<tables::tns_max_order>([&](auto i) { c[i] = I32<N>::all(c_q24[i]); });
     for (i32 *p = end; vectors != 0; --vectors) {
         p -= N;
         WideLanes<N> sum{};
-        unrolled<tables::tns_max_order>(
-            [&](auto i) { sum.add_product(I32<N>::load(p - 1 - i), I32<N>::all(c_q24[i])); });
+        unrolled<tables::tns_max_order>([&](auto i) { sum.add_product(I32<N>::load(p - 1 - i), c[i]); });
         (I32<N>::load(p) + sum.template shifted_down<24>()).store(p);
     }
 }
@@ -202,5 +226,11 @@ inline void shaping_filter(std::span<i32> x, std::span<const i32, tables::tns_ma
     filter_lines<N>(head.end(), head.blocks(), c_q24);
     for (std::size_t i = 0; i < head.lines(); ++i) x[i] = head.line_0()[i];
 }
+
+// All of them with the lanes of this machine; wide_autocorrelation() for lines of any size.
+void autocorrelation(std::span<const i32> x, std::span<i64, tns_lags> r);
+void wide_autocorrelation(std::span<const i32> x, std::span<i64, tns_lags> r);
+bool prediction_gain_is_low(std::span<const i64, tns_lags> r);
+void shaping_filter(std::span<i32> x, std::span<const i32, tables::tns_max_order> c_q24);
 
 }  // namespace tavik

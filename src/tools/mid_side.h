@@ -1,6 +1,8 @@
 // Kernels of mid/side stereo, over whole bands of long blocks: multiples of 4 lines.
 #pragma once
 
+#include <algorithm>
+
 #include "common/encoder_context.h"
 #include "common/lanes.h"
 
@@ -19,35 +21,32 @@ struct LaneSums {
     I32<N> both{};
     I32<N> side{};
 
-    void add(const i32 *left, const i32 *right) {
-        const I32<N> l = I32<N>::load(left) >> 1;
-        const I32<N> r = I32<N>::load(right) >> 1;
-        both += abs(l) + abs(r);
-        side += abs(l - r);
+    void add(I32<N> left, I32<N> right) {
+        const I32<N> l = left >> 1;
+        const I32<N> r = right >> 1;
+        both = add_distance(add_distance(both, l, I32<N>{}), r, I32<N>{});
+        side = add_distance(side, l, r);
     }
 };
 
-// The sums of each band; band b has the lines offsets[b] ... offsets[b + 1] - 1.
+// The sums of each band; band b has the lines offsets[b] ... offsets[b + 1] - 1. Eight lines at a time, after an odd
+// four.
 template <u32 N>
 inline void band_sums(ConstSpectrum left, ConstSpectrum right, const u32 *offsets, std::span<BandSums> sums) {
+    constexpr u32 step = N == 1 ? 1 : 8;
     const i32 *l = left.data() + offsets[0];
     const i32 *r = right.data() + offsets[0];
     for (BandSums &sum_of_band : sums) {
         const i32 *const end = left.data() + *++offsets;
-        i32 both = 0;
-        i32 side = 0;
-        if constexpr (N == 8) {
-            if ((end - l) % 8 != 0) {
-                LaneSums<4> four;
-                four.add(l, r);
-                l += 4, r += 4;
-                both = sum(four.both);
-                side = sum(four.side);
-            }
-        }
         LaneSums<N> lanes;
-        for (; l != end; l += N, r += N) lanes.add(l, r);
-        sum_of_band = {wrap_add(both, sum(lanes.both)) >> 5, wrap_add(side, sum(lanes.side)) >> 5};
+        if (N > 1 && (end - l) % 8 != 0) {
+            lanes.add(load_four<N>(l), load_four<N>(r));
+            l += 4, r += 4;
+        }
+        for (; l != end; l += step, r += step) {
+            unrolled<step / N>([&](auto i) { lanes.add(I32<N>::load(l + i * N), I32<N>::load(r + i * N)); });
+        }
+        sum_of_band = {sum(lanes.both) >> 5, sum(lanes.side) >> 5};
     }
 }
 
@@ -62,16 +61,25 @@ inline void store_mid_side(i32 *left, i32 *right) {
 // (l + r) / 2 and (l - r) / 2, rounded down, in place of l and r.
 template <u32 N>
 inline void to_mid_side(std::span<i32> left, std::span<i32> right) {
+    constexpr u32 M = std::min(N, 4u);  // twice M are eight lines or fewer
     i32 *l = left.data();
     i32 *r = right.data();
     const i32 *const end = l + left.size();
-    if constexpr (N == 8) {
-        if (left.size() % 8 != 0) {
-            store_mid_side<4>(l, r);
-            l += 4, r += 4;
-        }
+    if (left.size() % (2 * M) != 0) {
+        store_mid_side<M>(l, r);
+        l += M, r += M;
     }
-    for (; l != end; l += N, r += N) store_mid_side<N>(l, r);
+    for (; l != end; l += 2 * M, r += 2 * M) {
+        I32<M> l0, l1, r0, r1;
+        load_two(l, l0, l1);
+        load_two(r, r0, r1);
+        store_two(l, (l0 + r0) >> 1, (l1 + r1) >> 1);
+        store_two(r, (l0 - r0) >> 1, (l1 - r1) >> 1);
+    }
 }
+
+// Both with the lanes of this machine.
+void band_sums(ConstSpectrum left, ConstSpectrum right, const u32 *offsets, std::span<BandSums> sums);
+void to_mid_side(std::span<i32> left, std::span<i32> right);
 
 }  // namespace tavik

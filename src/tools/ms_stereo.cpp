@@ -35,7 +35,7 @@ struct Survey {
 Survey survey_bands(ConstSpectrum left, ConstSpectrum right, std::span<const u32> offsets, i32 side_factor,
                     std::span<u32> ms_used) {
     std::array<BandSums, max_bands> sums_of_band;  // NOLINT(cppcoreguidelines-pro-type-member-init): filled next
-    band_sums<native_lanes>(left, right, offsets.data(), std::span(sums_of_band).first(ms_used.size()));
+    band_sums(left, right, offsets.data(), std::span(sums_of_band).first(ms_used.size()));
     Survey survey;
     for (u32 b = 0; b < ms_used.size(); ++b) {
         const BandSums sums = sums_of_band[b];
@@ -69,7 +69,7 @@ void transform_bands(Spectrum left, Spectrum right, std::span<const u32> offsets
         const u32 first = b;
         while (b < ms_used.size() && (mask == MsMask::all || ms_used[b] != 0)) ++b;
         const u32 lines = offsets[b] - offsets[first];
-        to_mid_side<native_lanes>(left.subspan(offsets[first], lines), right.subspan(offsets[first], lines));
+        to_mid_side(left.subspan(offsets[first], lines), right.subspan(offsets[first], lines));
     }
 }
 

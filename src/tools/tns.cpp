@@ -5,6 +5,8 @@
 
 #include <algorithm>
 
+#include "tools/linear_prediction.h"
+
 namespace tavik {
 namespace {
 
@@ -131,8 +133,6 @@ bool fits_three_bits(i32 coef) { return coef >= -4 && coef <= 3; }
 
 }  // namespace
 
-void autocorrelation(std::span<const i32> x, std::span<i64, tns_lags> r) { sum_lags<WideSum<native_lanes>>(x, r); }
-
 void temporal_noise_shaping(TavikTnsData &tns, Spectrum spectrum, u32 sampling_rate_index, u32 band_count,
                             u32 coded_band_count) {
     const u32 start_band = tables::tns_start_band[sampling_rate_index];
@@ -143,8 +143,8 @@ void temporal_noise_shaping(TavikTnsData &tns, Spectrum spectrum, u32 sampling_r
     const auto range = std::span<i32>(spectrum).subspan(start, end - start);
 
     Autocorrelation r;
-    autocorrelation<native_lanes>(range, r);
-    if (r[0] == 0 || (recursion_is_accurate(r) && prediction_gain_is_low<std::min(native_lanes, 4u)>(r))) return;
+    autocorrelation(range, r);
+    if (r[0] == 0 || (recursion_is_accurate(r) && prediction_gain_is_low(r))) return;
     normalise(r);
     const Prediction prediction = predict(r);
     if (!prediction_pays(r[0], prediction.error)) return;
@@ -160,7 +160,7 @@ void temporal_noise_shaping(TavikTnsData &tns, Spectrum spectrum, u32 sampling_r
     tns.order = order;
     tns.coef_compress = std::ranges::all_of(std::span(tns.coef).first(order), fits_three_bits) ? 1 : 0;
 
-    shaping_filter<native_lanes>(range, direct_form(std::span(reflection_q23).first(order)));
+    shaping_filter(range, direct_form(std::span(reflection_q23).first(order)));
 }
 
 }  // namespace tavik

@@ -80,7 +80,7 @@ TYPED_TEST(KernelsTest, Operations) {
     expect([](auto x) { return product<16>(x >> 16, x >> 8); });
     expect([](auto x) { return rounded_product_q31(x, x << 7); });
     expect([](auto x) { return look_up(TAVIK_SLW, x.template as<u32>() >> 22); });
-    expect([](auto x) { return look_up_bytes(tables::pow34_scale_bytes, x.template as<u32>()); });
+    expect([](auto x) { return look_up_bytes(tables::pow34_scale_low, x.template as<u32>()); });
     expect([](auto x) { return look_up_bytes(tables::pow34_dropped_bits, x.template as<u32>()); });
     expect([](auto x) {
         WideLanes<sizeof x / 4> sums;
@@ -99,7 +99,7 @@ TYPED_TEST(KernelsTest, OperationsAcrossLanes) {
         i32 most = 0;
         for (std::size_t i = 0; i < words.size(); i += n) {
             const auto x = I32<n>::load(&words[i]);
-            WideLanes<n> square;
+            WideTotal<n> square;
             square.add_product(x, x);
             total += static_cast<u32>(sum(x));
             most = std::max(most, largest(x));

@@ -1,5 +1,5 @@
 // What the exported stages make of numbers that no stream brings about, up to the headroom that they state: a digest of
-// it all is on record, so that every build and both twins of each kernel agree to the last bit.
+// it all is on record, so that every build and every number of lanes agrees to the last bit.
 #include <gtest/gtest.h>
 
 #include <algorithm>

@@ -14,8 +14,11 @@ fail() {
 # Read to the end: a pipe that grep closes early would fail its writer.
 levels=$("$loader" --help)
 libraries=$(ldd "$program")
-if grep -q 'x86-64-v3 (supported' <<<"$levels"; then
-    grep -q 'glibc-hwcaps/x86-64-v3/libtavik' <<<"$libraries" || fail "the loader does not take the variant"
-fi
+best=
+for level in x86-64-v2 x86-64-v3; do
+    ! grep -q "$level (supported" <<<"$levels" || best=$level
+done
+[ -z "$best" ] || grep -q "glibc-hwcaps/$best/libtavik" <<<"$libraries" || fail "the loader does not take the variant"
 "$@" "$program" || fail "the machine's variant gives other bytes"
+"$@" "$loader" --glibc-hwcaps-mask x86-64-v2 "$program" || fail "the variant for SSE4.1 gives other bytes"
 "$@" "$loader" --glibc-hwcaps-mask '' "$program" || fail "the plain library gives other bytes"

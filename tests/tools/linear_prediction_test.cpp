@@ -6,7 +6,7 @@
 #include <random>
 
 #include "tools/exact_prediction.h"
-#include "tools/tns.h"
+#include "tools/linear_prediction.h"
 
 namespace {
 
@@ -23,7 +23,7 @@ TEST(PredictionGainIsLow, IsSafeAndSettlesMostSignals) {
         LagSums r;
         autocorrelation(x, r);
         const long double error = predict_exactly(r).error;
-        const bool is_low = prediction_gain_is_low<1>(r);
+        const bool is_low = prediction_gain_is_low(r);
         if (error < 0.562L) {
             EXPECT_FALSE(is_low) << error;
         }
@@ -34,17 +34,17 @@ TEST(PredictionGainIsLow, IsSafeAndSettlesMostSignals) {
 }
 
 TEST(PredictionGainIsLow, SaysNothingOfNumbersThatBelongToNoSignal) {
-    EXPECT_FALSE(prediction_gain_is_low<1>(LagSums{}));
-    EXPECT_FALSE(prediction_gain_is_low<1>(LagSums{1, 0, 0, 0, 0, 2}));
-    EXPECT_FALSE(prediction_gain_is_low<1>(LagSums{-1}));
-    EXPECT_FALSE(prediction_gain_is_low<1>(LagSums{std::numeric_limits<i64>::min()}));
-    EXPECT_TRUE(prediction_gain_is_low<1>(LagSums{1}));
-    EXPECT_TRUE(prediction_gain_is_low<1>(LagSums{std::numeric_limits<i64>::max()}));
+    EXPECT_FALSE(prediction_gain_is_low(LagSums{}));
+    EXPECT_FALSE(prediction_gain_is_low(LagSums{1, 0, 0, 0, 0, 2}));
+    EXPECT_FALSE(prediction_gain_is_low(LagSums{-1}));
+    EXPECT_FALSE(prediction_gain_is_low(LagSums{std::numeric_limits<i64>::min()}));
+    EXPECT_TRUE(prediction_gain_is_low(LagSums{1}));
+    EXPECT_TRUE(prediction_gain_is_low(LagSums{std::numeric_limits<i64>::max()}));
     std::mt19937_64 random(2);
     for (u32 trial = 0; trial < 20000; ++trial) {
         LagSums r;
         for (i64 &value : r) value = static_cast<i64>(random()) >> (random() % 6);
-        if (prediction_gain_is_low<1>(r)) {
+        if (prediction_gain_is_low(r)) {
             EXPECT_GT(predict_exactly(r).error, 0.55L);
         }
     }
