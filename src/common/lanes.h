@@ -2,8 +2,8 @@
 // which reads as the mathematics; four are a register of NEON, SSE2 and SSE4.1, eight one of AVX2. Every number of
 // lanes gives the same results on every machine: what a machine has no instruction for is done lane by lane.
 //
-// Here, and nowhere else, are the instructions of a machine: the operations that compilers do not make of plain vector
-// code by themselves.
+// Compilers make most operations of plain vector code by themselves. Only the others have versions for a machine, in
+// lanes_neon.h and lanes_x86.h: overloads for the numbers of lanes that it has.
 #pragma once
 
 #include <algorithm>
@@ -13,12 +13,6 @@
 #include <utility>
 
 #include "common/fixed_point.h"
-
-#if defined(__aarch64__)
-#include <arm_neon.h>
-#elif defined(__SSE2__)
-#include <immintrin.h>
-#endif
 
 namespace tavik {
 
@@ -375,223 +369,7 @@ inline void transpose(std::array<I32<N>, Rows> &x) {
     }
 }
 
-#if defined(__aarch64__)
-
-inline I32<4> abs(I32<4> x) { return {vabsq_s32(x.v)}; }
-inline i32 sum(I32<4> x) { return vaddvq_s32(x.v); }
-inline u32 sum(U32<4> x) { return vaddvq_u32(x.v); }
-inline i32 largest(I32<4> x) { return vmaxvq_s32(x.v); }
-inline u32 largest(U32<4> x) { return vmaxvq_u32(x.v); }
-inline U32<4> leading_zeros(U32<4> x) { return {vclzq_u32(x.v)}; }
-
-template <u32 Shift>
-inline I32<4> product(I32<4> a, I32<4> b) {
-    return {vqdmulhq_s32((a << (31 - Shift)).v, b.v)};
-}
-inline I32<4> rounded_product_q31(I32<4> a, I32<4> b) { return {vqrdmulhq_s32(a.v, b.v)}; }
-
-template <>
-struct WideLanes<4> {
-    int64x2_t low = vdupq_n_s64(0);
-    int64x2_t high = vdupq_n_s64(0);
-
-    void add_product(I32<4> a, I32<4> b) {
-        low = vmlal_s32(low, vget_low_s32(a.v), vget_low_s32(b.v));
-        high = vmlal_high_s32(high, a.v, b.v);
-    }
-    template <u32 Shift>
-    I32<4> shifted_down() const {
-        return {vshrn_high_n_s64(vshrn_n_s64(low, Shift), high, Shift)};
-    }
-};
-
-template <>
-struct WideTotal<4> {
-    int64x2_t sums = vdupq_n_s64(0);
-
-    void add_product(I32<4> a, I32<4> b) {
-        sums = vmlal_high_s32(vmlal_s32(sums, vget_low_s32(a.v), vget_low_s32(b.v)), a.v, b.v);
-    }
-    i64 total() const { return vaddvq_s64(sums); }
-};
-
-inline i32 quad_number(I32<4> x, i32 radix) {
-    const I32<4> digits = {{radix * radix * radix, radix * radix, radix, 1}};
-    return sum(x * digits);
-}
-inline std::array<i32, 2> pair_numbers(I32<4> x, i32 radix) {
-    const I32<4> digits = {{radix, 1, radix, 1}};
-    const int32x4_t scaled = (x * digits).v;
-    const int32x4_t numbers = vpaddq_s32(scaled, scaled);
-    return {vgetq_lane_s32(numbers, 0), vgetq_lane_s32(numbers, 1)};
-}
-
-inline U32<4> look_up_bytes(const ByteTable &table, U32<4> index) {
-    return {vreinterpretq_u32_u8(vqtbl1q_u8(vld1q_u8(table.data()), vreinterpretq_u8_u32(index.v)))};
-}
-
-template <>
-inline void copy_four<4>(const i32 *from, i32 *to) {
-    vst1q_s32_x4(to, vld1q_s32_x4(from));
-}
-inline I32<4> add_distance(I32<4> sum, I32<4> a, I32<4> b) { return {vabaq_s32(sum.v, a.v, b.v)}; }
-inline I32<4> reversed(I32<4> x) {
-    constexpr uint8x16_t order = {12, 13, 14, 15, 8, 9, 10, 11, 4, 5, 6, 7, 0, 1, 2, 3};
-    return {vreinterpretq_s32_u8(vqtbl1q_u8(vreinterpretq_u8_s32(x.v), order))};
-}
-// One instruction each, which moves the pointer on too.
-inline void load_row(const i32 *from, std::array<I32<4>, 3> &to) {
-    const int32x4x3_t x = vld1q_s32_x3(from);
-    to = {I32<4>{x.val[0]}, I32<4>{x.val[1]}, I32<4>{x.val[2]}};
-}
-inline void load_row(const i32 *from, std::array<I32<4>, 4> &to) {
-    const int32x4x4_t x = vld1q_s32_x4(from);
-    to = {I32<4>{x.val[0]}, I32<4>{x.val[1]}, I32<4>{x.val[2]}, I32<4>{x.val[3]}};
-}
-inline void load_two(const i32 *from, I32<4> &first, I32<4> &second) {
-    const int32x4x2_t x = vld1q_s32_x2(from);
-    first.v = x.val[0];
-    second.v = x.val[1];
-}
-inline void store_two(i32 *to, I32<4> first, I32<4> second) {
-    const int32x4x2_t x = {first.v, second.v};
-    vst1q_s32_x2(to, x);
-}
-template <>
-inline Pairs<4> load_pairs<4>(const i32 *from) {
-    const int32x4x2_t pairs = vld2q_s32(from);
-    return {{pairs.val[0]}, {pairs.val[1]}};
-}
-template <>
-inline Pairs<4> load_pairs<4>(const i16 *from) {
-    const int16x4x2_t pairs = vld2_s16(from);
-    return {{vmovl_s16(pairs.val[0])}, {vmovl_s16(pairs.val[1])}};
-}
-inline void store_pairs(i32 *to, Pairs<4> x) {
-    const int32x4x2_t pairs = {x.first.v, x.second.v};
-    vst2q_s32(to, pairs);
-}
-
-#elif defined(__SSE2__)
-
-// The 64-bit products of the even lanes, and of the odd ones; the wanted bits of each come to their lanes by a shift.
-inline __m128i vector_of(I32<4> x) { return std::bit_cast<__m128i>(x.v); }
-inline I32<4> lanes_of(__m128i x) { return {std::bit_cast<I32<4>::Vector>(x)}; }
-
-#if defined(__SSE4_1__)
-inline I32<4> abs(I32<4> x) { return lanes_of(_mm_abs_epi32(vector_of(x))); }
-
-template <u32 Shift>
-inline I32<4> product(I32<4> a, I32<4> b) {
-    const __m128i even = _mm_mul_epi32(vector_of(a), vector_of(b));
-    const __m128i odd = _mm_mul_epi32(_mm_srli_epi64(vector_of(a), 32), _mm_srli_epi64(vector_of(b), 32));
-    return lanes_of(_mm_blend_epi16(_mm_srli_epi64(even, Shift), _mm_slli_epi64(odd, 32 - Shift), 0xCC));
-}
-
-template <>
-struct WideLanes<4> {
-    __m128i even = _mm_setzero_si128();
-    __m128i odd = _mm_setzero_si128();
-
-    void add_product(I32<4> a, I32<4> b) {
-        even = _mm_add_epi64(even, _mm_mul_epi32(vector_of(a), vector_of(b)));
-        odd = _mm_add_epi64(odd, _mm_mul_epi32(_mm_srli_epi64(vector_of(a), 32), _mm_srli_epi64(vector_of(b), 32)));
-    }
-    template <u32 Shift>
-    I32<4> shifted_down() const {
-        return lanes_of(_mm_blend_epi16(_mm_srli_epi64(even, Shift), _mm_slli_epi64(odd, 32 - Shift), 0xCC));
-    }
-};
-
-template <>
-struct WideTotal<4> {
-    __m128i sums = _mm_setzero_si128();
-
-    void add_product(I32<4> a, I32<4> b) {
-        sums = _mm_add_epi64(sums, _mm_mul_epi32(vector_of(a), vector_of(b)));
-        sums = _mm_add_epi64(sums, _mm_mul_epi32(_mm_srli_epi64(vector_of(a), 32), _mm_srli_epi64(vector_of(b), 32)));
-    }
-    i64 total() const { return _mm_cvtsi128_si64(_mm_add_epi64(sums, _mm_unpackhi_epi64(sums, sums))); }
-};
-#else
-// Of unsigned words: what a word below 0 has too much, 2^32, takes the other word off the high word of the product.
-template <u32 Shift>
-inline I32<4> product(I32<4> a, I32<4> b) {
-    const __m128i even = _mm_mul_epu32(vector_of(a), vector_of(b));
-    const __m128i odd = _mm_mul_epu32(_mm_srli_epi64(vector_of(a), 32), _mm_srli_epi64(vector_of(b), 32));
-    const __m128i odd_lanes = _mm_set_epi32(-1, 0, -1, 0);
-    const I32<4> bits = lanes_of(_mm_or_si128(_mm_andnot_si128(odd_lanes, _mm_srli_epi64(even, Shift)),
-                                              _mm_and_si128(odd_lanes, _mm_slli_epi64(odd, 32 - Shift))));
-    return bits - ((((a >> 31) & b) + ((b >> 31) & a)) << (32 - Shift));
-}
-#endif
-
-// Pairs of lanes as words of 64 bits, whose low halves are the numbers.
-inline __m128i pair_numbers_in_lanes(__m128i x, i32 radix) {
-    return _mm_add_epi64(_mm_mul_epu32(x, _mm_set1_epi32(radix)), _mm_srli_epi64(x, 32));
-}
-inline std::array<i32, 2> pair_numbers(I32<4> x, i32 radix) {
-    const __m128i numbers = pair_numbers_in_lanes(vector_of(x), radix);
-    return {_mm_cvtsi128_si32(numbers), _mm_cvtsi128_si32(_mm_unpackhi_epi64(numbers, numbers))};
-}
-inline i32 quad_number(I32<4> x, i32 radix) {
-    const auto [high, low] = pair_numbers(x, radix);
-    return high * radix * radix + low;
-}
-
-inline i32 sum(I32<4> x) {
-    const I32<4> pairs = x + lanes_of(_mm_shuffle_epi32(vector_of(x), 0x4E));
-    return (pairs + lanes_of(_mm_shuffle_epi32(vector_of(pairs), 0xB1)))[0];
-}
-inline u32 sum(U32<4> x) { return static_cast<u32>(sum(x.as<i32>())); }
-
-#if defined(__AVX2__)
-inline __m256i vector_of(I32<8> x) { return std::bit_cast<__m256i>(x.v); }
-inline I32<8> lanes_of(__m256i x) { return {std::bit_cast<I32<8>::Vector>(x)}; }
-
-inline I32<8> abs(I32<8> x) { return lanes_of(_mm256_abs_epi32(vector_of(x))); }
-
-template <u32 Shift>
-inline I32<8> product(I32<8> a, I32<8> b) {
-    const __m256i even = _mm256_mul_epi32(vector_of(a), vector_of(b));
-    const __m256i odd = _mm256_mul_epi32(_mm256_srli_epi64(vector_of(a), 32), _mm256_srli_epi64(vector_of(b), 32));
-    return lanes_of(_mm256_blend_epi32(_mm256_srli_epi64(even, Shift), _mm256_slli_epi64(odd, 32 - Shift), 0xAA));
-}
-
-template <>
-struct WideLanes<8> {
-    __m256i even = _mm256_setzero_si256();
-    __m256i odd = _mm256_setzero_si256();
-
-    void add_product(I32<8> a, I32<8> b) {
-        even = _mm256_add_epi64(even, _mm256_mul_epi32(vector_of(a), vector_of(b)));
-        odd = _mm256_add_epi64(
-            odd, _mm256_mul_epi32(_mm256_srli_epi64(vector_of(a), 32), _mm256_srli_epi64(vector_of(b), 32)));
-    }
-    template <u32 Shift>
-    I32<8> shifted_down() const {
-        return lanes_of(_mm256_blend_epi32(_mm256_srli_epi64(even, Shift), _mm256_slli_epi64(odd, 32 - Shift), 0xAA));
-    }
-};
-
-template <>
-struct WideTotal<8> {
-    __m256i sums = _mm256_setzero_si256();
-
-    void add_product(I32<8> a, I32<8> b) {
-        sums = _mm256_add_epi64(sums, _mm256_mul_epi32(vector_of(a), vector_of(b)));
-        sums = _mm256_add_epi64(
-            sums, _mm256_mul_epi32(_mm256_srli_epi64(vector_of(a), 32), _mm256_srli_epi64(vector_of(b), 32)));
-    }
-    i64 total() const {
-        const __m128i pair = _mm_add_epi64(_mm256_castsi256_si128(sums), _mm256_extracti128_si256(sums, 1));
-        return _mm_cvtsi128_si64(_mm_add_epi64(pair, _mm_unpackhi_epi64(pair, pair)));
-    }
-};
-#endif
-
-#else
-
+#if !defined(__aarch64__) && !defined(__SSE2__)
 inline std::array<i32, 2> pair_numbers(I32<4> x, i32 radix) { return {x[0] * radix + x[1], x[2] * radix + x[3]}; }
 inline i32 quad_number(I32<4> x, i32 radix) {
     const auto [high, low] = pair_numbers(x, radix);
@@ -601,3 +379,9 @@ inline i32 quad_number(I32<4> x, i32 radix) {
 #endif
 
 }  // namespace tavik
+
+#if defined(__aarch64__)
+#include "common/lanes_neon.h"
+#elif defined(__SSE2__)
+#include "common/lanes_x86.h"
+#endif

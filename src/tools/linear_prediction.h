@@ -134,7 +134,7 @@ inline void autocorrelation(std::span<const i32> x, std::span<i64, tns_lags> r) 
         energy.add_product(high, high);
     }
     r[0] = energy.total();
-    for (std::size_t i = in_vectors; i < x.size(); ++i) r[0] += i64{x[i]} * x[i];
+    for (std::size_t i = in_vectors; i < x.size(); ++i) r[0] = wrap_add(r[0], i64{x[i]} * x[i]);
     if (r[0] >> 31 == 0) {
         sum_lags<NarrowSum<N>>(x, r);
     } else {

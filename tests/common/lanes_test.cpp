@@ -169,7 +169,7 @@ TYPED_TEST(KernelsTest, MidSide) {
         std::array<BandSums, 5> sums;
         band_sums<n>(ConstSpectrum(left), ConstSpectrum(right), offsets.data(), sums);
         for (const BandSums &sum : sums) results.insert(results.end(), {sum.both, sum.side});
-        for (const std::size_t lines : {0, 4, 8, 60}) {
+        for (const u32 lines : {0u, 4u, 8u, 60u}) {
             Words mid = left, side = right;
             to_mid_side<n>(std::span(mid).first(lines), std::span(side).first(lines));
             results.insert(results.end(), mid.begin(), mid.begin() + 64);

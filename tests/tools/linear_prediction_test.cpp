@@ -21,7 +21,7 @@ TEST(PredictionGainIsLow, IsSafeAndSettlesMostSignals) {
     for (u32 trial = 0; trial < 6000; ++trial) {
         const std::vector<i32> x = tavik_test::random_lines(random, 40 + random() % 600, trial);
         LagSums r;
-        autocorrelation(x, r);
+        wide_autocorrelation(x, r);
         const long double error = predict_exactly(r).error;
         const bool is_low = prediction_gain_is_low(r);
         if (error < 0.562L) {
