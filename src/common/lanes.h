@@ -99,11 +99,11 @@ struct Lanes {
     }
 };
 
-// Where every lane can be shifted by a count of its own.
-#if defined(__aarch64__) || defined(__AVX2__)
-inline constexpr bool shifts_lane_by_lane = true;
+// Where leading zeros and shifts by a count of each lane take an instruction.
+#if defined(__aarch64__)
+inline constexpr bool normalises_in_lanes = true;
 #else
-inline constexpr bool shifts_lane_by_lane = false;
+inline constexpr bool normalises_in_lanes = false;
 #endif
 
 template <u32 N>

@@ -25,6 +25,13 @@ inline I32<4> product(I32<4> a, I32<4> b) {
     return lanes_of(_mm_blend_epi16(_mm_srli_epi64(even, Shift), _mm_slli_epi64(odd, 32 - Shift), 0xCC));
 }
 
+// A shuffle of bytes takes the low four bits of an index below 128: saturation makes all beyond the table 128 or more.
+inline U32<4> look_up_bytes(const ByteTable &table, U32<4> index) {
+    const __m128i bytes = std::bit_cast<__m128i>(table);
+    const __m128i in_table = _mm_adds_epu8(vector_of(index.as<i32>()), _mm_set1_epi8(0x70));
+    return lanes_of(_mm_shuffle_epi8(bytes, in_table)).as<u32>();
+}
+
 template <>
 struct WideLanes<4> {
     __m128i even = _mm_setzero_si128();

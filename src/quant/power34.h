@@ -98,7 +98,7 @@ inline u32 raise_to_three_quarters(const i32 *x, u32 count, u32 *out) {
     for (const i32 *const end = x + count; x != end; x += M, out += M) {
         const U32<M> a = min(magnitudes(I32<M>::load(x)), U32<M>::all(max_pow34_magnitude));
         U32<M> power;
-        if constexpr (shifts_lane_by_lane && M > 1) {
+        if constexpr (normalises_in_lanes && M > 1) {
             power = pow34_in_lanes(a);
         } else {
             power = lane_by_lane<u32, M>([=](u32 lane) { return pow34(a[lane]); });
