@@ -37,7 +37,6 @@ struct ComplexBlocks {
     void store(u32 block, Complex<N> x) const { store_two(words + 2 * N * block, x.re, x.im); }
     ComplexBlocks from(u32 block) const { return {words + 2 * N * block}; }
     void advance() { words += 2 * N; }
-    bool operator==(const ComplexBlocks &) const = default;
 };
 
 // a + b and a - b
