@@ -43,7 +43,7 @@ struct Lanes {
     Vector v;
 
     static Lanes load(const T *from) {
-        Lanes lanes;
+        Lanes lanes{};
         __builtin_memcpy(&lanes.v, from, sizeof lanes.v);
         return lanes;
     }
@@ -111,11 +111,18 @@ using I32 = Lanes<i32, N>;
 template <u32 N>
 using U32 = Lanes<u32, N>;
 
+// f(0), f(1) ... f(Count - 1) with the numbers as constants, whatever the optimisation.
+template <u32 Count, typename F>
+inline void unrolled(F f) {
+    [&]<u32... I>(std::integer_sequence<u32, I...>) { (f(std::integral_constant<u32, I>()), ...); }
+    (std::make_integer_sequence<u32, Count>());
+}
+
 // f(lane) in every lane.
 template <typename T, u32 N, typename F>
 inline Lanes<T, N> lane_by_lane(F f) {
     Lanes<T, N> result{};
-    for (u32 lane = 0; lane < N; ++lane) result.set(lane, f(lane));
+    unrolled<N>([&](auto lane) { result.set(lane, f(lane)); });
     return result;
 }
 
@@ -125,13 +132,6 @@ inline Lanes<T, N> load_four(const T *from) {
     Lanes<T, N> lanes{};
     __builtin_memcpy(&lanes.v, from, std::min(4 * sizeof(T), sizeof lanes.v));
     return lanes;
-}
-
-// f(0), f(1) ... f(Count - 1) with the numbers as constants, whatever the optimisation.
-template <u32 Count, typename F>
-inline void unrolled(F f) {
-    [&]<u32... I>(std::integer_sequence<u32, I...>) { (f(std::integral_constant<u32, I>()), ...); }
-    (std::make_integer_sequence<u32, Count>());
 }
 
 // Where the mask is -1 the lanes of a, where it is 0 those of b.
@@ -173,7 +173,7 @@ struct WideLanes {
     std::array<i64, N> sums{};
 
     void add_product(I32<N> a, I32<N> b) {
-        for (u32 lane = 0; lane < N; ++lane) sums[lane] = wrap_add(sums[lane], i64{a[lane]} * b[lane]);
+        unrolled<N>([&](auto lane) { sums[lane] = wrap_add(sums[lane], i64{a[lane]} * b[lane]); });
     }
     // The low words of sums / 2^Shift, rounded toward minus infinity.
     template <u32 Shift>
@@ -188,20 +188,20 @@ struct WideTotal {
     i64 sum = 0;
 
     void add_product(I32<N> a, I32<N> b) {
-        for (u32 lane = 0; lane < N; ++lane) sum = wrap_add(sum, i64{a[lane]} * b[lane]);
+        unrolled<N>([&](auto lane) { sum = wrap_add(sum, i64{a[lane]} * b[lane]); });
     }
     i64 total() const { return sum; }
 };
 
 // The sum of all lanes, and the largest.
 template <typename T, u32 N>
-inline T sum(Lanes<T, N> x) {
+inline T sum_of_lanes(Lanes<T, N> x) {
     u32 total = 0;
     for (u32 lane = 0; lane < N; ++lane) total += static_cast<u32>(x[lane]);
     return static_cast<T>(total);
 }
 template <typename T, u32 N>
-inline T largest(Lanes<T, N> x) {
+inline T largest_lane(Lanes<T, N> x) {
     T result = x[0];
     for (u32 lane = 1; lane < N; ++lane) result = result < x[lane] ? x[lane] : result;
     return result;
@@ -227,7 +227,7 @@ inline std::array<i32, 2> pair_numbers(I32<4> x, i32 radix);
 
 template <typename T, u32 N>
 inline void store_looked_up(u32 *to, const T *table, U32<N> index) {
-    std::array<u32, N> values;
+    std::array<u32, N> values{};
     unrolled<N>([&](auto lane) { values[lane] = static_cast<u32>(table[index[lane]]); });
     unrolled<N>([&](auto lane) { to[lane] = values[lane]; });
 }
@@ -249,7 +249,7 @@ inline U32<N> look_up_bytes(const ByteTable &table, U32<N> index) {
 // Lanes of a and b in a new order: the numbers count the lanes of a, then those of b.
 template <typename T, u32 N, std::size_t... Lane>
 inline Lanes<T, N> shuffled([[maybe_unused]] Lanes<T, N> a, [[maybe_unused]] Lanes<T, N> b,
-                            std::index_sequence<Lane...>) {
+                            [[maybe_unused]] std::index_sequence<Lane...> order) {
     if constexpr (N == 1) {
         return {(Lane == 0 ? a.v : b.v)...};
     } else {

@@ -11,10 +11,10 @@
 namespace tavik {
 
 inline I32<4> abs(I32<4> x) { return {vabsq_s32(x.v)}; }
-inline i32 sum(I32<4> x) { return vaddvq_s32(x.v); }
-inline u32 sum(U32<4> x) { return vaddvq_u32(x.v); }
-inline i32 largest(I32<4> x) { return vmaxvq_s32(x.v); }
-inline u32 largest(U32<4> x) { return vmaxvq_u32(x.v); }
+inline i32 sum_of_lanes(I32<4> x) { return vaddvq_s32(x.v); }
+inline u32 sum_of_lanes(U32<4> x) { return vaddvq_u32(x.v); }
+inline i32 largest_lane(I32<4> x) { return vmaxvq_s32(x.v); }
+inline u32 largest_lane(U32<4> x) { return vmaxvq_u32(x.v); }
 inline U32<4> leading_zeros(U32<4> x) { return {vclzq_u32(x.v)}; }
 
 template <u32 Shift>
@@ -50,7 +50,7 @@ struct WideTotal<4> {
 
 inline i32 quad_number(I32<4> x, i32 radix) {
     const I32<4> digits = {{radix * radix * radix, radix * radix, radix, 1}};
-    return sum(x * digits);
+    return sum_of_lanes(x * digits);
 }
 inline std::array<i32, 2> pair_numbers(I32<4> x, i32 radix) {
     const I32<4> digits = {{radix, 1, radix, 1}};
@@ -73,6 +73,10 @@ inline I32<4> reversed(I32<4> x) {
     return {vreinterpretq_s32_u8(vqtbl1q_u8(vreinterpretq_u8_s32(x.v), order))};
 }
 // One instruction each, which moves the pointer on too.
+inline void load_row(const i32 *from, std::array<I32<4>, 2> &to) {
+    const int32x4x2_t x = vld1q_s32_x2(from);
+    to = {I32<4>{x.val[0]}, I32<4>{x.val[1]}};
+}
 inline void load_row(const i32 *from, std::array<I32<4>, 3> &to) {
     const int32x4x3_t x = vld1q_s32_x3(from);
     to = {I32<4>{x.val[0]}, I32<4>{x.val[1]}, I32<4>{x.val[2]}};

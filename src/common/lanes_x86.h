@@ -27,7 +27,7 @@ inline I32<4> product(I32<4> a, I32<4> b) {
 
 // A shuffle of bytes takes the low four bits of an index below 128: saturation makes all beyond the table 128 or more.
 inline U32<4> look_up_bytes(const ByteTable &table, U32<4> index) {
-    const __m128i bytes = std::bit_cast<__m128i>(table);
+    const auto bytes = std::bit_cast<__m128i>(table);
     const __m128i in_table = _mm_adds_epu8(vector_of(index.as<i32>()), _mm_set1_epi8(0x70));
     return lanes_of(_mm_shuffle_epi8(bytes, in_table)).as<u32>();
 }
@@ -83,11 +83,11 @@ inline i32 quad_number(I32<4> x, i32 radix) {
     return high * radix * radix + low;
 }
 
-inline i32 sum(I32<4> x) {
+inline i32 sum_of_lanes(I32<4> x) {
     const I32<4> pairs = x + lanes_of(_mm_shuffle_epi32(vector_of(x), 0x4E));
     return (pairs + lanes_of(_mm_shuffle_epi32(vector_of(pairs), 0xB1)))[0];
 }
-inline u32 sum(U32<4> x) { return static_cast<u32>(sum(x.as<i32>())); }
+inline u32 sum_of_lanes(U32<4> x) { return static_cast<u32>(sum_of_lanes(x.as<i32>())); }
 
 #if defined(__AVX2__)
 inline __m256i vector_of(I32<8> x) { return std::bit_cast<__m256i>(x.v); }

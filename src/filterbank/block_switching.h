@@ -19,11 +19,11 @@ inline void measure_peaks(std::span<const i32, frame_length> block, std::span<i3
     for (i32 &peak : peaks) {
         I32<N> most{};
         for (const i32 *end = from + length; from != end; from += 4 * N) {
-            std::array<I32<N>, 4> x;
+            std::array<I32<N>, 4> x{};
             load_row(from, x);
             most = max(most, max(max(abs(x[0]), abs(x[1])), max(abs(x[2]), abs(x[3]))));
         }
-        peak = largest(most);
+        peak = largest_lane(most);
     }
 }
 

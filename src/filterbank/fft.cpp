@@ -22,7 +22,10 @@ struct Values {
 void step(Values x, u32 size) {
     const u32 quarter = size / 4;
     for (u32 i = 0; i < quarter; ++i) {
-        Complex<1> x0 = x.at(i), x1 = x.at(i + quarter), x2 = x.at(i + 2 * quarter), x3 = x.at(i + 3 * quarter);
+        Complex<1> x0 = x.at(i);
+        Complex<1> x1 = x.at(i + quarter);
+        Complex<1> x2 = x.at(i + 2 * quarter);
+        Complex<1> x3 = x.at(i + 3 * quarter);
         split(x0, x1, x2, x3);
         const auto [w1, w3] = tables::twiddle_pair<native_lanes>(i * (tables::max_fft_step / size));
         Complex<1> y2 = rotate(x2, w1);
@@ -39,7 +42,8 @@ void step(Values x, u32 size) {
 }
 
 void transform_pair(Values x) {
-    Complex<1> a = x.at(0), b = x.at(1);
+    Complex<1> a = x.at(0);
+    Complex<1> b = x.at(1);
     butterfly(a, b);
     x.set(0, a);
     x.set(1, b);
@@ -66,9 +70,9 @@ void fft(std::span<i32> re, std::span<i32> im) {
         for_each_transform(n, size, [&](u32 p) { step(x.from(p), size); });
     }
     for_each_transform(n, 2, [&](u32 p) { transform_pair(x.from(p)); });
-    const auto reversed = n == 512 ? std::span<const u8>(tables::reversed_5_bits) : tables::reversed_3_bits;
-    bit_reverse(re, reversed);
-    bit_reverse(im, reversed);
+    const auto row_reversed = n == 512 ? std::span<const u8>(tables::reversed_5_bits) : tables::reversed_3_bits;
+    bit_reverse(re, row_reversed);
+    bit_reverse(im, row_reversed);
 }
 
 }  // namespace tavik

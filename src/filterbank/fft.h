@@ -30,7 +30,7 @@ struct ComplexBlocks {
     i32 *words;
 
     Complex<N> load(u32 block) const {
-        Complex<N> x;
+        Complex<N> x{};
         load_two(words + 2 * N * block, x.re, x.im);
         return x;
     }
@@ -55,9 +55,13 @@ inline void turn(Complex<N> &d, Complex<N> &e) {
     e = sum;
 }
 
-// x e^(-j a) in three multiplications, by c, p and q. A Q30 product of x is a Q31 product of 2 x.
+// c, p and q of N twiddle factors.
 template <u32 N>
-inline Complex<N> rotate(Complex<N> x, const std::array<I32<N>, 3> &w) {
+using Twiddles = std::array<I32<N>, 3>;
+
+// x e^(-j a) in three multiplications. A Q30 product of x is a Q31 product of 2 x.
+template <u32 N>
+inline Complex<N> rotate(Complex<N> x, const Twiddles<N> &w) {
     const auto [c, p, q] = w;
     const I32<N> re = x.re << 1;
     const I32<N> im = x.im << 1;
@@ -101,7 +105,10 @@ inline void split(Complex<N> &x0, Complex<N> &x1, Complex<N> &x2, Complex<N> &x3
 template <u32 N>
 [[gnu::flatten, gnu::noinline]] inline void fft_step(ComplexBlocks<N> z, u32 size, const i32 *w) {
     const u32 quarter = size / 4 / N;
-    ComplexBlocks<N> z0 = z, z1 = z.from(quarter), z2 = z.from(2 * quarter), z3 = z.from(3 * quarter);
+    ComplexBlocks<N> z0 = z;
+    ComplexBlocks<N> z1 = z.from(quarter);
+    ComplexBlocks<N> z2 = z.from(2 * quarter);
+    ComplexBlocks<N> z3 = z.from(3 * quarter);
     u32 blocks_left = quarter;
     do {
         Complex<N> x0 = z0.load(0);
@@ -109,9 +116,10 @@ template <u32 N>
         Complex<N> x2 = z2.load(0);
         Complex<N> x3 = z3.load(0);
         split(x0, x1, x2, x3);
-        std::array<I32<N>, 3> w1, w3;
+        Twiddles<N> w1{};
         load_row(w, w1);
         w += 3 * N;
+        Twiddles<N> w3{};
         load_row(w, w3);
         w += 3 * N;
         z0.store(0, x0);
@@ -137,7 +145,10 @@ template <u32 N>
 inline const i32 *halve_twiddles(const i32 *w, u32 size, i32 *to) {
     i32 *const end = to + size / 4 * tables::twiddle_words;
     for (i32 *half = to; half != end; half += N * tables::twiddle_words) {
-        std::array<I32<N>, 3> even1, even3, odd1, odd3;
+        Twiddles<N> even1{};
+        Twiddles<N> even3{};
+        Twiddles<N> odd1{};
+        Twiddles<N> odd3{};
         load_row(w, even1);
         load_row(w + 3 * N, even3);
         load_row(w + 6 * N, odd1);
@@ -187,7 +198,9 @@ inline void transform_8(Complex<N> *x) {
 
 template <u32 N>
 inline void step_16(Complex<N> *x) {
-    constexpr tables::Twiddle w1 = tables::twiddle(32), w3 = tables::twiddle(96), w9 = tables::twiddle(288);
+    constexpr tables::Twiddle w1 = tables::twiddle(32);
+    constexpr tables::Twiddle w3 = tables::twiddle(96);
+    constexpr tables::Twiddle w9 = tables::twiddle(288);
     unrolled<4>([=](auto i) { split(x[i], x[i + 4], x[i + 8], x[i + 12]); });
     x[9] = rotate(x[9], w1);
     x[13] = rotate(x[13], w3);
@@ -205,11 +218,11 @@ constexpr u32 block_in_lane(u32 b, u32 groups, u32 lane) {
 
 template <u32 N>
 inline void load_group(ComplexBlocks<N> z, u32 b, u32 groups, SixteenValues<N> &x) {
-    std::array<ComplexBlocks<N>, N> block;
+    std::array<ComplexBlocks<N>, N> block{};
     unrolled<N>([&](auto lane) { block[lane] = z.from(block_in_lane<N>(b, groups, lane) * 16 / N); });
     for (u32 j = 0; j < 16; j += N) {
-        std::array<I32<N>, N> re;
-        std::array<I32<N>, N> im;
+        std::array<I32<N>, N> re{};
+        std::array<I32<N>, N> im{};
         unrolled<N>([&](auto lane) {
             const Complex<N> values = block[lane].load(0);
             block[lane].advance();
@@ -225,9 +238,10 @@ inline void load_group(ComplexBlocks<N> z, u32 b, u32 groups, SixteenValues<N> &
 // Value j to block stride bitreverse(j).
 template <u32 N>
 inline void store_in_order(const std::array<Complex<N>, 8> &y, ComplexBlocks<N> to, u32 stride) {
+    ComplexBlocks<N> place = to;
     unrolled<8>([&](auto i) {
-        to.store(0, y[tables::reversed_3_bits[i]]);
-        to = to.from(stride);
+        place.store(0, y[tables::reversed_3_bits[i]]);
+        place = place.from(stride);
     });
 }
 
@@ -243,10 +257,10 @@ template <u32 N>
     const auto to = out.from(tables::reversed_5_bits[b] * groups / 32);
 #pragma GCC unroll 1  // for its size
     for (u32 half = 0; half < 2; ++half) {
-        std::array<Complex<N>, 8> y;
+        std::array<Complex<N>, 8> y{};
         unrolled<8>([&](auto j) { y[j] = x[8 * half + j]; });
         if (half == 1 && are_transforms_of_16) {
-            transform_4(&y[0]);
+            transform_4(y.data());
             transform_4(&y[4]);
             store_in_order(y, to.from(groups), 2 * groups);
         } else {
@@ -274,10 +288,8 @@ template <u32 N>
     if constexpr (N > 1) {
         // The number of the last group is all ones. Only there the lane matters: it has blocks of both kinds.
         const u32 last = groups - 1;
-        const I32<N> mask = [=]<u32... Lane>(std::integer_sequence<u32, Lane...>)->I32<N> {
-            return {typename I32<N>::Vector{(is_transform(block_in_lane<N>(0, 1, Lane)) ? -1 : 0)...}};
-        }
-        (std::make_integer_sequence<u32, N>());
+        const auto mask =
+            lane_by_lane<i32, N>([](u32 lane) { return is_transform(block_in_lane<N>(0, 1, lane)) ? -1 : 0; });
         transform_group(z, z, last, groups, !is_transform(last));
         for (u32 j = 0; j < 16; ++j) {
             const u32 block = j * groups + last;

@@ -11,7 +11,7 @@ constexpr u32 short_lanes = std::min(native_lanes, 4u);
 // Samples that are windowed already.
 struct Unchanged {
     template <u32 N>
-    I32<N> operator()(I32<N> x, I32<N>) const {
+    I32<N> operator()(I32<N> x, I32<N> /*window_q23*/) const {
         return x;
     }
 };

@@ -32,6 +32,27 @@ inline Complex<N> rotate_in(Complex<N> x, Pairs<N> w) {
             product<31>(x.im, w.first) + product<31>(x.re, w.second)};
 }
 
+// Pairs of words read from one place upwards and from another one downwards.
+template <u32 N>
+class TwoWays {
+ public:
+    TwoWays(const i32 *up, const i32 *down) : up_(up), down_(down) {}
+
+    Pairs<N> up() {
+        const auto pairs = load_pairs<N>(up_);
+        up_ += 2 * N;
+        return pairs;
+    }
+    Pairs<N> down() {
+        down_ -= 2 * N;
+        return load_pairs<N>(down_);
+    }
+
+ private:
+    const i32 *up_;
+    const i32 *down_;
+};
+
 // The 2n samples x, windowed by `apply`, to the n / 2 values z of the FFT. Each half is folded about its middle: what
 // is read from there upwards ("up") meets what is read downwards ("down"), even and odd samples apart. The values from
 // k on have their second summands from below, so that those are reversed; in the mirrored values the first ones are.
@@ -39,29 +60,30 @@ template <u32 N, typename Apply>
 [[gnu::flatten, gnu::noinline]] inline void window_and_fold(const i32 *x, const Window &window, ComplexBlocks<N> z,
                                                             u32 n, Apply apply) {
     const u32 middle = n / 2;
-    const i32 *up = x + middle, *down = up, *late_up = up + n, *late_down = late_up;
-    const i32 *rise_up = window.rise + middle, *rise_down = rise_up;
-    const i32 *fall_up = window.fall + middle, *fall_down = fall_up;
-    const i32 *w_up = mdct_twiddles(n), *w_down = w_up + n;
-    ComplexBlocks<N> z_up = z, z_down{z.words + n};
-    constexpr u32 step = 2 * N;
+    TwoWays<N> early(x + middle, x + middle);
+    TwoWays<N> late(x + n + middle, x + n + middle);
+    TwoWays<N> rise(window.rise + middle, window.rise + middle);
+    TwoWays<N> fall(window.fall + middle, window.fall + middle);
+    TwoWays<N> w(mdct_twiddles(n), mdct_twiddles(n) + n);
+    ComplexBlocks<N> z_up = z;
+    ComplexBlocks<N> z_down{z.words + n};
     do {
-        down -= step, late_down -= step, rise_down -= step, fall_down -= step, w_down -= step, z_down.words -= step;
-        const auto a = load_pairs<N>(up);
-        const auto b = load_pairs<N>(down);
-        const auto c = load_pairs<N>(late_up);
-        const auto d = load_pairs<N>(late_down);
-        const auto rise_a = load_pairs<N>(rise_up);
-        const auto rise_b = load_pairs<N>(rise_down);
-        const auto fall_a = load_pairs<N>(fall_up);
-        const auto fall_b = load_pairs<N>(fall_down);
+        const auto a = early.up();
+        const auto b = early.down();
+        const auto c = late.up();
+        const auto d = late.down();
+        const auto rise_a = rise.up();
+        const auto rise_b = rise.down();
+        const auto fall_a = fall.up();
+        const auto fall_b = fall.down();
         const Complex<N> from_k{apply(reversed(d.second), fall_a.first) + apply(c.first, reversed(fall_b.second)),
                                 apply(a.first, rise_a.first) - reversed(apply(b.second, rise_b.second))};
         const Complex<N> mirrored{reversed(apply(a.second, rise_a.second)) - apply(b.first, rise_b.first),
                                   apply(d.first, reversed(fall_a.second)) + apply(reversed(c.second), fall_b.first)};
-        z_up.store(0, rotate_in(from_k, load_pairs<N>(w_up)));
-        z_down.store(0, rotate_in(mirrored, load_pairs<N>(w_down)));
-        up += step, late_up += step, rise_up += step, fall_up += step, w_up += step, z_up.words += step;
+        z_down.words -= 2 * N;
+        z_up.store(0, rotate_in(from_k, w.up()));
+        z_down.store(0, rotate_in(mirrored, w.down()));
+        z_up.advance();
     } while (z_up.words < z_down.words);
 }
 
@@ -83,16 +105,16 @@ inline Coefficients<N> rotate_out(Complex<N> x, Pairs<N> w) {
 // The n / 2 outputs of the FFT to the n coefficients, in their place.
 template <u32 N>
 [[gnu::flatten, gnu::noinline]] inline void rotate_to_coefficients(i32 *spectrum, u32 n) {
-    const i32 *w_up = mdct_twiddles(n), *w_down = w_up + n;
-    i32 *up = spectrum, *down = up + n;
-    constexpr u32 step = 2 * N;
+    TwoWays<N> w(mdct_twiddles(n), mdct_twiddles(n) + n);
+    i32 *up = spectrum;
+    i32 *down = spectrum + n;
     do {
-        down -= step, w_down -= step;
-        const auto first = rotate_out(ComplexBlocks<N>{up}.load(0), load_pairs<N>(w_up));
-        const auto last = rotate_out(ComplexBlocks<N>{down}.load(0), load_pairs<N>(w_down));
+        down -= 2 * N;
+        const auto first = rotate_out(ComplexBlocks<N>{up}.load(0), w.up());
+        const auto last = rotate_out(ComplexBlocks<N>{down}.load(0), w.down());
         store_pairs(up, Pairs<N>{first.upwards, reversed(last.downwards)});
         store_pairs(down, Pairs<N>{last.upwards, reversed(first.downwards)});
-        up += step, w_up += step;
+        up += 2 * N;
     } while (up < down);
 }
 

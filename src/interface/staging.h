@@ -22,10 +22,10 @@ inline void copy_frame(const i32 *from, i32 *to) {
 // The first `count` pairs of a stereo frame, a multiple of 8.
 template <u32 N>
 inline void read_stereo(const i16 *pcm, u32 count, i32 *left, i32 *right) {
-    constexpr u32 M = std::min(N, 4u);
-    for (const i32 *end = left + count; left != end; left += 2 * M, right += 2 * M, pcm += 4 * M) {
-        const Pairs<M> low = load_pairs<M>(pcm);
-        const Pairs<M> high = load_pairs<M>(pcm + 2 * M);
+    constexpr u32 lanes = std::min(N, 4u);
+    for (const i32 *end = left + count; left != end; left += 2 * lanes, right += 2 * lanes, pcm += 4 * lanes) {
+        const Pairs<lanes> low = load_pairs<lanes>(pcm);
+        const Pairs<lanes> high = load_pairs<lanes>(pcm + 2 * lanes);
         store_two(left, low.first, high.first);
         store_two(right, low.second, high.second);
     }

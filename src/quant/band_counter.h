@@ -75,9 +75,10 @@ inline PairBits count_signed_quads(const BandLines &band, u32 gain) {
 // Codebooks 3 and 4: magnitudes 0 ... 2.
 inline PairBits count_quads(const BandLines &band, u32 gain) {
     const U32<4> gains = U32<4>::all(gain);
+    const tables::PackedLength *const lengths = tables::quad_lengths.data();
     return count_fours(
         band, [=](U32<4> pow34, I32<4>) { return quantize(pow34, gains); },
-        [](I32<4> q) -> PairBits { return tables::quad_lengths.data()[quad_number(q, 3)]; });
+        [=](I32<4> q) -> PairBits { return lengths[quad_number(q, 3)]; });
 }
 
 // Codebooks 5 and 6: values -4 ... 4.
@@ -116,7 +117,7 @@ inline u32 count_escape_pairs(const BandLines &band, u32 gain) {
                                     : min(magnitudes, U32<4>::all(1));
             return pair_lengths(min(q, flag), tables::escape_radix, TAVIK_ZOLF_huff110);
         });
-    return bits + sum(more_bits);
+    return bits + sum_of_lanes(more_bits);
 }
 
 // Codebook 11 under any gain: magnitudes up to 8191.

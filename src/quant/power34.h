@@ -61,7 +61,7 @@ inline u32 largest_of(const T *values, u32 count, F f) {
     for (; values != end; values += step) {
         unrolled<step / N>([&](auto i) { most = max(most, f(Lanes<T, N>::load(values + i * N))); });
     }
-    return largest(most);
+    return largest_lane(most);
 }
 
 template <u32 N>
@@ -72,47 +72,47 @@ inline U32<N> magnitudes(I32<N> x) {
 // Small powers of a band, eight lines at a time after an odd four.
 template <u32 N>
 inline void look_up_small_powers(const i32 *x, u32 count, u32 *out) {
-    const auto look_up = [](const i32 *lines, u32 *powers) {
+    const auto store_powers = [](const i32 *lines, u32 *powers) {
         store_looked_up(powers, tables::small_pow34.data(), magnitudes(I32<N>::load(lines)));
     };
     const i32 *const end = x + count;
     if (N == 4 && count % 8 != 0) {
-        look_up(x, out);
+        store_powers(x, out);
         x += 4, out += 4;
     }
     constexpr u32 step = N == 1 ? 1 : 8;
-    for (; x != end; x += step, out += step) unrolled<step / N>([=](auto i) { look_up(x + i * N, out + i * N); });
+    for (; x != end; x += step, out += step) unrolled<step / N>([=](auto i) { store_powers(x + i * N, out + i * N); });
 }
 
 // out[k] = (8 |x[k]|)^(3/4), as pow34() has it, of a band: a multiple of 4 lines. Returns the largest. Most bands have
 // small lines only, which take one look-up each.
 template <u32 N>
 inline u32 raise_to_three_quarters(const i32 *x, u32 count, u32 *out) {
-    constexpr u32 M = std::min(N, 4u);
-    const u32 magnitude_of_band = largest_of<N>(x, count, [](auto lanes) { return magnitudes(lanes); });
+    constexpr u32 lanes = std::min(N, 4u);
+    const u32 magnitude_of_band = largest_of<N>(x, count, [](auto vector) { return magnitudes(vector); });
     if (magnitude_of_band < tables::small_pow34_entries) {
-        look_up_small_powers<M>(x, count, out);
+        look_up_small_powers<lanes>(x, count, out);
         return tables::small_pow34[magnitude_of_band];
     }
-    U32<M> most{};
-    for (const i32 *const end = x + count; x != end; x += M, out += M) {
-        const U32<M> a = min(magnitudes(I32<M>::load(x)), U32<M>::all(max_pow34_magnitude));
-        U32<M> power;
-        if constexpr (normalises_in_lanes && M > 1) {
+    U32<lanes> most{};
+    for (const i32 *const end = x + count; x != end; x += lanes, out += lanes) {
+        const U32<lanes> a = min(magnitudes(I32<lanes>::load(x)), U32<lanes>::all(max_pow34_magnitude));
+        U32<lanes> power{};
+        if constexpr (normalises_in_lanes && lanes > 1) {
             power = pow34_in_lanes(a);
         } else {
-            power = lane_by_lane<u32, M>([=](u32 lane) { return pow34(a[lane]); });
+            power = lane_by_lane<u32, lanes>([=](u32 lane) { return pow34(a[lane]); });
         }
         most = max(most, power);
         power.store(out);
     }
-    return largest(most);
+    return largest_lane(most);
 }
 
 // Of a multiple of 4 values.
 template <u32 N>
 inline u32 largest_value(std::span<const u32> values) {
-    return largest_of<N>(values.data(), static_cast<u32>(values.size()), [](auto lanes) { return lanes; });
+    return largest_of<N>(values.data(), static_cast<u32>(values.size()), [](auto vector) { return vector; });
 }
 
 // Gain indices from here on quantize everything to zero.

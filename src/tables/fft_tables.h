@@ -72,7 +72,7 @@ struct TwiddlePair {
 };
 template <u32 N>
 constexpr TwiddlePair twiddle_pair(u32 i) {
-    const i32 *w = &fft_twiddles<N>[twiddles_begin(max_fft_step) + i / N * N * twiddle_words + i % N];
+    const i32 *w = fft_twiddles<N>.data() + twiddles_begin(max_fft_step) + i / N * N * twiddle_words + i % N;
     return {{w[0], w[N], w[2 * N]}, {w[3 * N], w[4 * N], w[5 * N]}};
 }
 

@@ -51,7 +51,7 @@ struct NarrowSum {
     static constexpr u32 first_lag = 1;
     I32<N> value{};
     void add(I32<N> a, I32<N> b) { value += a * b; }
-    i64 total() const { return sum(value); }
+    i64 total() const { return sum_of_lanes(value); }
 };
 
 // A range as PaddedHead splits it: the head, then the rest.
@@ -73,7 +73,9 @@ using LagSums = std::array<Sum, tns_lags - Sum::first_lag>;
 // The partners of 2 N lines from p on in lags R, R + N ... : vectors N lines apart, from the largest lag up to p + N -
 // R.
 template <u32 R, u32 N>
-using Partners = std::array<I32<N>, (tns_lags - R + N - 1) / N + 1>;
+inline constexpr u32 lags_from = (tns_lags - R + N - 1) / N;
+template <u32 R, u32 N>
+using Partners = std::array<I32<N>, lags_from<R, N> + 1>;
 
 template <u32 R, u32 N>
 inline void load_partners(const i32 *p, Partners<R, N> &x) {
@@ -83,7 +85,7 @@ inline void load_partners(const i32 *p, Partners<R, N> &x) {
 // Adds to the sums of these lags. Each vector serves two of them.
 template <u32 R, typename Sum, u32 N>
 inline void add_lags(LagSums<Sum> &sums, I32<N> low, I32<N> high, const Partners<R, N> &x) {
-    constexpr u32 lags = std::tuple_size_v<Partners<R, N>> - 1;
+    constexpr u32 lags = lags_from<R, N>;
     unrolled<lags>([&](auto i) {
         constexpr u32 lag = R + i * N;
         if constexpr (lag >= Sum::first_lag) {
@@ -95,22 +97,21 @@ inline void add_lags(LagSums<Sum> &sums, I32<N> low, I32<N> high, const Partners
 
 // r[l] = sum over i < x.size() - l of x[i] x[i + l], modulo 2^64, of the lags that Sum is for; 0 for a lag without
 // terms.
-template <typename Sum>
+template <typename Sum, u32 N = Sum::lanes>
 [[gnu::flatten, gnu::noinline]] inline void sum_lags(std::span<const i32> x, std::span<i64, tns_lags> r) {
-    constexpr u32 N = Sum::lanes;
     const PaddedHead<2 * N> head(x);
     LagSums<Sum> totals{};
     for (const Segment &segment : segments_of(x, head)) {
         LagSums<Sum> sums = totals;  // in registers
         const i32 *p = segment.lines;
         for (std::size_t blocks = segment.blocks; blocks != 0; --blocks, p += 2 * N) {
-            Partners<0, N> own;
+            Partners<0, N> own{};
             load_partners<0, N>(p, own);
             const I32<N> low = own[own.size() - 2];
             const I32<N> high = own[own.size() - 1];
             add_lags<0, Sum, N>(sums, low, high, own);
             unrolled<N - 1>([&](auto i) {
-                Partners<i + 1, N> partners;
+                Partners<i + 1, N> partners{};
                 load_partners<i + 1, N>(p, partners);
                 add_lags<i + 1, Sum, N>(sums, low, high, partners);
             });
@@ -128,10 +129,9 @@ inline void autocorrelation(std::span<const i32> x, std::span<i64, tns_lags> r) 
     WideTotal<N> energy{};
     const std::size_t in_vectors = x.size() / (2 * N) * (2 * N);
     for (std::size_t i = 0; i < in_vectors; i += 2 * N) {
-        I32<N> low, high;
-        load_two(&x[i], low, high);
-        energy.add_product(low, low);
-        energy.add_product(high, high);
+        std::array<I32<N>, 2> lines{};
+        load_row(&x[i], lines);
+        for (const I32<N> line : lines) energy.add_product(line, line);
     }
     r[0] = energy.total();
     for (std::size_t i = in_vectors; i < x.size(); ++i) r[0] = wrap_add(r[0], i64{x[i]} * x[i]);
@@ -176,11 +176,12 @@ inline bool prediction_gain_is_low(std::span<const i64, tns_lags> r) {
     u64 magnitudes = 0;
     for (const i64 value : r) magnitudes |= magnitude(value);
     const i32 shift = gain_bound::normal_shift(magnitudes);
-    std::array<i32, tns_lags> normal;
+    std::array<i32, tns_lags> normal{};
     for (std::size_t i = 0; i < tns_lags; ++i) normal[i] = static_cast<i32>(norm_shift(r[i], shift));
 
     constexpr u32 vectors = tables::tns_max_order / N;
-    std::array<I32<N>, vectors> u, v;
+    std::array<I32<N>, vectors> u{};
+    std::array<I32<N>, vectors> v{};
     for (u32 i = 0; i < vectors; ++i) {
         u[i] = I32<N>::load(&normal[N * i + 1]);
         v[i] = I32<N>::load(&normal[N * i]);
@@ -208,7 +209,7 @@ inline bool prediction_gain_is_low(std::span<const i64, tns_lags> r) {
 template <u32 N>
 [[gnu::flatten]] inline void filter_lines(i32 *end, std::size_t vectors,
                                           std::span<const i32, tables::tns_max_order> c_q24) {
-    std::array<I32<N>, tables::tns_max_order> c;
+    std::array<I32<N>, tables::tns_max_order> c{};
     unrolled<tables::tns_max_order>([&](auto i) { c[i] = I32<N>::all(c_q24[i]); });
     for (i32 *p = end; vectors != 0; --vectors) {
         p -= N;

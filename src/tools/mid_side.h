@@ -46,7 +46,7 @@ inline void band_sums(ConstSpectrum left, ConstSpectrum right, const u32 *offset
         for (; l != end; l += step, r += step) {
             unrolled<step / N>([&](auto i) { lanes.add(I32<N>::load(l + i * N), I32<N>::load(r + i * N)); });
         }
-        sum_of_band = {sum(lanes.both) >> 5, sum(lanes.side) >> 5};
+        sum_of_band = {sum_of_lanes(lanes.both) >> 5, sum_of_lanes(lanes.side) >> 5};
     }
 }
 
@@ -61,20 +61,21 @@ inline void store_mid_side(i32 *left, i32 *right) {
 // (l + r) / 2 and (l - r) / 2, rounded down, in place of l and r.
 template <u32 N>
 inline void to_mid_side(std::span<i32> left, std::span<i32> right) {
-    constexpr u32 M = std::min(N, 4u);  // twice M are eight lines or fewer
+    constexpr u32 lanes = std::min(N, 4u);  // twice lanes are eight lines or fewer
     i32 *l = left.data();
     i32 *r = right.data();
     const i32 *const end = l + left.size();
-    if (left.size() % (2 * M) != 0) {
-        store_mid_side<M>(l, r);
-        l += M, r += M;
+    if (left.size() % (2 * lanes) != 0) {
+        store_mid_side<lanes>(l, r);
+        l += lanes, r += lanes;
     }
-    for (; l != end; l += 2 * M, r += 2 * M) {
-        I32<M> l0, l1, r0, r1;
-        load_two(l, l0, l1);
-        load_two(r, r0, r1);
-        store_two(l, (l0 + r0) >> 1, (l1 + r1) >> 1);
-        store_two(r, (l0 - r0) >> 1, (l1 - r1) >> 1);
+    for (; l != end; l += 2 * lanes, r += 2 * lanes) {
+        std::array<I32<lanes>, 2> a{};
+        std::array<I32<lanes>, 2> b{};
+        load_row(l, a);
+        load_row(r, b);
+        store_two(l, (a[0] + b[0]) >> 1, (a[1] + b[1]) >> 1);
+        store_two(r, (a[0] - b[0]) >> 1, (a[1] - b[1]) >> 1);
     }
 }
 

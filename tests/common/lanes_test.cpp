@@ -101,8 +101,8 @@ TYPED_TEST(KernelsTest, OperationsAcrossLanes) {
             const auto x = I32<n>::load(&words[i]);
             WideTotal<n> square;
             square.add_product(x, x);
-            total += static_cast<u32>(sum(x));
-            most = std::max(most, largest(x));
+            total += static_cast<u32>(sum_of_lanes(x));
+            most = std::max(most, largest_lane(x));
             squares = wrap_add(squares, square.total());
         }
         return std::tuple(total, most, squares);

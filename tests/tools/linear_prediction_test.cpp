@@ -1,12 +1,13 @@
 // The bound on the prediction gain.
 
+#include "tools/linear_prediction.h"
+
 #include <gtest/gtest.h>
 
 #include <limits>
 #include <random>
 
 #include "tools/exact_prediction.h"
-#include "tools/linear_prediction.h"
 
 namespace {
 
