@@ -41,9 +41,6 @@ constexpr u64 magnitude(i64 x) { return x < 0 ? u64{0} - static_cast<u64>(x) : s
 // Magnitude kept signed; that of -2^31 wraps to itself.
 constexpr i32 wrap_abs(i32 x) { return static_cast<i32>(magnitude(x)); }
 
-// High word of the 64-bit product: u v / 2^32, rounded toward minus infinity.
-constexpr i32 mulhi(i32 u, i32 v) { return static_cast<i32>((i64{u} * v) >> 32); }
-
 // Left shift that drops what leaves the word, for any count.
 constexpr i32 shift_left(i32 x, u32 count) { return count < 32 ? x << count : 0; }
 
