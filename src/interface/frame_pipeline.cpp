@@ -1,5 +1,5 @@
 // attack analysis -> filter bank -> tools -> scale factors -> rate loop and bitstream. The order of stages and of
-// channels is part of the result: the bit pool is consumed channel by channel.
+// channels is part of the result: the channels draw from the bit reservoir one after the other.
 #include "interface/frame_pipeline.h"
 
 #include "bitstream/frame.h"
@@ -147,7 +147,7 @@ u32 encode_frame(EncoderState &state, const PerChannel<WindowSequence> &previous
     }
     reset_bit_targets(block);
     code_mid_side(state);
-    i32 pool = set_bit_tolerances(block);
+    i32 available = set_bit_tolerances(block);
     const std::span<i32> band_peaks = state.work_buffer;
     for (u32 channel = 0; channel < channels; ++channel) {
         seed_common_sf(block, previous_window_sequence[channel], channel);
@@ -155,7 +155,7 @@ u32 encode_frame(EncoderState &state, const PerChannel<WindowSequence> &previous
                                block.band_sf_offset[channel],
                                band_peaks.subspan(channel * max_bands).first<max_bands>(), channel);
         if (state.config.constant_rate == 0) {
-            lend_reservoir_bits(state, pool, previous_window_sequence[channel], channel);
+            draw_from_reservoir(state, available, previous_window_sequence[channel], channel);
         }
     }
     const auto quantized = std::span(state.time_history[0]).first<frame_length>();

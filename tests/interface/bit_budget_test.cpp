@@ -1,4 +1,4 @@
-// Targets, loans and the reservoir.
+// Targets, tolerances and the reservoir.
 #include "interface/bit_budget.h"
 
 #include <gtest/gtest.h>
@@ -22,30 +22,30 @@ struct Budget {
         reset_bit_targets(block);
     }
 
-    // The target of a channel after loans from a pool of so many bits, and what is left of the pool.
-    std::pair<i32, i32> lend(i32 pool, WindowSequence sequence, WindowSequence before, u32 tns_data_present,
+    // The target of a channel after it has drawn from so many available bits, and what is left of them.
+    std::pair<i32, i32> draw(i32 available, WindowSequence sequence, WindowSequence before, u32 tns_data_present,
                              u32 channel = 0) {
         reset_bit_targets(block);
         block.window_sequence[channel] = sequence;
         block.tns_data[channel].tns_data_present = tns_data_present;
-        lend_reservoir_bits(state, pool, before, channel);
-        return {block.bits_target[channel], pool};
+        draw_from_reservoir(state, available, before, channel);
+        return {block.bits_target[channel], available};
     }
 };
 
 using enum WindowSequence;
 
-TEST(BitBudget, LoansBySharesOfTheMean) {
+TEST(BitBudget, DrawsSharesOfTheMean) {
     Budget budget(TAVIK_MODE_MONO);
-    EXPECT_EQ(budget.lend(5000, only_long, only_long, 0), std::pair(1200, 4800));
-    EXPECT_EQ(budget.lend(5000, only_long, only_long, 1), std::pair(1260, 4740));
-    EXPECT_EQ(budget.lend(5000, long_start, only_long, 0), std::pair(1360, 4640));
-    EXPECT_EQ(budget.lend(5000, long_start, only_long, 1), std::pair(1440, 4560));
-    EXPECT_EQ(budget.lend(5000, eight_short, eight_short, 0), std::pair(1200, 4800));
-    EXPECT_EQ(budget.lend(5000, only_long, long_stop, 0), std::pair(1200, 4800));
+    EXPECT_EQ(budget.draw(5000, only_long, only_long, 0), std::pair(1200, 4800));
+    EXPECT_EQ(budget.draw(5000, only_long, only_long, 1), std::pair(1260, 4740));
+    EXPECT_EQ(budget.draw(5000, long_start, only_long, 0), std::pair(1360, 4640));
+    EXPECT_EQ(budget.draw(5000, long_start, only_long, 1), std::pair(1440, 4560));
+    EXPECT_EQ(budget.draw(5000, eight_short, eight_short, 0), std::pair(1200, 4800));
+    EXPECT_EQ(budget.draw(5000, only_long, long_stop, 0), std::pair(1200, 4800));
     budget.block.ms_mask_present = MsMask::all;
-    EXPECT_EQ(budget.lend(5000, only_long, only_long, 0), std::pair(1180, 4820));
-    EXPECT_EQ(budget.lend(5000, only_long, only_long, 0, 1), std::pair(1120, 4880));
+    EXPECT_EQ(budget.draw(5000, only_long, only_long, 0), std::pair(1180, 4820));
+    EXPECT_EQ(budget.draw(5000, only_long, only_long, 0, 1), std::pair(1120, 4880));
 }
 
 TEST(BitBudget, TolerancesAreATenth) {
@@ -56,16 +56,16 @@ TEST(BitBudget, TolerancesAreATenth) {
     EXPECT_EQ(budget.block.bits_tolerance, (std::array{100, 10})) << "of the mean at most";
 }
 
-TEST(BitBudget, APoolLendsWhatItHas) {
+TEST(BitBudget, DrawsNoMoreThanThereIs) {
     Budget budget(TAVIK_MODE_MONO);
-    EXPECT_EQ(budget.lend(170, long_start, only_long, 1), std::pair(1170, 0));
-    EXPECT_EQ(budget.lend(0, long_start, only_long, 1), std::pair(1000, 0));
+    EXPECT_EQ(budget.draw(170, long_start, only_long, 1), std::pair(1170, 0));
+    EXPECT_EQ(budget.draw(0, long_start, only_long, 1), std::pair(1000, 0));
 }
 
 TEST(BitBudget, AnIndependentChannelKeepsToItsBuffer) {
     Budget budget(TAVIK_MODE_TWO_MONO);
     budget.block.mean_channel_bits = 6000;
-    EXPECT_EQ(budget.lend(9000, only_long, only_long, 0), std::pair(6144, 8856));
+    EXPECT_EQ(budget.draw(9000, only_long, only_long, 0), std::pair(6144, 8856));
 }
 
 TEST(BitBudget, TheReservoirFillsAndIsUsedUp) {
