@@ -1,5 +1,5 @@
-// Channel elements and the frame around them. Quantization is part of writing: a channel is fitted into what its target
-// leaves after the side information, and written, before the next channel is quantized.
+// Channel elements and the frame around them. Quantization is part of writing: side information is deducted from a
+// channel's target, the channel is quantized to fit the rest, and written, before the next channel is quantized.
 #pragma once
 
 #include "bitstream/bit_writer.h"
@@ -15,12 +15,15 @@ struct FrameData {
     const i32 *band_peaks = nullptr;  // max_bands per channel: largest 3/4 power of each band; or nullptr
 };
 
-// single_channel_element of a channel (its number is also the tag), without the element identifier. `share`: bits
-// charged to the channel's target for headers and fixed syntax.
-void write_single_channel_element(BitOutput out, CodingBlock &block, const FrameData &data, u32 share, u32 channel);
+// One whole frame: header, raw_data_block, byte alignment, ADTS frame length. Returns its bits, a multiple of 8.
+u32 quantize_and_write_frame(EncoderState &state, u8 *buffer, const FrameData &data);
 
-// channel_pair_element of channels 0 and 1, without the element identifier. `share` is charged to each channel.
-void write_channel_pair_element(BitOutput out, CodingBlock &block, const FrameData &data, u32 share);
+// single_channel_element of a channel, whose number is also the tag, without the element identifier. `overhead_bits`:
+// deducted from the channel's target for headers and fixed syntax.
+void quantize_and_write_sce(BitOutput out, CodingBlock &block, const FrameData &data, u32 overhead_bits, u32 channel);
+
+// channel_pair_element of channels 0 and 1, without the element identifier. `overhead_bits`: deducted from each target.
+void quantize_and_write_cpe(BitOutput out, CodingBlock &block, const FrameData &data, u32 overhead_bits);
 
 // Fill elements that bring a constant-rate frame of `bits_so_far` bits to its mean size of `target_bits`, END and byte
 // alignment (3 to 10 bits) still to come; nothing when the frame is that long already.
@@ -28,8 +31,5 @@ void write_fill(BitOutput out, u32 bits_so_far, u32 target_bits);
 
 // Mean size of a constant-rate frame.
 u32 constant_rate_frame_bits(const CodingBlock &block);
-
-// One whole frame: header, raw_data_block, byte alignment, ADTS frame length. Returns its bits, a multiple of 8.
-u32 write_frame(EncoderState &state, u8 *buffer, const FrameData &data);
 
 }  // namespace tavik

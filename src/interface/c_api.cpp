@@ -21,7 +21,7 @@ namespace {
 
 using namespace tavik;
 
-// A bit writer that a caller holds as four separate fields: gathered for one call and stored back behind it.
+// A bit writer that a caller holds as four separate fields: gathered for one call and stored back after it.
 class ScatteredBitWriter {
  public:
     ScatteredBitWriter(u32 &bits_left, u32 &current_byte, u32 &bit_count, u32 &byte_pos)
@@ -63,7 +63,7 @@ u32 appended_bits(BitOutput out, Write write) {
 
 using CodebookBytes = std::array<u8, band_array_size>;
 
-// Codebooks as the library holds them; callers have a word for each.
+// The library stores a codebook number in a byte, callers in a word.
 CodebookBytes narrow_codebooks(const u32 *codebooks) {
     CodebookBytes bytes;
     for (u32 i = 0; i < band_array_size; ++i) bytes[i] = static_cast<u8>(codebooks[i]);
@@ -225,20 +225,20 @@ uint32_t TAVIK_CalculateEscSequence(int32_t value, uint32_t *length) {
 
 uint32_t TAVIK_WriteBitstream(EncoderContext *context, const int32_t *spectrum, const uint32_t *pow34_spectrum,
                               uint8_t *buffer, int32_t *quantized) {
-    return write_frame(state_of(*context), buffer, frame_data(spectrum, pow34_spectrum, quantized));
+    return quantize_and_write_frame(state_of(*context), buffer, frame_data(spectrum, pow34_spectrum, quantized));
 }
 
 uint32_t TAVIK_WriteSCE(TavikCodingBlock *block, const int32_t *spectrum, const uint32_t *pow34_spectrum,
                         BitWriter *writer, uint32_t share, uint8_t *buffer, int32_t *quantized, uint32_t channel) {
     return appended_bits({buffer, *writer}, [&](BitOutput out) {
-        write_single_channel_element(out, *block, frame_data(spectrum, pow34_spectrum, quantized), share, channel);
+        quantize_and_write_sce(out, *block, frame_data(spectrum, pow34_spectrum, quantized), share, channel);
     });
 }
 
 uint32_t TAVIK_WriteCPE(TavikCodingBlock *block, const int32_t *spectrum, const uint32_t *pow34_spectrum,
                         BitWriter *writer, uint32_t share, uint8_t *buffer, int32_t *quantized) {
     return appended_bits({buffer, *writer}, [&](BitOutput out) {
-        write_channel_pair_element(out, *block, frame_data(spectrum, pow34_spectrum, quantized), share);
+        quantize_and_write_cpe(out, *block, frame_data(spectrum, pow34_spectrum, quantized), share);
     });
 }
 

@@ -1,5 +1,5 @@
-// attack analysis -> filter bank -> tools -> scale factors -> rate loop and bitstream. The order of stages and of
-// channels is part of the result: the channels draw from the bit reservoir one after the other.
+// Attack detection -> filter bank -> tools -> bit targets and scale factors -> rate loop and bitstream. The order of
+// stages and of channels is part of the result: the channels draw from one bit reservoir, one after the other.
 #include "interface/frame_pipeline.h"
 
 #include "bitstream/frame.h"
@@ -52,7 +52,7 @@ void set_band_layout(CodingBlock &block, u32 channel) {
     }
 }
 
-// Eight short spectra, one after the other, to coding order: group by group, band by band, window by window.
+// Brings eight short spectra, one after the other, into coding order: group by group, band by band, window by window.
 void regroup_short_spectra(const CodingBlock &block, Spectrum spectrum, std::span<i32, frame_length> scratch,
                            u32 channel) {
     const u32 *starts = TAVIK_SwbOffsetShort[block.sampling_rate_index];
@@ -81,7 +81,7 @@ void shape_temporal_noise(EncoderState &state, Spectrum spectrum, u32 channel) {
                            block.long_band_count);
 }
 
-// A channel's time history to the spectrum that is quantized, mid/side apart.
+// From a channel's time history to the spectrum that is quantized, but for mid/side.
 void analyse_spectrum(EncoderState &state, u32 channel) {
     CodingBlock &block = state.coding;
     const Spectrum spectrum = first_half(state.spectrum[channel]);
@@ -96,7 +96,7 @@ void analyse_spectrum(EncoderState &state, u32 channel) {
     }
 }
 
-// Mid/side needs a common window and both channels with or both without temporal noise shaping.
+// Mid/side needs a common window, and temporal noise shaping in both channels or in neither.
 void code_mid_side(EncoderState &state) {
     CodingBlock &block = state.coding;
     const bool tns_data_present = block.tns_data[0].tns_data_present != 0;
@@ -140,11 +140,15 @@ PerChannel<WindowSequence> decide_windows(EncoderState &state) {
 u32 encode_frame(EncoderState &state, const PerChannel<WindowSequence> &previous_window_sequence, u8 *output) {
     CodingBlock &block = state.coding;
     const u32 channels = block.num_channels;
+
+    // Analyse.
     block.common_window = has_common_window(state) ? 1 : 0;
     for (u32 channel = 0; channel < channels; ++channel) {
         set_band_layout(block, channel);
         analyse_spectrum(state, channel);
     }
+
+    // Allocate bits.
     reset_bit_targets(block);
     code_mid_side(state);
     i32 available = set_bit_tolerances(block);
@@ -158,8 +162,10 @@ u32 encode_frame(EncoderState &state, const PerChannel<WindowSequence> &previous
             draw_from_reservoir(state, available, previous_window_sequence[channel], channel);
         }
     }
+
+    // Quantize and write, channel by channel.
     const auto quantized = std::span(state.time_history[0]).first<frame_length>();
-    const u32 frame_bits = write_frame(
+    const u32 frame_bits = quantize_and_write_frame(
         state, output, {state.spectrum[0].data(), state.pow34_spectrum[0].data(), quantized, band_peaks.data()});
     const u32 frame_bytes = (frame_bits + 7) / 8;
     update_reservoir(block, frame_bytes);

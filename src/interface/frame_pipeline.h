@@ -1,4 +1,4 @@
-// The per-frame pipeline: which stages run, in what order, with what.
+// The per-frame pipeline: which stages run, in what order, on what data.
 #pragma once
 
 #include "common/encoder_context.h"
