@@ -1,6 +1,6 @@
-// The inner step of the rate loop. A band's largest 3/4 power tells its largest quantized value, and with it the pair
-// of codebooks, before anything is quantized: a band that comes to nothing costs nothing, any other is quantized and
-// counted under both codebooks of its pair in one pass.
+// The inner step of the rate loop. A band's largest 3/4 power gives its largest quantized value, and with it the pair
+// of codebooks, before anything is quantized: an all-zero band is done; any other is quantized and counted under both
+// codebooks of its pair in one pass.
 #include "quant/bit_counter.h"
 
 #include "quant/band_counter.h"
@@ -8,20 +8,20 @@
 namespace tavik {
 namespace {
 
-// What a band costs, and the codebook that makes it so.
+// The bits of a band's spectral data, and the codebook that gives them.
 struct BandCost {
     u32 codebook;
     u32 bits;
 };
 
-// Equal costs take the lower codebook.
+// At equal cost the lower codebook is chosen.
 BandCost cheaper_of_pair(PairBits bits, u32 higher) {
     const u32 lower_bits = tables::in_lower_codebook(bits);
     const i32 more = tables::more_in_higher_codebook(bits);
     return more >= 0 ? BandCost{higher - 1, lower_bits} : BandCost{higher, lower_bits + static_cast<u32>(more)};
 }
 
-// `largest`: the band's largest value, 1 ... 4095. It tells the pair of codebooks, as TAVIK_codebook does.
+// `largest`: the band's largest magnitude, 1 ... 4095. It decides on the pair of codebooks, as in TAVIK_codebook.
 BandCost count_band(const BandLines &band, u32 gain, u32 largest) {
     using namespace tables;
     switch (largest) {
@@ -44,7 +44,8 @@ BandCost count_band(const BandLines &band, u32 gain, u32 largest) {
     }
 }
 
-// A band whose products exceed 32 bits: of a gain index below 58, where no value is small, or above 4095.
+// A band whose products exceed 32 bits: its gain index is below 58, where no value is small, or its largest magnitude
+// is above 4095.
 BandCost count_large_band(const BandLines &band, const GainRule &rule) {
     return {tables::escape_codebook, count_large_escape_pairs(band, rule)};
 }
@@ -54,7 +55,7 @@ class SectionCounter {
  public:
     explicit SectionCounter(SectionLengthField length) : length_(length) {}
 
-    // The bits that one more band brings: those of a new section, or of a section length that outgrows its field.
+    // The bits that one more band adds: those of a new section, or of one more field of the section's length.
     u32 add(u32 codebook, bool starts_group) {
         if (starts_group || codebook != codebook_) {
             codebook_ = codebook;
@@ -76,7 +77,7 @@ class SectionCounter {
 
 u32 count_bits(const RateBands &bands, const ChannelData &data, Trial trial) {
     SectionCounter sections(trial.section_length);
-    // Copies, since the codebooks' bytes could be anything that is read through a reference.
+    // Local copies: a store to the codebooks, which are bytes, may alias what is read through a reference.
     const u32 *const powers = data.pow34.data();
     const i32 *const spectrum = data.spectrum.data();
     i32 *const quantized = data.quantized.data();
@@ -99,7 +100,7 @@ u32 count_bits(const RateBands &bands, const ChannelData &data, Trial trial) {
             const BandLines lines{powers + begin, spectrum + begin, quantized + begin, band.width()};
             if (largest <= counted_by_kernels) {
                 cost = count_band(lines, gain, static_cast<u32>(largest));
-            } else if (largest <= largest_quantized) {
+            } else if (largest <= max_quantized) {
                 cost = count_large_band(lines, gain_rule(gain_index));
             } else {
                 return overflow_bits;
@@ -109,7 +110,7 @@ u32 count_bits(const RateBands &bands, const ChannelData &data, Trial trial) {
         }
         codebooks[band.entry] = static_cast<u8>(cost.codebook);
         bits += sections.add(cost.codebook, band.starts_group != 0);
-        if (bits >= trial.enough) return bits;
+        if (bits >= trial.bit_limit) return bits;
     }
     return bits;
 }

@@ -6,7 +6,7 @@
 
 namespace tavik {
 
-inline constexpr u32 largest_quantized = 8191;                     // the standard's limit of escape coding
+inline constexpr u32 max_quantized = 8191;                         // the standard's limit of escape coding
 inline constexpr u32 overflow_bits = 3 * buffer_bits_per_channel;  // "bits" of a channel that exceeds it
 
 // The arrays of one channel around the rate loop.
@@ -19,19 +19,18 @@ struct ChannelData {
     const i32 *band_peaks = nullptr;         // largest 3/4 power of each band, in coding order; or nullptr
 };
 
-// What one trial asks for.
 struct Trial {
     u32 common_sf;
     SectionLengthField section_length;
-    u32 enough;  // the count may end where it has reached so many bits
+    u32 bit_limit;  // the count may stop once it has reached this
 };
 
-inline constexpr u32 count_all = 0xFFFFFFFF;
+inline constexpr u32 no_bit_limit = 0xFFFFFFFF;
 
 // Bits of section, scale-factor and spectral data with the trial's common_sf; exactly what the channel stream writer
-// spends on them. Codebooks and values of the coded bands are the trial's, except that bands of codebook 0 keep their
-// old values. overflow_bits as soon as a quantized magnitude exceeds 8191, `enough` or a little more as soon as there
-// are so many bits; codebooks and values are then incomplete.
+// spends on them. Sets codebooks and values of the coded bands, except that bands of codebook 0 keep their old values.
+// Stops with overflow_bits where a quantized magnitude exceeds 8191, and with the bits so far where they have reached
+// bit_limit; codebooks and values are then incomplete.
 u32 count_bits(const RateBands &bands, const ChannelData &data, Trial trial);
 
 }  // namespace tavik

@@ -21,13 +21,13 @@ struct RateBand {
 struct RateBands {
     std::array<RateBand, max_bands> bands;
     u32 count;
-    u32 all_zero_common_sf;  // from here on every band is quantized to zero, whatever its lines
+    u32 all_zero_common_sf;  // from here on every band is quantized to zero, whatever its spectrum
 
     const RateBand *begin() const { return bands.data(); }
     const RateBand *end() const { return bands.data() + count; }
 };
 
-// band_peaks: the largest 3/4 power of each band, in coding order; without them they are looked for in pow34.
+// band_peaks: the largest 3/4 power of each band, in coding order; if nullptr, they are found in pow34.
 RateBands gather_rate_bands(const CodingBlock &block, ConstPow34 pow34, const i32 *band_peaks,
                             ConstBandArray band_sf_offset, u32 channel);
 

@@ -1,5 +1,5 @@
-// The search of the rate loop, apart from what it counts: one value, common_sf, is moved until the bits fit. A larger
-// common_sf quantizes more coarsely.
+// The search of the rate loop, independent of how bits are counted: one value, common_sf, is moved until the bits fit.
+// A larger common_sf quantizes more coarsely.
 #pragma once
 
 #include <algorithm>
@@ -13,25 +13,25 @@ struct RateTarget {
     i32 tolerance;  // a count closer to `bits` than this ends the bisection; 0 or less never does
 };
 
-// The most calls of count_bits in one search from common_sf 0 ... 127 with a silent_sf of 112 at most, whatever the
-// counts. It takes a count at 0 that is above the target, but within the tolerance: the bisection ends at once, and the
-// walk goes from 1 to 112. Nothing else takes longer. Steps upward, of 4 or more, spare the walk what they leap over;
-// steps downward, of 2 or more, leave a count below the target behind, where a walk would end.
-inline constexpr u32 most_counts_per_search = 113;
+// Limit of the calls of count_bits in one search from common_sf 0 ... 127 with an all_zero_common_sf of up to 112,
+// whatever the counts. The worst case is a count at 0 that is above the target, but within the tolerance: the bisection
+// ends at once, and common_sf then rises by 1 from 1 to 112. A bisection only shortens this: its steps upward, of 4 or
+// more, skip values, and before a step downward, of 2 or more, a count was below the target, where the rise would end.
+inline constexpr u32 max_counts_per_search = 113;
 
-// From `silent_sf` on every value is quantized to zero, so that raising common_sf further could change nothing.
-// count_bits(common_sf) is called for each trial; its latest call is the one whose common_sf is the result.
+// From `all_zero_common_sf` on every value is quantized to zero: a larger common_sf changes nothing. Each trial calls
+// count_bits(common_sf); the result is the common_sf of the last call.
 template <typename CountBits>
 class RateSearch {
  public:
-    RateSearch(u32 start, u32 silent_sf, RateTarget target, CountBits count_bits)
-        : common_sf_(start), silent_sf_(silent_sf), target_(target), count_bits_(count_bits) {
+    RateSearch(u32 start, u32 all_zero_common_sf, RateTarget target, CountBits count_bits)
+        : common_sf_(start), all_zero_common_sf_(all_zero_common_sf), target_(target), count_bits_(count_bits) {
         count();
     }
 
     u32 run() {
         bisect();
-        while (excess_ > 0 && common_sf_ < silent_sf_) {
+        while (excess_ > 0 && common_sf_ < all_zero_common_sf_) {
             ++common_sf_;
             count();
         }
@@ -52,7 +52,7 @@ class RateSearch {
     }
 
     // A count above the target moves common_sf up, any other down; each reversal (the first direction counts as up)
-    // halves the step. Ends within the tolerance, with the step used up, or where common_sf can move no further.
+    // halves the step. Ends within the tolerance, when the step would be 0, or where common_sf can move no further.
     void bisect() {
         u32 step = first_step();
         bool upward = true;
@@ -63,7 +63,7 @@ class RateSearch {
                 upward = above_target;
                 if (step == 0) return;
             }
-            if (common_sf_ >= silent_sf_ && upward) return;
+            if (common_sf_ >= all_zero_common_sf_ && upward) return;
             if (common_sf_ == 0 && !upward) return;
             common_sf_ = upward ? common_sf_ + step : common_sf_ - std::min(common_sf_, step);
             count();
@@ -71,7 +71,7 @@ class RateSearch {
     }
 
     u32 common_sf_;
-    u32 silent_sf_;
+    u32 all_zero_common_sf_;
     RateTarget target_;
     CountBits count_bits_;
     i32 bits_ = 0;    // of the latest count

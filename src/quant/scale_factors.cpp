@@ -14,17 +14,17 @@ namespace {
 // ceil(log2 peak) + 2, at most 18. A non-zero 3/4 power is at least 4, so that is 4 ... 18.
 i32 starting_offset(u32 peak) { return std::min(static_cast<i32>(std::bit_width(peak - 1)) + 2, 18); }
 
-// By how much a run of bands is finer than its starting offset s.
+// How much lower, that is finer, the offset of a run of bands is than the starting offset s.
 struct OffsetRule {
     u8 last_band;
     u8 reduction;
-    u8 finer_below;   // s below which the reduction is one more
-    u8 finest_below;  // and one more again
-    u8 smallest;      // result
+    u8 finer_below;   // below this s the reduction is one more
+    u8 finest_below;  // below this, one more again
+    u8 min_offset;    // of the result
 
     u32 operator()(i32 s) const {
         const i32 finer = s - reduction - (s < finer_below ? 1 : 0) - (s < finest_below ? 1 : 0);
-        return static_cast<u32>(std::max<i32>(finer, smallest));
+        return static_cast<u32>(std::max<i32>(finer, min_offset));
     }
 };
 
@@ -76,8 +76,8 @@ constexpr OffsetRule offset_rules[] = {
     {all_bands, 0, 0, 0, 0},
 };
 
-// Where the rules of a sampling rate begin: those of long windows, and of eight-short groups of one, two and more
-// windows. Short groups are coded more finely.
+// Where the rules of a sampling rate begin: those of long windows, and those of eight-short groups of one, two, and
+// more than two windows. Short groups are coded more finely.
 struct FirstRules {
     u8 of_long;
     u8 of_short[3];
@@ -98,7 +98,7 @@ constexpr FirstRules first_rules[] = {
     {0, {0, 0, 0}},   // 8000
 };
 
-// Bands rise within a run, up to all; runs begin where those of a sampling rate do.
+// last_band rises up to all_bands, then again from the next rule on; there the rules of some sampling rate begin.
 consteval bool are_runs() {
     bool begins = true;
     for (std::size_t i = 0; i < std::size(offset_rules); ++i) {

@@ -68,7 +68,7 @@ TEST(CountBits, GainIndicesAreTakenModulo256) {
         channel.pow34 = {4, 0, 5, 9};
         const u64 largest = gain_rule(gain_index)(9);
         const u32 bits = channel.count(256 + gain_index - scale_factor_base);
-        if (largest > largest_quantized) {
+        if (largest > max_quantized) {
             ASSERT_EQ(bits, overflow_bits) << gain_index;
             continue;
         }

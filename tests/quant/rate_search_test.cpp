@@ -12,16 +12,17 @@ namespace {
 
 using namespace tavik;
 
-constexpr u32 never_silent = 1000;
+constexpr u32 never_all_zero = 1000;
 
 struct Outcome {
     u32 common_sf;
     std::vector<u32> trials;
 };
 
-Outcome search(u32 start, RateTarget target, const std::map<u32, u32> &counts, u32 silent_sf = never_silent) {
+Outcome search(u32 start, RateTarget target, const std::map<u32, u32> &counts,
+               u32 all_zero_common_sf = never_all_zero) {
     std::vector<u32> trials;
-    RateSearch search(start, silent_sf, target, [&](u32 common_sf) {
+    RateSearch search(start, all_zero_common_sf, target, [&](u32 common_sf) {
         trials.push_back(common_sf);
         return counts.at(common_sf);
     });
@@ -45,7 +46,7 @@ TEST(RateSearch, WalksBelowTheTarget) {
 TEST(RateSearch, FirstStepGrowsWithTheRelativeDistance) {
     const auto first_step = [](i32 target) {
         std::vector<u32> trials;
-        RateSearch search(40, never_silent, {target, 1}, [&](u32 common_sf) {
+        RateSearch search(40, never_all_zero, {target, 1}, [&](u32 common_sf) {
             trials.push_back(common_sf);
             return trials.size() == 1 ? 100 : static_cast<u32>(target);
         });
@@ -69,7 +70,7 @@ TEST(RateSearch, EndsAtTheLowestValue) {
     EXPECT_EQ(search(1, {1000, 10}, {{1, 200}, {0, 300}}).trials, (Trials{1, 0}));
 }
 
-TEST(RateSearch, EndsWhereEverythingIsSilent) {
+TEST(RateSearch, EndsWhereEverythingIsZero) {
     std::map<u32, u32> counts;
     for (u32 g = 0; g < 200; ++g) counts[g] = 14;  // section data only, above the target
     EXPECT_EQ(search(100, {-50, 10}, counts, 112).trials, (Trials{100, 104, 108, 112}));
@@ -88,8 +89,8 @@ struct Answers {
 // Makes the search as long as it can. It decides anew about each new common_sf; one seen before has its count.
 class Opponent {
  public:
-    Opponent(u32 start, u32 silent_sf, const Answers &answers)
-        : start_(start), silent_sf_(silent_sf), answers_(answers) {}
+    Opponent(u32 start, u32 all_zero_common_sf, const Answers &answers)
+        : start_(start), all_zero_common_sf_(all_zero_common_sf), answers_(answers) {}
 
     // Counts of the longest search that begins with `decisions`.
     std::size_t longest(const std::vector<u32> &decisions = {}) const {
@@ -120,7 +121,7 @@ class Opponent {
     Course run(const std::vector<u32> &decisions) const {
         std::array<u32, 144> answered{};  // by common_sf; 127 and a first step of 16 are the most
         Course course{0, 0};
-        RateSearch search(start_, silent_sf_, answers_.target, [&](u32 common_sf) {
+        RateSearch search(start_, all_zero_common_sf_, answers_.target, [&](u32 common_sf) {
             ++course.counts;
             u32 &answer = answered.at(common_sf);
             if (answer == 0) {
@@ -134,13 +135,13 @@ class Opponent {
     }
 
     u32 start_;
-    u32 silent_sf_;
+    u32 all_zero_common_sf_;
     Answers answers_;
 };
 
-// The encoder's searches: common_sf grows beyond silent_sf by a first step at most, to 127, and the next frame starts
-// there; silent_sf is 112 less an offset of 0 to 18.
-TEST(RateSearch, NoOpponentGetsMoreThanTheMostCounts) {
+// The encoder's searches: common_sf grows beyond all_zero_common_sf by a first step at most, to 127, and the next frame
+// starts there; all_zero_common_sf is 112 less an offset of 0 to 18.
+TEST(RateSearch, NoOpponentExceedsTheLimitOfCounts) {
     constexpr Answers all_answers[] = {
         // The first count decides on a first step of 4, 8 or 16: below the target, or above one that is out of reach.
         {{1000, 100}, 2000, 1050, 500}, {{1000, 100}, 2000, 1050, 100}, {{1000, 100}, 2000, 1050, 10},
@@ -148,13 +149,13 @@ TEST(RateSearch, NoOpponentGetsMoreThanTheMostCounts) {
         {{1000, 0}, 2000, 0, 1000}};
     std::size_t most = 0;
     for (const Answers &answers : all_answers) {
-        for (u32 silent_sf = 94; silent_sf <= 112; ++silent_sf) {
+        for (u32 all_zero_common_sf = 94; all_zero_common_sf <= 112; ++all_zero_common_sf) {
             for (u32 start = 0; start < 128; ++start) {
-                most = std::max(most, Opponent(start, silent_sf, answers).longest());
+                most = std::max(most, Opponent(start, all_zero_common_sf, answers).longest());
             }
         }
     }
-    EXPECT_EQ(most, most_counts_per_search);
+    EXPECT_EQ(most, max_counts_per_search);
 }
 
 }  // namespace
