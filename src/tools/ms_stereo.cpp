@@ -12,7 +12,7 @@ namespace {
 struct MsThresholds {
     u8 side_factor;  // mid/side if side_factor x side <= 10 x (left + right)
     u8 low_share;    // per cent of bands: below it no band is coded as mid/side
-    u8 high_share;   // above it all are
+    u8 high_share;   // above it every band is
 };
 
 constexpr MsThresholds ms_thresholds[] = {
@@ -25,40 +25,40 @@ const MsThresholds &thresholds_of(u32 sampling_rate_index) {
     return ms_thresholds[(sampling_rate_index > 5 ? 1 : 0) + (sampling_rate_index > 8 ? 1 : 0)];
 }
 
-// What the bands say together.
-struct Survey {
+// Sums of magnitudes over all bands, of left and right and of side. A left/right band adds the mean of both to each.
+struct BandStatistics {
     u32 ms_band_count = 0;
     u32 lr_total = 0;
     u32 side_total = 0;
 };
 
-Survey survey_bands(ConstSpectrum left, ConstSpectrum right, std::span<const u32> offsets, i32 side_factor,
-                    std::span<u32> ms_used) {
+BandStatistics measure_bands(ConstSpectrum left, ConstSpectrum right, std::span<const u32> offsets, i32 side_factor,
+                             std::span<u32> ms_used) {
     std::array<BandSums, max_bands> sums_of_band;  // NOLINT(cppcoreguidelines-pro-type-member-init): filled next
     band_sums(left, right, offsets.data(), std::span(sums_of_band).first(ms_used.size()));
-    Survey survey;
+    BandStatistics statistics;
     for (u32 b = 0; b < ms_used.size(); ++b) {
         const BandSums sums = sums_of_band[b];
         const bool mid_side = wrap_mul(side_factor, sums.side) <= wrap_mul(10, sums.both);
         ms_used[b] = mid_side ? 1 : 0;
         if (mid_side) {
-            ++survey.ms_band_count;
-            survey.lr_total += static_cast<u32>(sums.both);
-            survey.side_total += static_cast<u32>(sums.side);
+            ++statistics.ms_band_count;
+            statistics.lr_total += static_cast<u32>(sums.both);
+            statistics.side_total += static_cast<u32>(sums.side);
         } else {
             const auto mean = static_cast<u32>(wrap_add(sums.both, sums.side) >> 1);
-            survey.lr_total += mean;
-            survey.side_total += mean;
+            statistics.lr_total += mean;
+            statistics.side_total += mean;
         }
     }
-    return survey;
+    return statistics;
 }
 
-// In between, the bands decide for themselves, unless the first prefers left/right.
-MsMask decide_mask(const Survey &survey, const MsThresholds &thresholds, std::span<const u32> ms_used) {
+// Between the two shares each band has its own choice, unless the first band prefers left/right.
+MsMask decide_mask(const BandStatistics &statistics, const MsThresholds &thresholds, std::span<const u32> ms_used) {
     const auto bands = static_cast<u32>(ms_used.size());
-    if (bands == 0 || 100 * survey.ms_band_count > thresholds.high_share * bands) return MsMask::all;
-    if (100 * survey.ms_band_count < thresholds.low_share * bands || ms_used[0] == 0) return MsMask::none;
+    if (bands == 0 || 100 * statistics.ms_band_count > thresholds.high_share * bands) return MsMask::all;
+    if (100 * statistics.ms_band_count < thresholds.low_share * bands || ms_used[0] == 0) return MsMask::none;
     return MsMask::per_band;
 }
 
@@ -73,13 +73,13 @@ void transform_bands(Spectrum left, Spectrum right, std::span<const u32> offsets
     }
 }
 
-// Per cent of its target that the side channel keeps; mid and side keep 200 in all. No band's side is more than both
-// channels, so that its share is at most 100.
-u32 side_share(MsMask mask, const Survey &survey, bool tns_data_present) {
-    const u32 total = survey.side_total + survey.lr_total;
-    const u32 q = total == 0 ? 0 : 200 * survey.side_total / total;
+// Per cent of its target that the side channel keeps; mid and side together keep 200. The side of a band never exceeds
+// the sum of left and right, so that its share is at most 100.
+u32 side_share(MsMask mask, const BandStatistics &statistics, bool tns_data_present) {
+    const u32 total = statistics.side_total + statistics.lr_total;
+    const u32 q = total == 0 ? 0 : 200 * statistics.side_total / total;
     if (mask == MsMask::per_band) return std::max(q, 90u);
-    if (survey.side_total == 0) return 10;
+    if (statistics.side_total == 0) return 10;
     return std::max(tns_data_present && q < 35 ? q + 4 : q, 14u);
 }
 
@@ -92,12 +92,12 @@ MsMask ms_stereo(Spectrum left, Spectrum right, u32 sampling_rate_index, std::sp
     const std::span<u32> flags = ms_used.first(max_sfb);
     const MsThresholds &thresholds = thresholds_of(sampling_rate_index);
     const std::span<const u32> offsets = TAVIK_SwbOffsetLong[sampling_rate_index];
-    const Survey survey = survey_bands(left, right, offsets, thresholds.side_factor, flags);
-    const MsMask mask = decide_mask(survey, thresholds, flags);
+    const BandStatistics statistics = measure_bands(left, right, offsets, thresholds.side_factor, flags);
+    const MsMask mask = decide_mask(statistics, thresholds, flags);
     if (mask == MsMask::none) return mask;
 
     transform_bands(left, right, offsets, mask, flags);
-    const u32 side = side_share(mask, survey, tns_data_present);
+    const u32 side = side_share(mask, statistics, tns_data_present);
     bits_target[0] = percent_of(200 - side, bits_target[0]);
     bits_target[1] = percent_of(side, bits_target[1]);
     return mask;

@@ -1,5 +1,5 @@
-// Levinson-Durbin recursion in Q47 on normalised 64-bit values, where a quick bound does not settle that prediction
-// gains little; quantization of the reflection coefficients as the standard's 4-bit indices; the direct form of the
+// Levinson-Durbin recursion in Q47 on normalised 64-bit values, unless a quick bound shows that prediction gains
+// little; quantization of the reflection coefficients to the standard's 4-bit indices; the direct form of the
 // moving-average filter whose inverse the decoder applies.
 #include "tools/tns.h"
 
@@ -14,26 +14,26 @@ using tables::tns_max_order;
 
 using Autocorrelation = std::array<i64, tns_lags>;
 
-// Coefficient m, 1 <= m <= 12, stands at index m - 1.
+// Coefficient m, 1 <= m <= 12, is at index m - 1.
 template <typename T>
 using Coefficients = std::array<T, tns_max_order>;
 
-// A Q47 value of any size as a factor: normalised to 2^46 ... 2^47 and split at bit 24.
+// A Q47 value of any magnitude, prepared for multiplication: normalised to 2^46 ... 2^47 and split at bit 24.
 struct Factor {
     i64 high;
     i64 low;
     i32 exponent;  // the shift that normalised it
 };
 
-Factor factor(i64 x) {
-    const i32 exponent = 47 - static_cast<i32>(std::bit_width(magnitude(x)));
-    const i64 normal = exponent >= 0 ? x << exponent : x >> -exponent;
+Factor factor(i64 x_q47) {
+    const i32 exponent = 47 - static_cast<i32>(std::bit_width(magnitude(x_q47)));
+    const i64 normal = exponent >= 0 ? x_q47 << exponent : x_q47 >> -exponent;
     return {normal >> 24, normal & 0xFFFFFF, exponent};
 }
 
-// a b / 2^47, to about 47 significant bits: the product of the low parts is left out.
-i64 q47_mul(const Factor &a, i64 factor_b) {
-    const Factor b = factor(factor_b);
+// The product in Q47, to about 47 significant bits: the product of the low parts is left out.
+i64 q47_mul(const Factor &a, i64 b_q47) {
+    const Factor b = factor(b_q47);
     const i64 product = 2 * a.high * b.high + ((b.low * a.high) >> 23) + ((a.low * b.high) >> 23);
     return norm_shift(product, -(a.exponent + b.exponent));
 }
@@ -47,23 +47,23 @@ i64 q47_div(i64 a, i64 b, i32 q) {
     return norm_shift(quotient, exponent_b - exponent_a + q - 8);
 }
 
-// Brings r[0], the largest, to 0.5 ... 1 in Q47; a value of exactly 0 counts as if it had that size already.
+// Brings r[0], the largest, to 0.5 ... 1 in Q47. A value of exactly 0 has exponent 0 and thus prevents left shifts.
 void normalise(Autocorrelation &r) {
     i32 shift = 47;
     for (const i64 value : r) shift = std::min(shift, q47_exponent(value));
     for (i64 &value : r) value = norm_shift(value, shift);
 }
 
-// With a sum of exactly 0 nothing is normalised: the recursion may then work on a few bits, and its error has little to
-// do with that of the signal.
+// With a sum of exactly 0 small values are not normalised: the recursion may then work on a few bits, and its error has
+// little to do with that of the signal.
 bool recursion_is_accurate(const Autocorrelation &r) { return std::ranges::find(r, 0) == r.end(); }
 
 struct Prediction {
     Coefficients<i32> reflection_q23;
-    i64 error;  // energy left, Q47
+    i64 error_q47;  // energy of the prediction error
 };
 
-// One step of the order recursion: a_i += scaled(a_(m - i)) for 1 <= i < m, all on the values from before the step.
+// One step of the order recursion: a_i += scaled(a_(m - i)) for 1 <= i < m, all from the values before the step.
 template <typename Scale>
 void extend(Coefficients<i64> &a, u32 m, Scale scaled) {
     for (u32 i = 1; 2 * i <= m; ++i) {
@@ -75,54 +75,54 @@ void extend(Coefficients<i64> &a, u32 m, Scale scaled) {
     }
 }
 
-// Levinson-Durbin recursion to order 12 on a normalised autocorrelation; sums wrap at 64 bits. One signal in ten comes
-// here: compiled for size.
-[[gnu::cold, gnu::noinline]] Prediction predict(const Autocorrelation &r) {
-    constexpr i64 limit = (i64{1} << 47) - 1;  // |k| < 1
-    Prediction result{{}, r[0]};
-    Coefficients<i64> a;             // the first m - 1 at step m
-    Coefficients<Factor> r_factors;  // of r[1] on, likewise
+// Levinson-Durbin recursion to order 12; sums wrap at 64 bits. Compiled for size: only one signal in ten gets here.
+[[gnu::cold, gnu::noinline]] Prediction predict(const Autocorrelation &r_q47) {
+    constexpr i64 max_k_q47 = (i64{1} << 47) - 1;
+    Prediction result{{}, r_q47[0]};
+    Coefficients<i64> a_q47;         // at step m, the first m - 1
+    Coefficients<Factor> r_factors;  // of r_q47[1] on, likewise
     for (u32 m = 1; m <= tns_max_order; ++m) {
-        i64 acc = r[m];
-        for (u32 i = 1; i < m; ++i) acc = wrap_add(acc, q47_mul(r_factors[m - i - 1], a[i - 1]));
-        r_factors[m - 1] = factor(r[m]);
-        i64 k = wrap_neg(acc);
-        if (acc != 0 && result.error != 0) k = q47_div(k, result.error, 23);
-        k = std::clamp(k, -limit, limit);
-        result.reflection_q23[m - 1] = static_cast<i32>(k >> 24);
+        i64 sum_q47 = r_q47[m];
+        for (u32 i = 1; i < m; ++i) sum_q47 = wrap_add(sum_q47, q47_mul(r_factors[m - i - 1], a_q47[i - 1]));
+        r_factors[m - 1] = factor(r_q47[m]);
+        i64 k_q47 = wrap_neg(sum_q47);
+        if (sum_q47 != 0 && result.error_q47 != 0) k_q47 = q47_div(k_q47, result.error_q47, 23);
+        k_q47 = std::clamp(k_q47, -max_k_q47, max_k_q47);
+        result.reflection_q23[m - 1] = static_cast<i32>(k_q47 >> 24);
 
-        const Factor by_k = factor(k);
-        extend(a, m, [&by_k](i64 other) { return q47_mul(by_k, other); });
-        a[m - 1] = k;
-        result.error = wrap_sub(result.error, q47_mul(factor(result.error), q47_mul(by_k, k)));
+        const Factor k = factor(k_q47);
+        extend(a_q47, m, [&k](i64 other_q47) { return q47_mul(k, other_q47); });
+        a_q47[m - 1] = k_q47;
+        const i64 k_squared_q47 = q47_mul(k, k_q47);
+        result.error_q47 = wrap_sub(result.error_q47, q47_mul(factor(result.error_q47), k_squared_q47));
     }
     return result;
 }
 
-// Energy / prediction error above 129/64. The gain is in Q30, 64ths from bit 24 on.
-bool prediction_pays(i64 energy, i64 error) {
-    const i64 gain_q30 = error != 0 ? q47_div(energy, error, 6) : energy;
+// Whether energy / prediction error is at least 129/64; bits 24 and up of a Q30 gain count 64ths.
+bool prediction_gain_is_high(i64 energy_q47, i64 error_q47) {
+    const i64 gain_q30 = error_q47 != 0 ? q47_div(energy_q47, error_q47, 6) : energy_q47;
     return gain_q30 >> 24 > 128;
 }
 
 // Stores the index of a reflection coefficient (Q23) and returns the value that it stands for (Q23).
 i32 quantize_coefficient(i32 k_q23, i32 &index) {
-    const u32 a = std::min(magnitude(k_q23) >> 13, 1023u);  // in 1/1024; 1023 is the last whose index has 4 bits
+    const u32 k_q10 = std::min(magnitude(k_q23) >> 13, 1023u);  // 1024 would have an index of more than 4 bits
     if (k_q23 >= 0) {
-        index = TAVIK_asinf_index_p[a];
+        index = TAVIK_asinf_index_p[k_q10];
         return TAVIK_sin_table_p[index];
     }
-    index = TAVIK_asinf_index_m[a];
+    index = TAVIK_asinf_index_m[k_q10];
     return TAVIK_sin_table_m[-index];
 }
 
-// Direct-form coefficients (Q24) of the filter with the given reflection coefficients (Q23); 0 behind the last.
+// Direct-form coefficients of the filter with the given reflection coefficients; 0 after the last.
 [[gnu::cold, gnu::noinline]] Coefficients<i32> direct_form(std::span<const i32> reflection_q23) {
-    Coefficients<i64> b_q45;  // the first m - 1 at step m
+    Coefficients<i64> b_q45;  // at step m, the first m - 1
     for (u32 m = 1; m <= reflection_q23.size(); ++m) {
-        const i64 k = reflection_q23[m - 1];
-        extend(b_q45, m, [k](i64 other) { return 2 * k * static_cast<i32>(other >> 24); });
-        b_q45[m - 1] = k << 22;
+        const i64 k_q23 = reflection_q23[m - 1];
+        extend(b_q45, m, [k_q23](i64 other_q45) { return 2 * k_q23 * static_cast<i32>(other_q45 >> 24); });
+        b_q45[m - 1] = k_q23 << 22;
     }
     Coefficients<i32> c_q24{};
     for (u32 i = 0; i < reflection_q23.size(); ++i) c_q24[i] = static_cast<i32>(b_q45[i] >> 21);
@@ -147,7 +147,7 @@ void temporal_noise_shaping(TavikTnsData &tns, Spectrum spectrum, u32 sampling_r
     if (r[0] == 0 || (recursion_is_accurate(r) && prediction_gain_is_low(r))) return;
     normalise(r);
     const Prediction prediction = predict(r);
-    if (!prediction_pays(r[0], prediction.error)) return;
+    if (!prediction_gain_is_high(r[0], prediction.error_q47)) return;
 
     Coefficients<i32> reflection_q23;
     u32 order = 0;
