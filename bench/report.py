@@ -53,7 +53,7 @@ TABLES = [
     ("joined lengths", "_lengths$", "lengths in two codebooks by one look-up"),
     ("TNS coefficients", "_asinf_index_|tns_index", "index of a coefficient by one look-up, no arc sine"),
     ("FFT twiddle factors", "fft_twiddles", "sines and cosines of the FFT, in the order in which lanes load them"),
-    ("MDCT twiddle factors", "_W2$|_W4$|_rotations$|_twiddles$", "sines and cosines before and after the FFT of an MDCT"),
+    ("MDCT twiddle factors", "_W2$|_W4$|_twiddles$", "sines and cosines before and after the FFT of an MDCT"),
     ("windows", "_SLW$|_SSW$|_window$", "rising halves of the sine windows"),
     ("bands", "SwbOffset", "the standard's scale-factor bands"),
     ("gains", "_ipow20$|_gains$", "the quantizer's gain by one look-up"),

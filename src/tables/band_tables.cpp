@@ -71,8 +71,8 @@ constexpr std::uint32_t TAVIK_SwbOffsetShort[12][16] = {
 };
 // clang-format on
 
-// The window that holds the attack is a group of its own. scale_factor_grouping has a bit for each window but the
-// first: 1 = in the group of the window before.
+// By the window with the attack, which is a group of its own: up to three group lengths, their number, and
+// scale_factor_grouping, with a bit for each window but the first: 1 = in the group of the previous window.
 constexpr std::uint32_t TAVIK_scale_factor_grouping_table[8][5] = {
     {1, 7, 0, 2, 0b0111111}, {1, 1, 6, 3, 0b0011111}, {2, 1, 5, 3, 0b1001111}, {3, 1, 4, 3, 0b1100111},
     {4, 1, 3, 3, 0b1110011}, {5, 1, 2, 3, 0b1111001}, {6, 1, 1, 3, 0b1111100}, {7, 1, 0, 2, 0b1111110}};
@@ -81,7 +81,7 @@ constexpr std::uint32_t TAVIK_scale_factor_grouping_table[8][5] = {
 
 namespace {
 
-// Every row rises in multiples of 4 from 0 to the window's length at the stated number of bands, then holds zeros.
+// Every row rises in multiples of 4 from 0 to the window's length at its number of bands, then is filled with zeros.
 template <std::size_t Columns>
 consteval bool well_formed(const std::uint32_t (&offsets)[12][Columns], const std::uint32_t (&counts)[12],
                            std::uint32_t length) {

@@ -14,7 +14,7 @@ consteval std::array<u32, N> lengths(const Codebook<N> &book) {
     return lengths;
 }
 
-// Index i holds a tuple of magnitudes as digits in the given radix; every digit that is not 0 brings a sign bit.
+// Index i holds a tuple of magnitudes as digits in the given radix; every digit that is not 0 adds a sign bit.
 template <std::size_t N>
 consteval std::array<u32, N> lengths_with_signs(const Codebook<N> &book, std::size_t radix) {
     std::array<u32, N> with_signs{};

@@ -12,7 +12,7 @@ struct EscapeSequence {
     u32 length;  // bits: 5 ... 21
 };
 
-// Of a magnitude a of 16 ... 8191: (2^N - 1) 2^(N + 5) + a - 2^(N + 4) in 2 N + 5 bits.
+// For a magnitude a of 16 ... 8191: (2^N - 1) 2^(N + 5) + a - 2^(N + 4) in 2 N + 5 bits.
 constexpr EscapeSequence escape_sequence(u32 a) {
     const auto zeros = static_cast<u32>(std::countl_zero(a));  // 27 - N
     const u32 length = 59 - 2 * zeros;

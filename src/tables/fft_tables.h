@@ -8,21 +8,21 @@
 
 namespace tavik::tables {
 
-// cos(pi / 4) in Q31, about (0x5A82799A to nearest). Every stream depends on this very value, so it stays.
+// Near cos(pi / 4) in Q31, which is 0x5A82799A to nearest. Every stream depends on this exact value, so it stays.
 inline constexpr i32 cos_eighth_turn_q31 = 0x5A827B70;
 
-// A rotation e^(-j a), in Q30: c = cos a, p = -(cos a + sin a), q = sin a - cos a.
+// The twiddle factor e^(-j a), in Q30: c = cos a, p = -(cos a + sin a), q = sin a - cos a.
 struct Twiddle {
     i32 c, p, q;
 };
 
-// A step of the FFT of size L <= 512 rotates by a = 2 pi i / L (twiddle factor w1) and by 3 a (w3), i < L/4: by less
-// than 384 of the 512 parts of a turn.
+// A step of the FFT of size L <= 512 multiplies by the twiddle factors w1 of a = 2 pi i / L and w3 of 3 a, i < L/4:
+// both angles are below 384/512 of a turn.
 inline constexpr u32 max_fft_step = 512;
 inline constexpr u32 eighth_turn = max_fft_step / 8;
 
-// The rotation by k / 512 of a turn. Those by one and by three eighths, which a step has at i = L/8, take their cosine
-// from above. With it re of the one and im of the other come out as products of one rounding, as they have to.
+// The twiddle factor of k / 512 of a turn. At one and three eighths of a turn, where a step has i = L/8, the cosine is
+// the above constant: re of the one product and im of the other must be rounded only once, as they are with it.
 constexpr Twiddle twiddle(u32 k) {
     const i128 cosine = cos_pi(2 * i64{k}, max_fft_step);
     const i128 sine = sin_pi(2 * i64{k}, max_fft_step);
@@ -34,12 +34,12 @@ constexpr Twiddle twiddle(u32 k) {
 }
 
 // The twiddle factors of the steps of 32, 64 and 512, ready for N lanes: for each N neighbours i the N values c, p and
-// q of w1, then those of w3. Those of 256 and 128 are every second one of the step of twice the size.
+// q of w1, then those of w3. A step of 256 or 128 uses every second one of the step of twice its size.
 inline constexpr u32 min_fft_step = 32;
 inline constexpr u32 max_short_step = 64;
 inline constexpr u32 twiddle_words = 6;
 
-// Where those of a step begin.
+// Where the twiddle factors of a step begin.
 constexpr u32 twiddles_begin(u32 step) {
     constexpr u32 short_steps = (2 * max_short_step - min_fft_step) / 4;
     return (step == max_fft_step ? short_steps : (step - min_fft_step) / 4) * twiddle_words;
@@ -66,7 +66,7 @@ consteval auto make_fft_twiddles() {
 template <u32 N>
 inline constexpr std::array fft_twiddles = make_fft_twiddles<N>();
 
-// w1 and w3 of the step of 512 for i < 128, out of the table for N lanes.
+// w1 and w3 of the step of 512 for i < 128, from the table for N lanes.
 struct TwiddlePair {
     Twiddle w1, w3;
 };

@@ -1,5 +1,5 @@
 // The public Huffman tables: lengths and codewords of the standard's codebooks. Where a codebook codes magnitudes, the
-// lengths include one sign bit for each value that is not zero, so that counting a tuple takes one read and writing it
+// lengths include one sign bit for each value that is not zero, so that counting a tuple takes one read, and writing it
 // one call.
 #include <cstddef>
 
@@ -19,16 +19,16 @@ consteval std::array<u32, N> codewords(const Codebook<N> &book) {
 // Prefix-free and complete: no codeword begins another, and the sum of 2^-length is 1.
 template <std::size_t N>
 consteval bool complete_prefix_code(const Codebook<N> &book) {
-    constexpr u32 longest = 19;
-    u32 kraft_sum = 0;  // in units of 2^-longest
+    constexpr u32 max_length = 19;
+    u32 kraft_sum = 0;  // in units of 2^-max_length
     for (const Codeword &word : book) {
-        kraft_sum += 1u << (longest - word.length);
+        kraft_sum += 1u << (max_length - word.length);
         for (const Codeword &other : book) {
             if (&other == &word || other.length < word.length) continue;
             if (other.code >> (other.length - word.length) == word.code) return false;
         }
     }
-    return kraft_sum == 1u << longest;
+    return kraft_sum == 1u << max_length;
 }
 
 static_assert(complete_prefix_code(codebook_1));

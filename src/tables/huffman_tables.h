@@ -7,7 +7,7 @@ namespace tavik::tables {
 
 inline constexpr u32 zero_codebook = 0;  // a band without coded values
 inline constexpr u32 escape_codebook = 11;
-inline constexpr i32 escape_flag = 16;  // in codebook 11: this magnitude or a larger one, an escape sequence follows
+inline constexpr i32 escape_flag = 16;  // in codebook 11: the magnitude is at least 16; an escape sequence follows
 inline constexpr i32 scale_factor_bias = 60;  // index of scale-factor difference 0
 
 // Codebooks 1 and 2, values -1 ... 1.
@@ -26,7 +26,7 @@ constexpr u32 signed_pair_index(const i32 *q) { return static_cast<u32>(9 * q[0]
 // Codebooks 7 and 8 (magnitudes 0 ... 7, radix 8), 9 and 10 (magnitudes 0 ... 12, radix 13).
 constexpr u32 pair_index(i32 first, i32 second, i32 radix) { return static_cast<u32>(radix * first + second); }
 
-// Codebook 11: magnitudes up to the flag. (With std::min GCC branches.)
+// Codebook 11: magnitudes up to the flag. GCC would compile std::min to a branch.
 inline constexpr i32 escape_radix = 17;
 constexpr i32 capped_at_escape_flag(i32 q) { return q < escape_flag ? q : escape_flag; }
 constexpr bool is_escape_flag(i32 capped) { return (capped & escape_flag) != 0; }

@@ -1,4 +1,4 @@
-// Made from the standard's codebooks by the compiler.
+// Computed from the standard's codebooks at compile time.
 #include "tables/packed_lengths.h"
 
 #include "tables/codeword_lengths.h"
@@ -9,13 +9,13 @@ namespace {
 // Evaluated at compile time, where a length or difference that does not fit is an error.
 template <std::size_t N>
 consteval std::array<PackedLength, N> packed(const std::array<u32, N> &lower, const std::array<u32, N> &higher) {
-    constexpr u32 most_tuples = 128;
+    constexpr u32 max_tuples = 128;
     std::array<PackedLength, N> table{};
     for (std::size_t i = 0; i < N; ++i) {
         const i32 difference = static_cast<i32>(higher[i]) - static_cast<i32>(lower[i]);
         const i32 length = difference * (1 << packed_length_bits) + static_cast<i32>(lower[i]);
         table[i] = static_cast<PackedLength>(length);
-        if (table[i] != length || lower[i] * most_tuples >> packed_length_bits != 0) __builtin_unreachable();
+        if (table[i] != length || lower[i] * max_tuples >> packed_length_bits != 0) __builtin_unreachable();
     }
     return table;
 }

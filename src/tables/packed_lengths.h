@@ -1,5 +1,5 @@
-// Codeword lengths as the bit counter reads them: of both codebooks of a pair in one number, so that one read and one
-// addition count a tuple under both.
+// Codeword lengths as the bit counter reads them: one number holds those in both codebooks of a pair, so that one read
+// and one addition count a tuple under both.
 #pragma once
 
 #include <array>
@@ -8,9 +8,9 @@
 
 namespace tavik::tables {
 
-// The length in the lower codebook of a pair, plus 2^12 times what that in the higher codebook is more, -8 ... 7. Sums
-// of these over a band, 128 tuples at most, are made up the same way. Indexed like the codebooks themselves. Where they
-// code magnitudes, the sign bits are included.
+// The length in the lower codebook of a pair plus 2^12 times the difference, -8 ... 7: higher minus lower codebook.
+// Sums over a band, of up to 128 tuples, have the same form. Indexed like the codebooks themselves; where these code
+// magnitudes, sign bits are included.
 inline constexpr u32 packed_length_bits = 12;
 using PackedLength = i16;
 

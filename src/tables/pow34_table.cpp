@@ -1,4 +1,4 @@
-// The 3/4-power tables, computed by exact integer comparison. In a file of their own so that they are computed once.
+// The 3/4-power tables, computed by exact integer comparison; in a source file so that they are computed only once.
 #include "tables/pow34_table.h"
 
 namespace tavik::tables {

@@ -1,4 +1,4 @@
-// Quantizer gains and the codebook that a band's largest magnitude calls for.
+// Quantizer gains, and the codebook pair for a band's largest magnitude.
 #include <array>
 
 #include "common/fixed_point.h"
@@ -29,7 +29,7 @@ consteval u64 root_of_two_q62(u32 sixteenths) {
     return product;
 }
 
-// 2^(exponent / 16) rounded to nearest, a half down.
+// 2^(exponent / 16) rounded to nearest, ties down.
 consteval u32 rounded_power_of_two(i32 exponent) {
     const i32 whole = exponent >> 4;  // toward minus infinity
     const u64 value_q62 = root_of_two_q62(static_cast<u32>(exponent) & 15);
@@ -38,16 +38,16 @@ consteval u32 rounded_power_of_two(i32 exponent) {
     return static_cast<u32>((value_q62 + (u64{1} << (fraction_bits - 1)) - 1) >> fraction_bits);
 }
 
-// Fractional bits of the gain of index i.
+// The Q format of gain i.
 consteval i32 gain_q(i32 i) { return i < 15 ? 1 : i < 58 ? 16 : 20; }
 
-// 2^(-3 (i - 100) / 16) at the fixed point of gain_q(i).
+// 2^(-3 (i - 100) / 16) with gain_q(i) fractional bits.
 consteval std::array<u32, 256> make_gains() {
     std::array<u32, 256> gains{};
     for (i32 i = 0; i < 255; ++i) {
         gains[static_cast<std::size_t>(i)] = rounded_power_of_two(16 * gain_q(i) - 3 * (i - 100));
     }
-    gains[165] = 224;  // 224.8: rounded down, and every stream depends on it
+    gains[165] = 224;  // 224.8, rounded down: every stream depends on it
     return gains;
 }
 

@@ -7,7 +7,7 @@ namespace tavik {
 
 inline constexpr u32 section_codebook_bits = 4;
 
-// sect_len is sent in fields of `bits`; a field of all ones (`escape`) continues in the next.
+// sect_len is sent in fields of `bits` bits; after a field of all ones (`escape`) another one follows.
 struct SectionLengthField {
     u32 bits;
     u32 escape;

@@ -7,11 +7,10 @@
 namespace tavik::tables {
 namespace {
 
-// The standard dequantizes a 4-bit coefficient index i to sin(i / iqfac), iqfac = (8 -+ 1/2) / (pi / 2): to
+// The standard dequantizes a 4-bit coefficient index i to sin(i / iqfac), iqfac = (8 -+ 1/2) / (pi / 2), that is to
 // sin(i pi / 15) for i >= 0 and to -sin(|i| pi / 17) below. The index of a reflection coefficient of magnitude a / 1024
-// is the nearest angle: floor(asin(a / 1024) steps / pi + 1/2), that is the number of i >= 1 with
-// sin((i - 1/2) pi / steps) <= a / 1024. The sines are compared as rounded to 40 bits, because sin(pi / 6) must equal
-// 1/2.
+// is the nearest angle: floor(asin(a / 1024) steps / pi + 1/2), which is the number of i >= 1 with
+// sin((i - 1/2) pi / steps) <= a / 1024. The sines are rounded to 40 bits, since sin(pi / 6) must equal 1/2.
 consteval std::array<i32, 1025> nearest_index(i32 steps, i32 sign) {
     constexpr int q = 40;
     std::array<i32, 1025> index{};

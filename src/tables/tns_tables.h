@@ -1,4 +1,4 @@
-// Tables of temporal noise shaping that stay inside the library, by sampling_frequency_index.
+// Tables of temporal noise shaping that are not exported, by sampling_frequency_index.
 #pragma once
 
 #include <array>
@@ -15,7 +15,7 @@ extern const std::array<u32, 12> tns_start_band;
 // The standard's TNS_MAX_BANDS for long windows of AAC LC.
 extern const std::array<u32, 12> tns_max_band;
 
-// Smallest bit rate per channel, in bit/s, at which temporal noise shaping is attempted.
+// Lowest bit rate per channel, in bit/s, at which temporal noise shaping is attempted.
 extern const std::array<u32, 12> tns_min_bitrate;
 
 }  // namespace tavik::tables

@@ -1,5 +1,5 @@
-// Sines of rational parts of pi for the compile-time tables, in integers. Nothing of this runs in the encoder;
-// constexpr and not consteval because Clang 14 does not let a template call a consteval function.
+// Sines of rational multiples of pi for the compile-time tables, in integers. None of this runs in the encoder; it is
+// constexpr, not consteval, because Clang 14 does not let a template call a consteval function.
 #pragma once
 
 #include "common/fixed_point.h"
@@ -27,7 +27,7 @@ constexpr i64 taylor_q60(i64 x, int first) {
 }
 
 // sin(pi numerator / denominator) in Q60, for numerator >= 0; exact at multiples of pi / 2.
-constexpr i64 sin_pi(i64 numerator, i64 denominator) {  // NOLINT(misc-no-recursion): by the compiler, one level deep
+constexpr i64 sin_pi(i64 numerator, i64 denominator) {  // NOLINT(misc-no-recursion): at compile time, two deep
     const i64 n = numerator % (2 * denominator);
     if (n > denominator) return -sin_pi(n - denominator, denominator);
     if (2 * n > denominator) return sin_pi(denominator - n, denominator);
