@@ -1,4 +1,4 @@
-// Writes exactly what the bit counter counted, after the frame's side information.
+// Writes exactly the bits that the bit counter counted, and the channel's side information.
 #include "bitstream/channel_stream.h"
 
 #include "bitstream/fields.h"
@@ -10,15 +10,15 @@
 namespace tavik {
 namespace {
 
-// A multiple of 4 values and, for the signs of magnitudes, their spectrum. Stored bytes may alias anything: loops copy
-// the end into a local.
+// A multiple of 4 values and, for the signs of magnitudes, their spectrum. Stored bytes may alias anything, so
+// loops keep a local copy of `end`.
 struct CodedLines {
     const i32 *quantized;
     const i32 *end;
     const i32 *spectrum;
 };
 
-// A codebook as the public tables have it.
+// A codebook, as in the public tables.
 struct HuffmanTable {
     const u32 *lengths;
     const u32 *codewords;
@@ -37,7 +37,7 @@ void write_section_data(BitSink &sink, const CodingBlock &block, ConstCodebooks 
 }
 
 void write_scale_factor_data(BitSink &sink, const CodingBlock &block, const CodedChannel &coded, u32 channel) {
-    u32 previous = coded.band_sf_offset[0];  // the one that global_gain stands for
+    u32 previous = coded.band_sf_offset[0];  // that of global_gain
     for (u32 g = 0; g < block.num_window_groups[channel]; ++g) {
         const u8 *codebook = &coded.codebooks[g * max_bands];
         const u32 *offset = &coded.band_sf_offset[g * max_bands];
@@ -50,18 +50,18 @@ void write_scale_factor_data(BitSink &sink, const CodingBlock &block, const Code
     }
 }
 
-// tns_data of a long window: one filter, 4-bit coefficients, upwards.
+// tns_data of a long window: one filter, of upward direction, with 4-bit coefficients.
 void write_tns_data(BitSink &sink, const TavikTnsData &tns) {
     constexpr u32 n_filt = 1;
     constexpr u32 coef_res = 1;  // 4 bits
     sink.put(((n_filt << 1 | coef_res) << 6 | tns.length) << 5 | tns.order, 14);
     if (tns.order == 0) return;
-    sink.put(tns.coef_compress, 2);  // behind direction, 0
+    sink.put(tns.coef_compress, 2);  // after direction, 0
     const u32 bits = 4 - tns.coef_compress;
     for (u32 i = 0; i < tns.order; ++i) sink.put(static_cast<u32>(tns.coef[i]) & (15u >> tns.coef_compress), bits);
 }
 
-// Tuples of signed values, whose signs are inside the codewords.
+// Tuples of signed values: the codewords include the signs.
 template <u32 Size, typename Index>
 void write_signed(BitSink &sink, const CodedLines &lines, const HuffmanTable &table, Index index) {
     const i32 *const end = lines.end;
@@ -98,8 +98,8 @@ struct Pair {
     i32 second;
 };
 
-// Appends a codeword and the signs, out of x, of its pair of magnitudes. Zeros, which have none, are rare in pairs of
-// this kind. Inlined, so that the sink stays in registers.
+// Appends a codeword and, from x, the signs of its pair of magnitudes. Zeros have no sign; they are rare in such pairs.
+// Inlined, so that the sink stays in registers.
 template <bool LengthIncludesSigns>
 [[gnu::always_inline]] inline void put_pair(BitSink &sink, u32 codeword, u32 length, Pair magnitudes, const i32 *x) {
     constexpr u32 sign_length = LengthIncludesSigns ? 0 : 1;
@@ -179,7 +179,7 @@ void write_lines(BitSink &sink, u32 codebook, const CodedLines &lines) {
     }
 }
 
-// Section by section: the bands of a section are neighbours with one codebook.
+// Section by section, since neighbouring bands of one codebook are coded alike.
 void write_spectral_data(BitSink &sink, const CodingBlock &block, const CodedChannel &coded, u32 channel) {
     u32 group_begin = 0;
     for (u32 g = 0; g < block.num_window_groups[channel]; ++g) {
@@ -224,7 +224,7 @@ void write_channel_stream(BitOutput out, const CodingBlock &block, const CodedCh
     BitSink sink = open_sink(out);
     write_section_data(sink, block, coded.codebooks, channel);
     write_scale_factor_data(sink, block, coded, channel);
-    sink.put(tns.tns_data_present, 2);  // behind pulse_data_present, 0
+    sink.put(tns.tns_data_present, 2);  // after pulse_data_present, 0
     if (tns.tns_data_present == 1) write_tns_data(sink, tns);
     sink.put(0, 1);  // gain_control_data_present
     write_spectral_data(sink, block, coded, channel);

@@ -18,11 +18,10 @@ struct CodedChannel {
     ConstSpectrum spectrum;  // for the signs of values that are stored as magnitudes
 };
 
-// Bits of ics_info and of a channel's tns_data (0 when not present), as their writers send them.
+// Bits that are written as ics_info and as a channel's tns_data (0 when not present).
 constexpr u32 ics_info_bits(WindowSequence sequence) { return sequence == WindowSequence::eight_short ? 15 : 11; }
 u32 tns_data_bits(const TavikTnsData &tns);
 
-// ics_info.
 void write_ics_info(BitOutput out, WindowSequence sequence, u32 max_sfb, u32 scale_factor_grouping);
 
 // individual_channel_stream of a channel, with its ics_info unless the channel pair shares one.

@@ -10,7 +10,7 @@ struct Field {
     u32 value;  // below 2^Bits
 };
 
-// Appends fields of fewer than 32 bits in all. The compiler works out what is constant in them.
+// Appends fields of fewer than 32 bits in all. Constant fields are combined at compile time.
 template <u32... Bits>
 void put_fields(BitOutput out, Field<Bits>... fields) {
     static_assert((Bits + ...) < 32);

@@ -103,9 +103,8 @@ void quantize_and_write_channel(BitOutput out, CodingBlock &block, const FrameDa
 }
 
 // A channel's overhead: its part of the bits that neither the rate loop counts nor an element deducts itself, which are
-// header, element identifiers, single channel tags, END, and the fixed part of each channel stream.
-
-// Each channel bears half of the header and of the identifiers of CPE and END.
+// header, element identifiers, single channel tags, END, and the fixed part of each channel stream. Each channel of a
+// pair bears half of the header and of the identifiers of CPE and END.
 void quantize_and_write_channel_pair(BitOutput out, CodingBlock &block, const FrameData &data) {
     const u32 overhead_bits = out.writer.bit_count / 2 + fixed_channel_bits + (element_id_bits + element_id_bits) / 2;
     put_fields(out, element_id(Element::cpe));

@@ -9,7 +9,7 @@ namespace {
 constexpr u32 low_complexity_profile = 1;
 constexpr u32 copyright_id_bytes = 9;
 
-// The identifier's next bit, first byte first, most significant bit first; 0 when all 72 are sent.
+// The identifier's next bit, first byte first, most significant bit first; 0 once all 72 have been sent.
 u32 next_copyright_bit(TavikAdtsHeader &header) {
     if (header.copyright_bits_left == 0) return 0;
     const u32 position = 8 * copyright_id_bytes - header.copyright_bits_left--;

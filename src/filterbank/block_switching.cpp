@@ -9,15 +9,15 @@ namespace {
 
 // How loud the neighbours of an attack may be, in 1/128 of it.
 struct Ratios {
-    u8 rise;  // the left one
-    u8 fall;  // the right one
+    u8 rise;  // limit of the left one
+    u8 fall;  // limit of the right one
 };
 
-// At low rates an attack need not fall off again.
+// No limit: at low rates an attack need not be followed by a fall.
 constexpr u8 any = 0;
 
 struct Thresholds {
-    u8 group;  // the quieter half frame, in 1/128 of the louder
+    u8 group;  // limit of the quieter half frame, in 1/128 of the louder one
     Ratios pair;
     Ratios subblock;
 };
@@ -40,7 +40,7 @@ constexpr std::array<Thresholds, 12> block_switch_thresholds = {{
 // a / b < threshold / 128
 bool is_below(i32 a, i32 threshold, i32 b) { return a < (i64{threshold} * b) >> 7; }
 
-// The sub-block, of `count` from `first` on, that has the largest peak; the earliest of equals.
+// Of `count` sub-blocks from `first` on, the one with the largest peak; of equal ones, the earliest.
 u32 loudest(std::span<const i32, 2 * subblocks> peaks, u32 first, u32 count) {
     u32 best = first;
     for (u32 i = first + 1; i < first + count; ++i) {
@@ -61,7 +61,7 @@ struct Neighbour {
     i32 right;
 };
 
-// The strength of a candidate that stands out from its neighbours, otherwise 0.
+// The strength of an attack: its rise or, where that has a limit too, its fall if larger; 0 if a neighbour is too loud.
 i32 strength(i32 value, Neighbour neighbour, Ratios ratios) {
     if (!is_below(neighbour.left, ratios.rise, value)) return 0;
     const i32 rise = wrap_abs(wrap_sub(value, neighbour.left));
@@ -70,8 +70,8 @@ i32 strength(i32 value, Neighbour neighbour, Ratios ratios) {
     return std::max(rise, wrap_abs(wrap_sub(value, neighbour.right)));
 }
 
-// The strongest of the peaks, whose first and last entries are neighbours only, the earliest of equals; 0 when none is
-// a candidate.
+// The index of the strongest attack, or 0 if there is none; of equal ones, the earliest. The first and the last peak
+// serve as neighbours only.
 u32 strongest(std::span<const i32> peaks, Ratios ratios) {
     u32 attack = 0;
     i32 best = 0;
@@ -85,7 +85,7 @@ u32 strongest(std::span<const i32> peaks, Ratios ratios) {
     return attack;
 }
 
-constexpr u32 no_attack = ~u32{0};  // 1 below sub-block 0
+constexpr u32 no_attack = ~u32{0};  // -1, modulo 2^32
 
 // The sub-block of an attack in the newer history half, or no_attack.
 u32 find_attack(u32 sampling_rate_index, std::span<const i32, 2 * subblocks> peaks,

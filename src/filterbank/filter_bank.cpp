@@ -1,4 +1,4 @@
-// Windows of the four window sequences, and the transform of each.
+// The windows of the four window sequences, and their transforms.
 #include "filterbank/filter_bank.h"
 
 #include <cstring>
@@ -11,12 +11,12 @@ namespace {
 using History = std::span<const i32, history_length>;
 using Block = std::span<i32, history_length>;
 
-// The short windows of a frame, and the slopes of its transition windows, lie in the middle of each half.
-constexpr u32 flat_length = (frame_length - short_length) / 2;  // 448 samples before or after a short slope
+// Short slopes of transition windows are in the middle of a half, between flat parts.
+constexpr u32 flat_length = (frame_length - short_length) / 2;  // 448 samples before and after a short slope
 
 constexpr i32 window_one_q23 = 1 << 23;
 
-// The half window with a short slope: silence, slope, window value 1.
+// The half window with a short slope: window values 0, slope, window values 1.
 const i32 *short_slope(std::span<i32, frame_length> half) {
     for (u32 p = 0; p < flat_length; ++p) {
         half[p] = 0;
@@ -26,7 +26,7 @@ const i32 *short_slope(std::span<i32, frame_length> half) {
     return half.data();
 }
 
-// A long block with the flat part of a transition window shifted, which the encoder does not ask for.
+// A long block with the flat part of a transition window shifted, which the encoder itself does not use.
 void transform_shifted(History x, const Window &window, Block out, WindowSequence sequence,
                        std::span<i32, frame_length> scratch, u32 flat_shift) {
     constexpr ApplyWindow apply;
@@ -50,7 +50,7 @@ void transform_short_blocks(History x, Block out, std::span<i32, frame_length> s
 
 }  // namespace
 
-// A slope is kept in scratch where the windowed block needs all of `out`.
+// The slope is put into scratch if the windowed block needs all of `out`.
 void filter_bank(History x, Block out, WindowSequence sequence, std::span<i32, frame_length> scratch, u32 flat_shift) {
     if (sequence == WindowSequence::eight_short) return transform_short_blocks(x, out, scratch);
     Window window{TAVIK_SLW, TAVIK_SLW};

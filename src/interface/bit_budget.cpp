@@ -14,7 +14,6 @@ void draw(CodingBlock &block, i32 &available, u32 channel, u32 percent) {
     available -= drawn;
 }
 
-// Of every frame, in per cent.
 u32 base_share(const CodingBlock &block, u32 channel) {
     if (block.ms_mask_present == MsMask::none) return 20;
     return channel == 0 ? 18 : 12;

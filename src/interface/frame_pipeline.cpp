@@ -72,7 +72,7 @@ void regroup_short_spectra(const CodingBlock &block, Spectrum spectrum, std::spa
     copy_elements(scratch.data(), frame_length, spectrum.data());
 }
 
-// Temporal noise shaping of a long block, where the configuration and the bit rate allow it.
+// Temporal noise shaping of a long block, if the configuration and the bit rate allow it.
 void shape_temporal_noise(EncoderState &state, Spectrum spectrum, u32 channel) {
     CodingBlock &block = state.coding;
     const u32 index = block.sampling_rate_index;
@@ -110,7 +110,7 @@ void code_mid_side(EncoderState &state) {
     }
 }
 
-// The rate loop starts where the previous frame's ended, unless the window changed.
+// The rate loop starts from the previous frame's result if there is one and it is of the same long window.
 void seed_common_sf(CodingBlock &block, WindowSequence previous_window_sequence, u32 channel) {
     if (block.common_sf[channel] == 0 || block.window_sequence[channel] != previous_window_sequence ||
         is_eight_short(block, channel)) {
@@ -137,7 +137,7 @@ PerChannel<WindowSequence> decide_windows(EncoderState &state) {
     return previous;
 }
 
-u32 encode_frame(EncoderState &state, const PerChannel<WindowSequence> &previous_window_sequence, u8 *output) {
+u32 encode_frame(EncoderState &state, const PerChannel<WindowSequence> &previous_sequences, u8 *output) {
     CodingBlock &block = state.coding;
     const u32 channels = block.num_channels;
 
@@ -154,13 +154,12 @@ u32 encode_frame(EncoderState &state, const PerChannel<WindowSequence> &previous
     i32 available = set_bit_tolerances(block);
     const std::span<i32> band_peaks = state.work_buffer;
     for (u32 channel = 0; channel < channels; ++channel) {
-        seed_common_sf(block, previous_window_sequence[channel], channel);
+        seed_common_sf(block, previous_sequences[channel], channel);
         estimate_scale_factors(block, state.pow34_spectrum[channel], first_half(state.spectrum[channel]),
                                block.band_sf_offset[channel],
                                band_peaks.subspan(channel * max_bands).first<max_bands>(), channel);
-        if (state.config.constant_rate == 0) {
-            draw_from_reservoir(state, available, previous_window_sequence[channel], channel);
-        }
+        if (state.config.constant_rate == 0)
+            draw_from_reservoir(state, available, previous_sequences[channel], channel);
     }
 
     // Quantize and write, channel by channel.

@@ -11,6 +11,6 @@ PerChannel<WindowSequence> decide_windows(EncoderState &state);
 
 // Codes the block in the time history into `output` and returns the frame's bytes. Uses the older half of channel 0's
 // time history as scratch; the next call overwrites it anyway.
-u32 encode_frame(EncoderState &state, const PerChannel<WindowSequence> &previous_window_sequence, u8 *output);
+u32 encode_frame(EncoderState &state, const PerChannel<WindowSequence> &previous_sequences, u8 *output);
 
 }  // namespace tavik

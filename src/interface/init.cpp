@@ -1,4 +1,4 @@
-// Everything that the frame pipeline needs and that does not change within a stream is computed here, once.
+// Computes, once, everything that the frame pipeline needs and that is constant in a stream.
 #include "interface/init.h"
 
 #include <algorithm>
@@ -25,7 +25,7 @@ void copy_config(EncoderState &state, const EncoderConfig &config) {
     copy_elements(config.copyright_id, sizeof(config.copyright_id), state.coding.adif_header.copyright_id);
 }
 
-// The code of the first field out of range, in this order.
+// The error code of the first field that is out of range, in this order; otherwise TAVIK_OK.
 i32 check(const EncoderConfig &config, u32 sampling_rate_index) {
     if (config.channel_mode > TAVIK_MODE_TWO_MONO) return TAVIK_ERR_CHANNEL_MODE;
     if (sampling_rate_index == unknown_sample_rate) return TAVIK_ERR_SAMPLE_RATE;
@@ -57,8 +57,8 @@ void set_channel_layout(EncoderState &state, u32 channel_mode) {
     program.front_element_tag_select[1] = program.num_front_channel_elements - 1;
 }
 
-// At 44.1 and 48 kHz the top of the spectrum is not coded: everything from the limit on is removed, and the last coded
-// band is the one that the limit falls into or starts at.
+// At 44.1 and 48 kHz the top of the spectrum is not coded: coefficients from the limit on are cleared, and the last
+// coded band is the one that contains the limit.
 void set_band_limit(CodingBlock &block) {
     const u32 index = block.sampling_rate_index;
     block.long_band_count = TAVIK_NumSwbLongWindow[index];
@@ -71,8 +71,8 @@ void set_band_limit(CodingBlock &block) {
     while (starts[block.long_band_count] <= block.spectral_limit) ++block.long_band_count;
 }
 
-// Where the rate loop starts: 45, and 5 less from each of these on: the frame sizes of 64, 96 and 128 kbit/s per
-// channel at 44.1 kHz, and the next size after each.
+// Where a rate loop starts without a previous result: 45, less 5 for each of these sizes that are reached. They are
+// those of 64, 96 and 128 kbit/s per channel at 44.1 kHz, and the next size after each.
 u32 initial_common_sf(u32 mean_channel_bytes) {
     static constexpr u16 sizes[] = {185, 186, 278, 279, 371, 372};
     u32 common_sf = 45;

@@ -1,4 +1,4 @@
-// Where samples enter a stream: 16-bit PCM to the newest input frame of each channel, and the delay line after it.
+// Input staging: 16-bit PCM becomes the newest input frame of each channel, and the delay line moves on.
 #pragma once
 
 #include <algorithm>
@@ -8,8 +8,8 @@
 
 namespace tavik {
 
-// Moves each channel's frames on by one: the lookahead becomes the newer half of the time history, the newer half the
-// older. The new lookahead is the first `count` <= 1024 samples of each channel in pcm, then silence.
+// Moves each channel's frames on by one: the lookahead becomes the newer half of the time history, and the newer half
+// becomes the older. The new lookahead is the first `count` <= 1024 samples of each channel in pcm, then silence.
 void stage_input(EncoderState &state, const i16 *pcm, u32 count);
 
 template <u32 N>
@@ -31,7 +31,7 @@ inline void read_stereo(const i16 *pcm, u32 count, i32 *left, i32 *right) {
     }
 }
 
-// As many samples of a mono frame.
+// The first `count` samples of a mono frame, a multiple of 8.
 template <u32 N>
 inline void read_mono(const i16 *pcm, u32 count, i32 *samples) {
     constexpr u32 step = std::min(N, 4u);  // pairs, of eight samples at most

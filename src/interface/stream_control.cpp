@@ -1,6 +1,6 @@
-// The encoder runs one frame behind its input. Per channel, a call makes the newest 1024 samples the lookahead; the two
-// frames before them are the block that is coded. At the end of input further calls, with silence, move the rest
-// through.
+// The encoder is one frame behind its input. In every channel a call's 1024 samples become the lookahead; the two
+// frames before them are the block that is coded. At the end of the input, further calls code what is left, with
+// silence as lookahead.
 #include "interface/stream_control.h"
 
 #include <algorithm>
@@ -11,10 +11,10 @@
 namespace tavik {
 namespace {
 
-// Values of stream_state: input frames taken in, up to three, then the calls at the end of the input.
+// Values of stream_state: input frames so far, up to three, then the calls at the end of the input.
 enum StreamState : u32 { no_input = 0, one_frame = 1, two_frames = 2, steady = 3, first_flush = 4, all_delivered = 5 };
 
-// Moves the state on for a call with count 0; false when everything has been delivered.
+// Advances the state by a call with count 0; false when everything has been delivered.
 bool continue_end_of_input(EncoderState &state) {
     u32 &stream_state = state.coding.stream_state;
     state.status = TAVIK_STATUS_FLUSHING;
@@ -36,7 +36,7 @@ void continue_input(EncoderState &state, u32 count) {
     state.status = count < frame_length ? TAVIK_STATUS_PARTIAL_FRAME : TAVIK_OK;
 }
 
-// Block switching works from the first block on that will be delivered.
+// Block switching begins with the first block that will be delivered.
 bool block_switching_starts(const EncoderState &state) {
     return state.coding.stream_state > (state.config.emit_priming_frame == 1 ? no_input : two_frames);
 }

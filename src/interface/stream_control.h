@@ -5,9 +5,9 @@
 
 namespace tavik {
 
-// Results of the entry points.
+// Return values of the entry points.
 inline constexpr i32 result_full_frame = 0;  // a full input frame was taken and a frame written
-inline constexpr i32 result_other = 1;       // the status tells
+inline constexpr i32 result_other = 1;       // see the status
 inline constexpr i32 result_error = -1;
 
 // Takes in `sample_count` samples per channel (0 = end of input; 1024 is written back for more) and delivers at most

@@ -44,8 +44,7 @@ BandCost count_band(const BandLines &band, u32 gain, u32 largest) {
     }
 }
 
-// A band whose products exceed 32 bits: its gain index is below 58, where no value is small, or its largest magnitude
-// is above 4095.
+// A band whose products exceed 32 bits: a gain index below 58, where no value is small, or a magnitude above 4095.
 BandCost count_large_band(const BandLines &band, const GainRule &rule) {
     return {tables::escape_codebook, count_large_escape_pairs(band, rule)};
 }
