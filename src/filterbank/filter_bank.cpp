@@ -11,7 +11,7 @@ namespace {
 using History = std::span<const i32, history_length>;
 using Block = std::span<i32, history_length>;
 
-// Short slopes of transition windows are in the middle of a half, between flat parts.
+// A short slope is in the middle of a half window, between flat parts; the short windows begin there too.
 constexpr u32 flat_length = (frame_length - short_length) / 2;  // 448 samples before and after a short slope
 
 constexpr i32 window_one_q23 = 1 << 23;

@@ -10,15 +10,15 @@
 namespace tavik {
 namespace {
 
-// A count may stop here: any larger one moves the search upward likewise. There is no limit for a target below 0, where
-// the first step depends on the exact count.
+// A count may stop at this limit: any larger count moves the search upward likewise. With a target below 0 there is no
+// limit: the first step then depends on the exact count.
 u32 bit_limit(RateTarget target) {
     return target.bits >= 0 ? static_cast<u32>(target.bits) + static_cast<u32>(std::max(target.tolerance, 1))
                             : no_bit_limit;
 }
 
-// The counts of one search, remembered, since it returns to values that it left a step or two before and may go on
-// where all bands are zero.
+// Remembers the counts of one search, which returns to values that it left a step or two before, and may go on where
+// all bands are zero.
 class Trials {
  public:
     Trials(const RateBands &bands, const ChannelData &data, SectionLengthField section_length, u32 bit_limit)

@@ -77,7 +77,7 @@ void extend(Coefficients<i64> &a, u32 m, Scale scaled) {
 
 // Levinson-Durbin recursion to order 12; sums wrap at 64 bits. Compiled for size: only one signal in ten gets here.
 [[gnu::cold, gnu::noinline]] Prediction predict(const Autocorrelation &r_q47) {
-    constexpr i64 max_k_q47 = (i64{1} << 47) - 1;
+    constexpr i64 max_k_q47 = (i64{1} << 47) - 1;  // |k| < 1
     Prediction result{{}, r_q47[0]};
     Coefficients<i64> a_q47;         // at step m, the first m - 1
     Coefficients<Factor> r_factors;  // of r_q47[1] on, likewise
