@@ -149,7 +149,7 @@ int32_t TAVIK_q47exp4(int64_t x) { return q47_exponent(x); }
 
 void TAVIK_PreQuant(TavikCodingBlock *block, uint32_t *pow34_out, const int32_t *spectrum, uint32_t *band_sf_offset_out,
                     uint32_t channel) {
-    std::array<i32, max_bands> band_peaks;
+    std::array<i32, max_bands> band_peaks;  // NOLINT(cppcoreguidelines-pro-type-member-init): output
     estimate_scale_factors(*block, Pow34(pow34_out, frame_length), ConstSpectrum(spectrum, frame_length),
                            BandArray(band_sf_offset_out, band_array_size), band_peaks, channel);
 }
