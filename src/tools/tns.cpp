@@ -34,8 +34,8 @@ Factor factor(i64 x_q47) {
 // The product in Q47, to about 47 significant bits: the product of the low parts is left out.
 i64 q47_mul(const Factor &a, i64 b_q47) {
     const Factor b = factor(b_q47);
-    const i64 product = 2 * a.high * b.high + ((b.low * a.high) >> 23) + ((a.low * b.high) >> 23);
-    return norm_shift(product, -(a.exponent + b.exponent));
+    const i64 product_q47 = 2 * a.high * b.high + ((b.low * a.high) >> 23) + ((a.low * b.high) >> 23);
+    return norm_shift(product_q47, -(a.exponent + b.exponent));
 }
 
 // (a / b) 2^(q + 24), b != 0: the dividend has its top bit at 62, the divisor at 30.
