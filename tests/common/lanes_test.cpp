@@ -145,6 +145,27 @@ TYPED_TEST(KernelsTest, Staging) {
     });
 }
 
+// The transform in blocks of lanes and the one that goes value by value share the butterflies, not the order of the
+// work.
+TYPED_TEST(KernelsTest, FftIsTheOneThatGoesValueByValue) {
+    for (const u32 n : {64u, 512u}) {
+        constexpr u32 lanes = TypeParam::value;
+        if (n < 16 * lanes) continue;
+        Words re = random_words(n, 20), im = random_words(n, 20, 2), z(2 * n), out(2 * n), expected(2 * n);
+        const auto fill = [&](Words &blocks) {
+            for (u32 k = 0; k < n; ++k) {
+                blocks[k / lanes * 2 * lanes + k % lanes] = re[k];
+                blocks[k / lanes * 2 * lanes + lanes + k % lanes] = im[k];
+            }
+        };
+        fill(z);
+        fft(ComplexBlocks<lanes>{z.data()}, ComplexBlocks<lanes>{out.data()}, n);
+        fft(re, im);
+        fill(expected);
+        EXPECT_EQ(out, expected);
+    }
+}
+
 // Of samples of 16 bits; a short block has room for four lanes.
 TYPED_TEST(KernelsTest, Mdct) {
     Words samples = random_words(2048, 15);
