@@ -53,11 +53,11 @@ void transform_short_blocks(History x, Block out, std::span<i32, frame_length> s
 // The slope is put into scratch if the windowed block needs all of `out`.
 void filter_bank(History x, Block out, WindowSequence sequence, std::span<i32, frame_length> scratch, u32 flat_shift) {
     if (sequence == WindowSequence::eight_short) return transform_short_blocks(x, out, scratch);
-    Window window{TAVIK_SLW, TAVIK_SLW};
-    if (sequence != WindowSequence::only_long) {
-        const i32 *slope = short_slope(flat_shift == 0 ? out.last<frame_length>() : scratch);
-        (sequence == WindowSequence::long_start ? window.fall : window.rise) = slope;
-    }
+    const i32 *slope = sequence == WindowSequence::only_long
+                           ? TAVIK_SLW
+                           : short_slope(flat_shift == 0 ? out.last<frame_length>() : scratch);
+    const Window window{sequence == WindowSequence::long_stop ? slope : TAVIK_SLW,
+                        sequence == WindowSequence::long_start ? slope : TAVIK_SLW};
     if (flat_shift == 0) {
         long_mdct(x.data(), window, out.data(), scratch.data());
     } else {
