@@ -241,7 +241,7 @@ inline void store_in_order(const std::array<Complex<N>, 8> &y, ComplexBlocks<N> 
     ComplexBlocks<N> place = to;
     unrolled<8>([&](auto i) {
         place.store(0, y[tables::reversed_3_bits[i]]);
-        place = place.from(stride);
+        if constexpr (i < 7) place = place.from(stride);  // no place after the last
     });
 }
 
