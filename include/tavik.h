@@ -378,9 +378,9 @@ TAVIK_API void TAVIK_MSStereo(int32_t *spectrum, uint32_t sampling_rate_index, u
                               uint32_t *ms_mask_present, uint32_t max_sfb, uint32_t tns_data_present);
 
 /**
- * Temporal noise shaping of one long-block spectrum, in place: fills `tns` and filters when the prediction gain is
- * above 129/64, else touches neither. band_count: scale-factor bands of the rate; coded_band_count: those that are
- * coded.
+ * Temporal noise shaping of one long-block spectrum, lines below 2^24, in place: fills `tns` and filters when the
+ * prediction gain is at least 129/64, else touches neither. band_count: scale-factor bands of the rate;
+ * coded_band_count: those that are coded.
  */
 TAVIK_API void TAVIK_TemporalNoiseShaping(TavikTnsData *tns, int32_t *spectrum, int32_t sampling_rate_index,
                                           uint32_t band_count, uint32_t coded_band_count);

@@ -16,13 +16,21 @@
 
 namespace tavik {
 
-// The lanes of 32 bits that kernels use on this machine.
+// The lanes of 32 bits that kernels use on this machine, and whether leading zeros, and shifts by a count of each lane,
+// take an instruction there.
+#if defined(__aarch64__) && !defined(__AARCH64EB__)
+inline constexpr u32 native_lanes = 4;
+inline constexpr bool normalises_in_lanes = true;
+#elif defined(__x86_64__)
 #if defined(__AVX2__)
 inline constexpr u32 native_lanes = 8;
-#elif defined(__aarch64__) || defined(__SSE2__)
+#else
 inline constexpr u32 native_lanes = 4;
+#endif
+inline constexpr bool normalises_in_lanes = false;
 #else
 inline constexpr u32 native_lanes = 1;
+inline constexpr bool normalises_in_lanes = false;
 #endif
 
 template <typename T, u32 N>
@@ -99,13 +107,6 @@ struct Lanes {
     }
 };
 
-// Where leading zeros and shifts by a count of each lane take an instruction.
-#if defined(__aarch64__)
-inline constexpr bool normalises_in_lanes = true;
-#else
-inline constexpr bool normalises_in_lanes = false;
-#endif
-
 template <u32 N>
 using I32 = Lanes<i32, N>;
 template <u32 N>
@@ -126,12 +127,31 @@ inline Lanes<T, N> lane_by_lane(F f) {
     return result;
 }
 
-// Four values in the first lanes, 0 in the others: bands are multiples of 4 lines.
+// Four values in the first lanes, 0 in the others.
 template <u32 N, typename T>
 inline Lanes<T, N> load_four(const T *from) {
     Lanes<T, N> lanes{};
     __builtin_memcpy(&lanes.v, from, std::min(4 * sizeof(T), sizeof lanes.v));
     return lanes;
+}
+
+// Calls f(load, at...) for the vectors of N of a band of several arrays, which begin at `first` and `others`: eight
+// values a turn, after an odd four. `count` is a multiple of 4. load(at) loads such a vector.
+template <u32 N, typename F, typename T, typename... Others>
+inline void for_each_vector(u32 count, F f, T *first, Others *...others) {
+    T *const end = first + count;
+    if (N > 1 && count % 8 != 0) {
+        f([](const auto *from) { return load_four<N>(from); }, first, others...);
+        first += 4;
+        ((others += 4), ...);
+    }
+    constexpr u32 step = N == 1 ? 1 : 8;
+    while (first != end) {
+        const auto load = [](const auto *from) { return Lanes<std::decay_t<decltype(*from)>, N>::load(from); };
+        unrolled<step / N>([&](auto i) { f(load, first + i * N, (others + i * N)...); });
+        first += step;
+        ((others += step), ...);
+    }
 }
 
 // Where the mask is -1 the lanes of a, where it is 0 those of b.
@@ -221,10 +241,6 @@ inline Lanes<u32, N> look_up(const T *table, U32<N> index) {
     (std::make_integer_sequence<u32, N>());
 }
 
-// The number of which four lanes are the digits in the given radix; the two numbers of which pairs of lanes are.
-inline i32 quad_number(I32<4> x, i32 radix);
-inline std::array<i32, 2> pair_numbers(I32<4> x, i32 radix);
-
 template <typename T, u32 N>
 inline void store_looked_up(u32 *to, const T *table, U32<N> index) {
     std::array<u32, N> values{};
@@ -292,18 +308,13 @@ inline Lanes<T, N> without_first(Lanes<T, N> a, Lanes<T, N> b) {
     (std::make_index_sequence<N>());
 }
 
-// V vectors in a row.
+// Vectors in a row.
 template <u32 N, std::size_t V>
 inline void load_row(const i32 *from, std::array<I32<N>, V> &to) {
     unrolled<V>([&](auto i) { to[i] = I32<N>::load(from + i * N); });
 }
 
-// 2 N words: the first N, then the others.
-template <u32 N>
-inline void load_two(const i32 *from, I32<N> &first, I32<N> &second) {
-    first = I32<N>::load(from);
-    second = I32<N>::load(from + N);
-}
+// Two vectors in a row.
 template <u32 N>
 inline void store_two(i32 *to, I32<N> first, I32<N> second) {
     first.store(to);
@@ -369,19 +380,22 @@ inline void transpose(std::array<I32<N>, Rows> &x) {
     }
 }
 
-#if !defined(__aarch64__) && !defined(__SSE2__)
-inline std::array<i32, 2> pair_numbers(I32<4> x, i32 radix) { return {x[0] * radix + x[1], x[2] * radix + x[3]}; }
-inline i32 quad_number(I32<4> x, i32 radix) {
+// Two numbers of two digits each in the given radix, and one of four digits.
+template <u32 N>
+inline std::array<i32, 2> pair_numbers(I32<N> x, i32 radix) {
+    static_assert(N == 4);
+    return {x[0] * radix + x[1], x[2] * radix + x[3]};
+}
+template <u32 N>
+inline i32 quad_number(I32<N> x, i32 radix) {
     const auto [high, low] = pair_numbers(x, radix);
     return high * radix * radix + low;
 }
 
-#endif
-
 }  // namespace tavik
 
-#if defined(__aarch64__)
+#if defined(__aarch64__) && !defined(__AARCH64EB__)
 #include "common/lanes_neon.h"
-#elif defined(__SSE2__)
+#elif defined(__x86_64__)
 #include "common/lanes_x86.h"
 #endif

@@ -85,11 +85,6 @@ inline void load_row(const i32 *from, std::array<I32<4>, 4> &to) {
     const int32x4x4_t x = vld1q_s32_x4(from);
     to = {I32<4>{x.val[0]}, I32<4>{x.val[1]}, I32<4>{x.val[2]}, I32<4>{x.val[3]}};
 }
-inline void load_two(const i32 *from, I32<4> &first, I32<4> &second) {
-    const int32x4x2_t x = vld1q_s32_x2(from);
-    first.v = x.val[0];
-    second.v = x.val[1];
-}
 inline void store_two(i32 *to, I32<4> first, I32<4> second) {
     const int32x4x2_t x = {first.v, second.v};
     vst1q_s32_x2(to, x);

@@ -30,9 +30,9 @@ struct ComplexBlocks {
     i32 *words;
 
     Complex<N> load(u32 block) const {
-        Complex<N> x{};
-        load_two(words + 2 * N * block, x.re, x.im);
-        return x;
+        std::array<I32<N>, 2> x{};
+        load_row(words + 2 * N * block, x);
+        return {x[0], x[1]};
     }
     void store(u32 block, Complex<N> x) const { store_two(words + 2 * N * block, x.re, x.im); }
     ComplexBlocks from(u32 block) const { return {words + 2 * N * block}; }
@@ -100,8 +100,8 @@ inline void split(Complex<N> &x0, Complex<N> &x1, Complex<N> &x2, Complex<N> &x3
     turn(x2, x3);
 }
 
-// A step of size L >= 32 with its twiddle factors. At i = L/8, where a is an eighth turn and q = 0, the twiddle factors
-// give one part of the values only: the other one is put right.
+// A step of size L >= 32 with its twiddle factors. At i = L/8, where a is an eighth turn and q = 0, they give only one
+// part of each value; the other one is computed again.
 template <u32 N>
 [[gnu::flatten, gnu::noinline]] inline void fft_step(ComplexBlocks<N> z, u32 size, const i32 *w) {
     const u32 quarter = size / 4 / N;
@@ -139,8 +139,8 @@ template <u32 N>
     } while (blocks_left != 0);
 }
 
-// The twiddle factors of a step of this size: every second one of the step of twice the size. They may be the same
-// words.
+// Writes the twiddle factors of a step of this size: every second one of w, those of the step of twice the size. `to`
+// may be w. Returns it.
 template <u32 N>
 inline const i32 *halve_twiddles(const i32 *w, u32 size, i32 *to) {
     i32 *const end = to + size / 4 * tables::twiddle_words;

@@ -158,8 +158,9 @@ u32 encode_frame(EncoderState &state, const PerChannel<WindowSequence> &previous
         estimate_scale_factors(block, state.pow34_spectrum[channel], first_half(state.spectrum[channel]),
                                block.band_sf_offset[channel],
                                band_peaks.subspan(channel * max_bands).first<max_bands>(), channel);
-        if (state.config.constant_rate == 0)
+        if (state.config.constant_rate == 0) {
             draw_from_reservoir(state, available, previous_sequences[channel], channel);
+        }
     }
 
     // Quantize and write, channel by channel.

@@ -48,40 +48,18 @@ inline U32<N> pow34_in_lanes(U32<N> a) {
     return ((power_q11 >> dropped) * scale) >> (all(15) - dropped);
 }
 
-// The largest of f(values), a multiple of 4 of them: eight at a time, after an odd four.
+// The largest of f(values), a multiple of 4 of them.
 template <u32 N, typename T, typename F>
 inline u32 largest_of(const T *values, u32 count, F f) {
-    const T *const end = values + count;
     U32<N> most{};
-    if (N > 1 && count % 8 != 0) {
-        most = f(load_four<N>(values));
-        values += 4;
-    }
-    constexpr u32 step = N == 1 ? 1 : 8;
-    for (; values != end; values += step) {
-        unrolled<step / N>([&](auto i) { most = max(most, f(Lanes<T, N>::load(values + i * N))); });
-    }
+    for_each_vector<N>(
+        count, [&](auto load, const T *at) { most = max(most, f(load(at))); }, values);
     return largest_lane(most);
 }
 
 template <u32 N>
 inline U32<N> magnitudes(I32<N> x) {
     return abs(x).template as<u32>();
-}
-
-// Small powers of a band, eight lines at a time after an odd four.
-template <u32 N>
-inline void look_up_small_powers(const i32 *x, u32 count, u32 *out) {
-    const auto store_powers = [](const i32 *lines, u32 *powers) {
-        store_looked_up(powers, tables::small_pow34.data(), magnitudes(I32<N>::load(lines)));
-    };
-    const i32 *const end = x + count;
-    if (N == 4 && count % 8 != 0) {
-        store_powers(x, out);
-        x += 4, out += 4;
-    }
-    constexpr u32 step = N == 1 ? 1 : 8;
-    for (; x != end; x += step, out += step) unrolled<step / N>([=](auto i) { store_powers(x + i * N, out + i * N); });
 }
 
 // out[k] = (8 |x[k]|)^(3/4), as pow34() has it, of a band: a multiple of 4 lines. Returns the largest. Most bands have
@@ -91,7 +69,12 @@ inline u32 raise_to_three_quarters(const i32 *x, u32 count, u32 *out) {
     constexpr u32 lanes = std::min(N, 4u);
     const u32 magnitude_of_band = largest_of<N>(x, count, [](auto vector) { return magnitudes(vector); });
     if (magnitude_of_band < tables::small_pow34_entries) {
-        look_up_small_powers<lanes>(x, count, out);
+        for_each_vector<lanes>(
+            count,
+            [](auto load, const i32 *lines, u32 *powers) {
+                store_looked_up(powers, tables::small_pow34.data(), magnitudes(load(lines)));
+            },
+            x, out);
         return tables::small_pow34[magnitude_of_band];
     }
     U32<lanes> most{};

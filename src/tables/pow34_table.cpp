@@ -1,6 +1,8 @@
 // The 3/4-power tables, computed by exact integer comparison; in a source file so that they are computed only once.
 #include "tables/pow34_table.h"
 
+#include <algorithm>
+
 namespace tavik::tables {
 namespace {
 
@@ -42,6 +44,7 @@ consteval std::array<u32, pow34_entries> make_pow34_q11() {
 constexpr std::array<u16, small_pow34_entries> small_pow34 = make_small_pow34();
 constexpr std::array<u32, pow34_entries> pow34_q11 = make_pow34_q11();
 
+static_assert(std::ranges::is_sorted(small_pow34));  // so that the largest magnitude of a band has the largest power
 static_assert(small_pow34[0] == 0 && small_pow34[1] == 4 && small_pow34[2] == 7 && small_pow34[2047] == 1447);
 static_assert(pow34_q11[2048] == 0x2D413C && pow34_q11[2048 + 26008 - 16384] == 0x400002);
 

@@ -29,24 +29,16 @@ struct LaneSums {
     }
 };
 
-// The sums of each band; band b has the lines offsets[b] ... offsets[b + 1] - 1. Eight lines at a time, after an odd
-// four.
+// The sums of each band; band b has the lines offsets[b] ... offsets[b + 1] - 1.
 template <u32 N>
 inline void band_sums(ConstSpectrum left, ConstSpectrum right, const u32 *offsets, std::span<BandSums> sums) {
-    constexpr u32 step = N == 1 ? 1 : 8;
-    const i32 *l = left.data() + offsets[0];
-    const i32 *r = right.data() + offsets[0];
     for (BandSums &sum_of_band : sums) {
-        const i32 *const end = left.data() + *++offsets;
         LaneSums<N> lanes;
-        if (N > 1 && (end - l) % 8 != 0) {
-            lanes.add(load_four<N>(l), load_four<N>(r));
-            l += 4, r += 4;
-        }
-        for (; l != end; l += step, r += step) {
-            unrolled<step / N>([&](auto i) { lanes.add(I32<N>::load(l + i * N), I32<N>::load(r + i * N)); });
-        }
+        for_each_vector<N>(
+            offsets[1] - offsets[0], [&](auto load, const i32 *l, const i32 *r) { lanes.add(load(l), load(r)); },
+            left.data() + offsets[0], right.data() + offsets[0]);
         sum_of_band = {sum_of_lanes(lanes.both) >> 5, sum_of_lanes(lanes.side) >> 5};
+        ++offsets;
     }
 }
 

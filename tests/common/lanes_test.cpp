@@ -79,6 +79,7 @@ TYPED_TEST(KernelsTest, Operations) {
     expect([](auto x) { return product<31>(x, x << 5); });
     expect([](auto x) { return product<16>(x >> 16, x >> 8); });
     expect([](auto x) { return rounded_product_q31(x, x << 7); });
+    expect([](auto x) { return rounded_product_q31(x, decltype(x)::all(1 << 30)); });  // halves
     expect([](auto x) { return look_up(TAVIK_SLW, x.template as<u32>() >> 22); });
     expect([](auto x) { return look_up_bytes(tables::pow34_scale_low, x.template as<u32>()); });
     expect([](auto x) { return look_up_bytes(tables::pow34_dropped_bits, x.template as<u32>()); });
@@ -204,6 +205,8 @@ TYPED_TEST(KernelsTest, ThreeQuarterPowers) {
     Words lines = random_words(4096, 24);
     for (u32 i = 0; i < 2048; ++i) lines[i] = static_cast<i32>(i) - 1024;  // and bands of small ones
     lines[4095] = std::numeric_limits<i32>::min();
+    lines[0] = 8192;  // the first that is not looked up, in a band of smaller ones
+    lines[4094] = 2047;
     expect_equal<TypeParam::value>([&](auto n) {
         std::vector<u32> results(4096);
         for (u32 begin = 0; begin < 4096; begin += 32) {
